@@ -1,0 +1,55 @@
+// Descriptors: opening, whole transfers, ownership. Every descriptor is close-on-exec, so no shell command that
+// the daemon starts holds a device; every call interrupted by a signal is repeated.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cerrno>
+#include <cstddef>
+
+namespace marl {
+
+// Makes a system call again for as long as signals interrupt it.
+template <typename Call>
+auto repeat_interrupted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) result = call();
+    return result;
+}
+
+// open(2); the descriptor, or -1 with errno set.
+int open_file(const char* path, int flags, mode_t mode = 0);
+
+// Opens into `fd` when it is negative, for the process-wide descriptors that are opened on first use and kept:
+// a failed open leaves it negative and the next call tries again. Returns `fd`.
+int open_once(int& fd, const char* path, int flags, mode_t mode = 0);
+
+// One read(2) or write(2): the count, or -1 with errno set.
+ssize_t read_some(int fd, void* buffer, size_t size);
+ssize_t write_some(int fd, const void* data, size_t size);
+
+// As many transfers as it takes: true when all `size` bytes went. Otherwise false with errno set; a transfer
+// that merely stops short (end of file, a device that takes no more) sets it to EIO.
+bool read_whole(int fd, void* buffer, size_t size);
+bool write_whole(int fd, const void* data, size_t size);
+
+// ioctl(2) with a pointer or with a plain value.
+int control(int fd, unsigned long request, void* argument);
+int control(int fd, unsigned long request, unsigned long value);
+
+// Owns a descriptor for the length of a scope.
+class Fd {
+  public:
+    explicit Fd(int fd) : fd_(fd) {}
+    ~Fd();
+    Fd(const Fd&) = delete;
+    Fd& operator=(const Fd&) = delete;
+
+    int get() const { return fd_; }
+    bool is_open() const { return fd_ >= 0; }
+
+  private:
+    int fd_;
+};
+
+}  // namespace marl

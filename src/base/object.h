@@ -1,0 +1,34 @@
+// The pattern of the library's objects: a public record whose first member `priv` points to a private record
+// that begins with `ObjectCommon`; one object of each kind at a time, guarded by a bit of one process-wide word.
+#pragma once
+
+#include <cstdint>
+
+namespace marl {
+
+struct ObjectCommon {
+    int32_t refcount;
+    int32_t id;
+    int32_t fd;
+};
+
+// How much of an object an operation needs.
+enum class Need { Object, Private, Descriptor };
+
+// Opens every operation: 0 when `thiz` has what is needed. Otherwise a line with the operation's name on
+// standard error and -1 (no object), -2 (no private record) or -3 (no descriptor).
+int check_object(const void* thiz, const char* operation, Need need);
+
+// `refcount` up by one: 0, or -1 for a record whose count is negative.
+int add_reference(ObjectCommon& common);
+
+// `refcount` down by one: true when that was the last reference. A count below 1 is left alone.
+bool drop_reference(ObjectCommon& common);
+
+inline constexpr uint32_t kGpioObject = 0x20;
+inline constexpr uint32_t kRawFlashObject = 0x80;
+
+bool object_exists(uint32_t kind);
+void mark_object(uint32_t kind, bool exists);
+
+}  // namespace marl
