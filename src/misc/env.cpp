@@ -1,0 +1,262 @@
+#include "libmarl/env.h"
+
+#include <fcntl.h>
+#include <mtd/mtd-user.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+#include <span>
+
+#include "base/bytes.h"
+#include "base/crc32.h"
+#include "base/diag.h"
+#include "base/fd.h"
+#include "base/text.h"
+
+namespace {
+
+using namespace marl;
+
+constexpr const char* kSource = "src/misc/env";
+constexpr const char* kDevice = "/dev/mtd/1";
+constexpr const char* kVideoFrontEnd = "/dev/davinci_vpfe";
+constexpr unsigned long kSetCameraModule = 0x80045609;
+
+constexpr uint32_t kFlashOffset = 0x40000;
+constexpr uint32_t kImageSize = 0x20000;
+constexpr size_t kCrcSize = 4;
+constexpr size_t kCrcCovered = 0x4000;  // the boot loader checks this much of the image, whatever the list's length
+
+struct EnvDevice {
+    int fd;
+    uint32_t devoff;      // place in the whole flash
+    uint32_t env_size;    // size of the image, of its transfers and of the erase
+    uint32_t erase_size;  // alignment that the device asks for
+};
+
+// Written by the first load, which `load_lock` guards, and by the setters, which belong to one thread at a time.
+struct {
+    pthread_mutex_t load_lock = PTHREAD_MUTEX_INITIALIZER;
+    EnvDevice device{-1, 0, 0, 0x1000};
+    uint8_t* image = nullptr;  // null until a whole image has been read; kept for the life of the process
+} constinit g_env;
+
+class LoadLock {
+  public:
+    LoadLock() { pthread_mutex_lock(&g_env.load_lock); }
+    ~LoadLock() { pthread_mutex_unlock(&g_env.load_lock); }
+    LoadLock(const LoadLock&) = delete;
+    LoadLock& operator=(const LoadLock&) = delete;
+};
+
+uint8_t* read_image(int fd) {
+    auto* image = static_cast<uint8_t*>(calloc(1, kImageSize));
+    if (image == nullptr) {
+        diag::error({kSource, "env_init", 161}, "Cannot malloc memory for buff at %s\n", "env_init");
+        return nullptr;
+    }
+    if (!read_whole(fd, image, kImageSize)) {
+        diag::library_system_error("read mtd", errno);
+        free(image);
+        return nullptr;
+    }
+    return image;
+}
+
+// The variables: the image behind its checksum. Indices into it are the data indices of the list. The list ends
+// at the first variable that starts with a NUL, and with the image at the latest.
+std::span<uint8_t> variables() { return {g_env.image + kCrcSize, kImageSize - kCrcSize}; }
+
+size_t end_of_variable(size_t index) {
+    const auto data = variables();
+    return static_cast<size_t>(std::find(data.begin() + static_cast<ptrdiff_t>(index), data.end(), 0) - data.begin());
+}
+
+bool is_variable(size_t index) {
+    const auto data = variables();
+    return index < data.size() && data[index] != 0;
+}
+
+// Matches `key` against the variable at `index`: the index of the value's first byte. A key that brings its own
+// '=' matches up to it.
+std::optional<size_t> env_match(const char* key, size_t index) {
+    const auto data = variables();
+    for (; index < data.size(); ++index, ++key) {
+        if (*key == '\0' && data[index] == '=') return index + 1;
+        if (*key == '\0' || static_cast<uint8_t>(*key) != data[index]) return std::nullopt;
+        if (*key == '=') return index + 1;
+    }
+    return std::nullopt;
+}
+
+struct Variable {
+    size_t start;
+    size_t value;
+    size_t end;  // of its NUL, or the end of the data
+};
+
+std::optional<Variable> find_variable(const char* key) {
+    for (size_t index = 0; is_variable(index);) {
+        const size_t end = end_of_variable(index);
+        if (const auto value = env_match(key, index)) return Variable{index, *value, end};
+        index = end + 1;
+    }
+    return std::nullopt;
+}
+
+// Closes the gap that a variable leaves by moving the rest of the list, up to and with its double NUL, down over
+// it; what lies behind the list stays as it is.
+void remove_variable(const Variable& variable) {
+    const auto data = variables();
+    size_t next = variable.end + 1;
+    size_t to = variable.start;
+    while (is_variable(next)) {
+        const size_t end = std::min(end_of_variable(next) + 1, data.size());
+        memmove(&data[to], &data[next], end - next);
+        to += end - next;
+        next = end;
+    }
+    data[to] = 0;
+    if (to == 0 || data[to - 1] != 0) data[to + 1] = 0;
+}
+
+// Where a new variable goes: behind the last one, whose NUL a second one must follow.
+std::optional<size_t> append_position() {
+    const auto data = variables();
+    size_t index = 0;
+    while (is_variable(index)) index = end_of_variable(index) + 1;
+    if (index >= data.size()) return std::nullopt;
+    return index;
+}
+
+bool append_variable(const char* name, const char* value) {
+    const auto data = variables();
+    const size_t need = strlen(name) + strlen(value) + 3;  // '=' and two NULs
+    const auto position = append_position();
+    if (!position || need > data.size() - *position) return false;
+    uint8_t* to = &data[*position];
+    memset(to, 0, need);
+    memcpy(to, name, strlen(name));
+    to[strlen(name)] = '=';
+    memcpy(to + strlen(name) + 1, value, strlen(value));
+    return true;
+}
+
+bool do_setenv(const char* name, const char* value) {
+    if (const auto old = find_variable(name)) remove_variable(*old);
+    if (!append_variable(name, value)) {
+        diag::warn({kSource, "do_setenv", 285}, "## Error: environment overflow, \"%s\" deleted\n", name);
+        return false;
+    }
+    store_le(g_env.image, crc32({g_env.image + kCrcSize, kCrcCovered - kCrcSize}));
+    return true;
+}
+
+bool do_saveenv() {
+    const EnvDevice& device = g_env.device;
+    diag::line("[libmarl] Save environment to flash ,Please wait ..");
+    diag::line("[libmarl] Note!! don't power off\n");
+    const uint32_t start = device.devoff / device.env_size * device.env_size - device.devoff;
+    if (start % device.env_size != 0) {
+        diag::error({kSource, "do_saveenv", 329}, "%s: address doesn't align 0x1000 align\n", "do_saveenv");
+        return false;
+    }
+    erase_info_user range{start, device.env_size};
+    if (control(device.fd, MEMERASE, &range) < 0) {
+        diag::library_system_error("mem erase", errno);
+        return false;
+    }
+    if (lseek(device.fd, static_cast<off_t>(start), SEEK_SET) < 0 ||
+        !write_whole(device.fd, g_env.image, device.env_size)) {
+        diag::library_system_error("write mtd", errno);
+        return false;
+    }
+    diag::line("[libmarl] Save Ok\n");
+    return true;
+}
+
+bool is_settable(const char* name, const char* value) {
+    if (name == nullptr || value == nullptr) return false;
+    const size_t length = strlen(name);
+    return length > 0 && length <= MARL_ENV_NAME_MAX && strchr(name, '=') == nullptr &&
+           strlen(value) <= MARL_ENV_VALUE_MAX;
+}
+
+void tell_camera_module(int fd, int32_t module, const char* message) {
+    control(fd, kSetCameraModule, &module);
+    diag::line(message);
+}
+
+}  // namespace
+
+int env_init() {
+    const LoadLock lock;
+    if (g_env.image != nullptr) return 0;
+    const int fd = open_file(kDevice, O_RDWR);
+    if (fd < 0) {
+        diag::library_system_error("open mtd", errno);
+        return -1;
+    }
+    uint8_t* image = read_image(fd);
+    if (image == nullptr) {
+        close(fd);
+        return -1;
+    }
+    g_env.device.fd = fd;
+    g_env.device.devoff = kFlashOffset;
+    g_env.device.env_size = kImageSize;
+    g_env.image = image;
+    return 0;
+}
+
+int get_armboot_para(const char* key, char* value, uint32_t size) {
+    if (key == nullptr || value == nullptr || size == 0) return -1;
+    if (env_init() < 0) return -1;
+    const auto found = find_variable(key);
+    if (!found) return -1;
+    const auto* text = reinterpret_cast<const char*>(&variables()[0]) + found->value;
+    copy_text(value, size, {text, found->end - found->value});
+    return 0;
+}
+
+int __set_armboot_para(const char* name, const char* value) {
+    if (!is_settable(name, value)) return -1;
+    if (env_init() < 0) return 0;
+    if (!do_setenv(name, value)) {
+        diag::error({kSource, "__set_armboot_para", 410}, "set environmeent to flash fail\n");
+    } else if (!do_saveenv()) {
+        diag::error({kSource, "__set_armboot_para", 420}, "save environmeent to flash fail\n");
+    }
+    return 0;
+}
+
+int set_armboot_para(const char* name, const char* value) {
+    if (!is_settable(name, value)) return -1;
+    {
+        const Fd front_end(open_file(kVideoFrontEnd, O_RDWR));
+        if (!front_end.is_open()) return -1;
+        if (strstr(value, "camera=Qorzo") != nullptr) {
+            tell_camera_module(front_end.get(), 0, "[libmarl] ----qorzo----");
+        }
+        if (strstr(value, "camera=Hitachi") != nullptr) {
+            tell_camera_module(front_end.get(), 1, "[libmarl] ----HITACHI----");
+        }
+    }
+    return __set_armboot_para(name, value);
+}
+
+int set_armboot_para_kv(const char* text) {
+    const char* separator = text != nullptr ? strchr(text, '=') : nullptr;
+    if (separator == nullptr || separator - text > MARL_ENV_NAME_MAX) return -1;
+    char name[MARL_ENV_NAME_MAX + 1];
+    copy_text(name, sizeof name, {text, static_cast<size_t>(separator - text)});
+    if (!is_settable(name, separator + 1)) return -1;
+    diag::out("[libmarl] %s\n", separator + 1);
+    return __set_armboot_para(name, separator + 1);
+}

@@ -1,0 +1,56 @@
+#include "misc/proc.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "base/diag.h"
+#include "base/fd.h"
+#include "base/text.h"
+#include "libmarl/proc.h"
+
+namespace marl {
+namespace {
+
+constexpr size_t kLineSize = 128;
+constexpr int kNotFound = -1;
+constexpr int kCannotOpen = -2;
+constexpr int kKeyTooLong = -22;
+
+}  // namespace
+
+int read_proc_field(const char* path, const char* key, std::span<char> token, std::span<char> raw) {
+    const size_t key_length = strlen(key);
+    if (key_length >= kLineSize) {
+        diag::err("strlen=%d\n", static_cast<int>(key_length));
+        return kKeyTooLong;
+    }
+    const Fd file(open_file(path, O_RDONLY));
+    if (!file.is_open()) {
+        diag::err("open %s failed\n", path);
+        return kCannotOpen;
+    }
+    LineReader reader(file.get());
+    char line[kLineSize];
+    while (reader.next(line, sizeof line)) {
+        const char* found = strstr(line, key);
+        if (found == nullptr) continue;
+        std::string_view value(found + key_length);
+        value.remove_prefix(std::min<size_t>(1, value.size()));
+        memcpy(raw.data(), value.data(), std::min(value.size(), raw.size()));
+        copy_text(token.data(), token.size(), first_word(value));
+        return 0;
+    }
+    return kNotFound;
+}
+
+}  // namespace marl
+
+// The separator's place is known from the key; which character stands there does not matter.
+int get_proc_field(const char* path, const char* key, char /*sep*/, char* token_out, char* raw_out) {
+    if (path == nullptr || key == nullptr) return -1;
+    const std::span<char> token(token_out, token_out != nullptr ? MARL_PROC_TOKEN_SIZE : 0);
+    const std::span<char> raw(raw_out, raw_out != nullptr ? MARL_PROC_RAW_SIZE : 0);
+    return marl::read_proc_field(path, key, token, raw);
+}

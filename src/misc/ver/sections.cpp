@@ -1,0 +1,180 @@
+// The section-based identification: one bracketed key of the boot environment a field.
+#include <cstring>
+#include <iterator>
+#include <span>
+
+#include "base/diag.h"
+#include "base/text.h"
+#include "libmarl/env.h"
+#include "libmarl/hwid.h"
+#include "libmarl/hwinfo.h"
+
+constinit struct marl_hwinfo_sections HWINFO_SECTIONS = {};
+static_assert(sizeof(marl_hwinfo_sections) == 18 * sizeof(uint16_t));
+
+namespace {
+
+using namespace marl;
+
+constexpr const char* kSource = "src/misc/ver";
+
+constexpr const char* kAlarmMode[] = {"NA",          "NVS-1.0.240", "IPC-1.0.120", "IPC-1.0.110",
+                                      "SD-1.0.270", "IPC-1.0.440", nullptr};
+constexpr const char* kFvideoChip[] = {
+    "NA",     "SONY_ITC-1", "TVP5150", "MT9M033", "reserved4", "reserved5", "CXD4103_ICX405AK", "MT9M034", "IMX036",
+    "reserved9", "MT9P006", "OV7720",  "AD9920",  "AD9979",    "AD9949",    "IMX122",           "AD9923",  nullptr};
+constexpr const char* kDspChip[] = {"NA",    "HI3510", "HI3511", "DM6441", "DM6446",
+                                    "DM365", "DM368",  "DM6448", nullptr};
+constexpr const char* kAnalogAudioMode[] = {"NA", "TW2835_CTRL", "TLV320_R_CTRL", "TW2815_CTRL", nullptr};
+constexpr const char* kTalkback[] = {"NA",       "TLV320_L_CTRL", "TLV320_MIC_CTRL", "TWI2837_MIC_CTRL",
+                                     "AUDIO_IN", "AUDIO_OUT",     "AUDIO_IN_OUT",    nullptr};
+constexpr const char* kBvideoChip[] = {"NA", "TW2835", "PNX1700", "DM6441", "DM365", "DM368", nullptr};
+constexpr const char* kStoreInterface[] = {"NA", "USB", "PATA", "SATA", "SDIO", nullptr};
+constexpr const char* kMatrix[] = {"NA", nullptr};
+constexpr const char* kWirelessInterface[] = {"NA", "SPI", "USB", "SDIO", nullptr};
+constexpr const char* kHdEncode[] = {"NA", "CPLD_CODE", "CHIP_CODE", nullptr};
+constexpr const char* kVideoInterface[] = {"NA", "HD-SDI", "FDDI", "HDMI", "BNC", "SDI_BNC", nullptr};
+constexpr const char* kNetInterface[] = {"ETHERNET", "ETHERNET_FDDI", "EPON", "ETHERNET_RJ45_FDDI", nullptr};
+constexpr const char* kIntellegAnalyse[] = {"NO", "YES", nullptr};
+
+enum class Kind : uint8_t { Model, Number, Version, Name };
+
+struct Section {
+    const char* key;
+    uint16_t marl_hwinfo_sections::*field;
+    Kind kind;
+    const char* const* names = nullptr;
+    int version_line = 0;  // of the warning about a version
+};
+
+constexpr Section kSections[] = {
+    {"[product_type]", &marl_hwinfo_sections::product_type, Kind::Model},
+    {"[video_channel]", &marl_hwinfo_sections::video_channel, Kind::Number},
+    {"[audio_channel]", &marl_hwinfo_sections::audio_channel, Kind::Number},
+    {"[alarm_mode]", &marl_hwinfo_sections::alarm_mode, Kind::Name, kAlarmMode},
+    {"[fvideo_chip]", &marl_hwinfo_sections::fvideo_chip, Kind::Name, kFvideoChip},
+    {"[dsp_chip]", &marl_hwinfo_sections::dsp_chip, Kind::Name, kDspChip},
+    {"[analog_audio_mode]", &marl_hwinfo_sections::analog_audio_mode, Kind::Name, kAnalogAudioMode},
+    {"[talkback]", &marl_hwinfo_sections::talkback, Kind::Name, kTalkback},
+    {"[bvideo_chip]", &marl_hwinfo_sections::bvideo_chip, Kind::Name, kBvideoChip},
+    {"[store_interface]", &marl_hwinfo_sections::store_interface, Kind::Name, kStoreInterface},
+    {"[matrix]", &marl_hwinfo_sections::matrix, Kind::Name, kMatrix},
+    {"[wireless_interface]", &marl_hwinfo_sections::wireless_interface, Kind::Name, kWirelessInterface},
+    {"[hd_encode]", &marl_hwinfo_sections::hd_encode, Kind::Name, kHdEncode},
+    {"[hd_ver]", &marl_hwinfo_sections::hd_ver, Kind::Version, nullptr, 1205},
+    {"[video_interface]", &marl_hwinfo_sections::video_interface, Kind::Name, kVideoInterface},
+    {"[net_interface]", &marl_hwinfo_sections::net_interface, Kind::Name, kNetInterface},
+    {"[intelleg_analyse]", &marl_hwinfo_sections::intelleg_analyse, Kind::Name, kIntellegAnalyse},
+    {"[hwinfo_ver]", &marl_hwinfo_sections::hwinfo_ver, Kind::Version, nullptr, 1250},
+};
+
+constexpr uint32_t kSectionCount = std::size(kSections);
+constexpr uint32_t kProductTypeSection = 0;
+constexpr uint32_t kFvideoChipSection = 4;
+
+int report_undefined(const diag::Site& site, const char* name, uint32_t section) {
+    diag::warn(site, "Undefined %s in %s\n", name, kSections[section].key);
+    return -1;
+}
+
+// A decimal number of one or two digits, taken off the front of `text`; -1 when there is none.
+int take_number(const char*& text) {
+    int number = -1;
+    for (int digits = 0; *text >= '0' && *text <= '9'; ++text, ++digits) {
+        if (digits == 2) return -1;
+        number = (number < 0 ? 0 : number) * 10 + (*text - '0');
+    }
+    return number;
+}
+
+void take_version(const Section& section, const char* value) {
+    const char* text = value;
+    int major = -1;
+    int minor = -1;
+    if (*text == 'V') major = take_number(++text);
+    if (*text == '.') minor = take_number(++text);
+    if (major < 1 || major > 16 || minor < 0 || minor > 16) {
+        diag::warn({kSource, "get_hwinfo2Struct", section.version_line}, "Error:Too large version %s\n", value);
+        return;
+    }
+    HWINFO_SECTIONS.*section.field = static_cast<uint16_t>(major % 16 * 16 + minor % 16 - 16);
+}
+
+void take_section(uint32_t index, const char* value) {
+    const Section& section = kSections[index];
+    uint16_t& field = HWINFO_SECTIONS.*section.field;
+    switch (section.kind) {
+        case Kind::Model:
+            field = static_cast<uint16_t>(string2ValueProductType(value, MODEL_TABLE, index));
+            break;
+        case Kind::Number: field = static_cast<uint16_t>(decimal(value)); break;
+        case Kind::Version: take_version(section, value); break;
+        case Kind::Name: field = static_cast<uint16_t>(string2Value(value, section.names, index)); break;
+    }
+}
+
+void get_hwinfo2Struct() {
+    for (uint32_t index = 0; index < kSectionCount; ++index) {
+        char value[128] = {};
+        if (get_armboot_para(kSections[index].key, value, sizeof value) < 0) {
+            diag::warn({kSource, "get_hwinfo2Struct", 1065}, "Get %s error\n", kSections[index].key);
+        } else {
+            take_section(index, value);
+        }
+    }
+    product_code = HWINFO_SECTIONS.product_type;
+}
+
+int section_contains(uint32_t section, const char* text, const diag::Site& site) {
+    if (text == nullptr) return -1;
+    char value[128] = {};
+    if (get_armboot_para(kSections[section].key, value, sizeof value) < 0) {
+        diag::warn(site, "Get product error\n");
+        return -1;
+    }
+    return strstr(value, text) != nullptr ? 1 : 0;
+}
+
+}  // namespace
+
+int string2ValueProductType(const char* name, const char* const table[][MARL_MODEL_SLOTS], uint32_t section) {
+    if (name == nullptr || table == nullptr || section >= kSectionCount) return -1;
+    for (int row = 0; row < MARL_MODEL_ROWS; ++row) {
+        for (const char* model : std::span(table[row], MARL_MODEL_SLOTS)) {
+            if (model == nullptr || *model == '\0') break;
+            if (strcmp(model, name) == 0) return row;
+        }
+    }
+    return report_undefined({kSource, "string2ValueProductType", 1050}, name, section);
+}
+
+int string2Value(const char* name, const char* const* list, uint32_t section) {
+    if (name == nullptr || list == nullptr || section >= kSectionCount) return -1;
+    for (int position = 0; list[position] != nullptr; ++position) {
+        if (strcmp(list[position], name) == 0) return position;
+    }
+    return report_undefined({kSource, "string2Value", 1037}, name, section);
+}
+
+int check_product_type(const char* text) {
+    return section_contains(kProductTypeSection, text, {kSource, "check_product_type", 1571});
+}
+
+int check_fvideo_chip(const char* text) {
+    return section_contains(kFvideoChipSection, text, {kSource, "check_fvideo_chip", 1597});
+}
+
+int get_hwid_scheme() {
+    char value[128] = {};
+    hwid_absent = get_armboot_para("HWID", value, sizeof value) < 0 ? 1 : 0;
+    return static_cast<int>(hwid_absent);
+}
+
+int get_hwid_info() {
+    if (get_hwid_scheme() == 0) {
+        hwid_transform();
+    } else {
+        get_hwinfo2Struct();
+    }
+    return 0;
+}
