@@ -1,0 +1,7 @@
+#include "daemon/supervisor.h"
+
+int main(int argc, char** argv) {
+    sentrel::Supervisor supervisor;
+    if (!supervisor.start_up(argc, argv)) return -1;
+    for (;;) supervisor.pass();
+}

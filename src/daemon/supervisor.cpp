@@ -1,0 +1,80 @@
+#include "daemon/supervisor.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "base/clock.h"
+#include "base/diag.h"
+#include "daemon/clock_sync.h"
+#include "daemon/core_mount.h"
+#include "daemon/recorder_modem.h"
+#include "libmarl/hwinfo.h"
+#include "libmarl/power_3g.h"
+#include "libmarl/upgrade_flag.h"
+#include "libmarl/watchdog.h"
+
+namespace sentrel {
+namespace {
+
+using namespace marl;
+
+constexpr uint32_t kPassMs = 200;
+
+constexpr uint32_t kClockStepPerPass = 2;
+constexpr uint32_t kClockThreshold = 1500;
+constexpr uint32_t kRecorderModemAfterPasses = 50;
+
+constexpr int32_t kDefaultPeriodS = 25;
+constexpr int32_t kLowestPeriodS = 3;
+constexpr int32_t kHighestPeriodS = INT32_MAX / 1000;  // the driver counts milliseconds in 32 bits
+
+int32_t watchdog_period_s(int argc, char** argv) {
+    if (argc < 2) return kDefaultPeriodS;
+    const long long given = strtoll(argv[1], nullptr, 10);
+    return static_cast<int32_t>(std::clamp<long long>(given, kLowestPeriodS, kHighestPeriodS));
+}
+
+void print_banner(int32_t period_s, int appauto) {
+    diag::out("sentrel V1.13(no exit): startup time=%d s, appauto=%d, hctosystime=%d,type=%.*s\n", period_s, appauto,
+              static_cast<int>(kClockThreshold), MARL_MODEL_SIZE, product_model_ptr);
+}
+
+}  // namespace
+
+bool Supervisor::start_up(int argc, char** argv) {
+    power_3g_on();
+    start_core_mount();
+    const int32_t period_s = watchdog_period_s(argc, argv);
+    appauto_ = get_appauto();
+    print_banner(period_s, appauto_);
+    init_upgrade_map();
+    // Opened once and never closed or fed again: from here on the watchdog stays armed, and other programs feed it.
+    return appauto_ == 0 || wdt_set_period(period_s * 1000) == 0;
+}
+
+void Supervisor::pass() {
+    sleep_ms(kPassMs);
+    count_pass();
+    sync_clock_when_due();
+    power_recorder_modem_when_due();
+    watch_core_mount();
+}
+
+void Supervisor::count_pass() {
+    clock_accumulator_ += kClockStepPerPass;
+    if (passes_ <= kRecorderModemAfterPasses) ++passes_;
+}
+
+void Supervisor::sync_clock_when_due() {
+    if (clock_accumulator_ <= kClockThreshold) return;
+    rtc_to_system_clock();
+    clock_accumulator_ = 0;
+}
+
+void Supervisor::power_recorder_modem_when_due() {
+    if (recorder_modem_done_ || passes_ <= kRecorderModemAfterPasses) return;
+    if (check_product_model("QZ-NRX2") == 0 && check_product_model("QZ-NRX1") == 0) return;
+    recorder_modem_done_ = power_recorder_modem();
+}
+
+}  // namespace sentrel
