@@ -16,14 +16,17 @@
 #ifndef LIBMARL_H
 #define LIBMARL_H
 
+#include "libmarl/cmos.h"
 #include "libmarl/env.h"
 #include "libmarl/export.h"
 #include "libmarl/gpio.h"
 #include "libmarl/hwid.h"
 #include "libmarl/hwinfo.h"
 #include "libmarl/init.h"
+#include "libmarl/interfaces.h"
 #include "libmarl/power_3g.h"
 #include "libmarl/proc.h"
+#include "libmarl/reboot.h"
 #include "libmarl/upgrade_flag.h"
 #include "libmarl/watchdog.h"
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,7 +17,9 @@ int SharedWord::open(const char* path, bool create) {
 }
 
 void SharedWord::close() {
+    if (address_ != nullptr) munmap(address_, sizeof(uint32_t));
     if (fd_ >= 0) ::close(fd_);
+    address_ = nullptr;
     fd_ = -1;
 }
 
@@ -33,6 +36,13 @@ ssize_t SharedWord::read(uint32_t& value) const {
     const ssize_t n = repeat_interrupted([&] { return pread(fd_, &fetched, sizeof fetched, 0); });
     if (n == ssize_t{sizeof fetched}) value = fetched;
     return n;
+}
+
+bool SharedWord::is_replaced(const char* path) const {
+    struct stat opened{};
+    struct stat named{};
+    if (fstat(fd_, &opened) < 0 || stat(path, &named) < 0) return false;
+    return opened.st_ino != named.st_ino || opened.st_dev != named.st_dev;
 }
 
 bool SharedWord::write(uint32_t value) const {

@@ -19,6 +19,8 @@ class SharedWord {
 
     // Opens read-write; 0, or the errno of the failure. With `create` the file is made with mode 0777.
     int open(const char* path, bool create);
+
+    // Forgets the file: unmaps and closes what there is.
     void close();
 
     // Maps the first 4 bytes, shared. False when that fails; the next call tries again.
@@ -27,6 +29,9 @@ class SharedWord {
     // Fetches the word. Returns the bytes the file had for it, 4 when it is whole, or -1; `value` is only set
     // by a whole word.
     ssize_t read(uint32_t& value) const;
+
+    // Whether `path` names another file by now: the one that is open was deleted and made anew.
+    bool is_replaced(const char* path) const;
 
     // Stores the word at the start of the file, which makes it at least 4 bytes long. False when that fails.
     bool write(uint32_t value) const;

@@ -6,8 +6,13 @@
 #include "base/clock.h"
 #include "base/diag.h"
 #include "daemon/clock_sync.h"
+#include "daemon/clone_task.h"
 #include "daemon/core_mount.h"
+#include "daemon/dm365_link.h"
+#include "daemon/dm365_monitor.h"
+#include "daemon/heartbeat.h"
 #include "daemon/recorder_modem.h"
+#include "daemon/reset_button.h"
 #include "libmarl/hwinfo.h"
 #include "libmarl/power_3g.h"
 #include "libmarl/upgrade_flag.h"
@@ -22,6 +27,8 @@ constexpr uint32_t kPassMs = 200;
 
 constexpr uint32_t kClockStepPerPass = 2;
 constexpr uint32_t kClockThreshold = 1500;
+constexpr int kSupervisedCategory = 1;
+constexpr uint32_t kHeartbeatAfterTicks = 25;
 constexpr uint32_t kRecorderModemAfterPasses = 50;
 
 constexpr int32_t kDefaultPeriodS = 25;
@@ -46,22 +53,32 @@ bool Supervisor::start_up(int argc, char** argv) {
     start_core_mount();
     const int32_t period_s = watchdog_period_s(argc, argv);
     appauto_ = get_appauto();
+    product_type_ = get_product_type();
+    if (product_type_ == kCoprocessorBoard) {
+        int task_id = -1;
+        clone_thread_create(&task_id, dm365_monitor_thread, nullptr);
+    }
     print_banner(period_s, appauto_);
     init_upgrade_map();
-    // Opened once and never closed or fed again: from here on the watchdog stays armed, and other programs feed it.
-    return appauto_ == 0 || wdt_set_period(period_s * 1000) == 0;
+    // The library opens the device once and keeps it, so the watchdog stays armed; other programs feed it.
+    if (appauto_ != 0 && wdt_set_period(period_s * 1000) < 0) return false;
+    choose_reset_gpio_line(product_type_);
+    return true;
 }
 
 void Supervisor::pass() {
     sleep_ms(kPassMs);
     count_pass();
     sync_clock_when_due();
+    check_reset_button(product_type_);
+    check_heartbeats_when_due();
     power_recorder_modem_when_due();
     watch_core_mount();
 }
 
 void Supervisor::count_pass() {
     clock_accumulator_ += kClockStepPerPass;
+    if (heartbeat_ticks_ <= kHeartbeatAfterTicks) ++heartbeat_ticks_;
     if (passes_ <= kRecorderModemAfterPasses) ++passes_;
 }
 
@@ -69,6 +86,15 @@ void Supervisor::sync_clock_when_due() {
     if (clock_accumulator_ <= kClockThreshold) return;
     rtc_to_system_clock();
     clock_accumulator_ = 0;
+}
+
+// A stalled MediaGuard is acted on before encode is looked at: either check may end in a reboot.
+void Supervisor::check_heartbeats_when_due() {
+    if (get_dvr_info(MARL_INFO_PRODUCT_CATEGORY) != kSupervisedCategory || appauto_ == 0) return;
+    if (heartbeat_ticks_ <= kHeartbeatAfterTicks) return;
+    monitor_mediaguard();
+    monitor_encode();
+    heartbeat_ticks_ = 0;
 }
 
 void Supervisor::power_recorder_modem_when_due() {

@@ -17,11 +17,15 @@ class Supervisor {
   private:
     void count_pass();
     void sync_clock_when_due();
+    void check_heartbeats_when_due();
     void power_recorder_modem_when_due();
 
     int appauto_ = 0;
+    int product_type_ = 0;
     uint32_t clock_accumulator_ = 0;
-    uint32_t passes_ = 0;  // stops counting where nothing looks at it any more
+    // These two stop counting where nothing looks at them any more.
+    uint32_t heartbeat_ticks_ = 0;
+    uint32_t passes_ = 0;
     bool recorder_modem_done_ = false;
 };
 

@@ -1,0 +1,112 @@
+#include "daemon/dm365_link.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+
+#include "base/clock.h"
+#include "base/diag.h"
+#include "base/fd.h"
+
+namespace sentrel {
+
+constinit std::atomic<int32_t> spi0_fd{-1};
+
+namespace {
+
+using namespace marl;
+
+constexpr const char* kGpioDevice = "/dev/misc/gpio";
+constexpr uint32_t kRepeatPauseMs = 50;
+constexpr uint32_t kResetLowMs = 20;
+constexpr uint32_t kResetHighMs = 500;
+constexpr uint32_t kBootWaitMs = 45'000;
+constexpr uint32_t kFactoryResetCode = 0xA667;
+
+// The version record as the driver fills it and the file keeps it. The texts are NUL-terminated where they fit.
+struct VersionRecord {
+    char name[32];
+    char version[16];
+    char second_version[16];
+};
+static_assert(sizeof(VersionRecord) == 64);
+
+uint32_t query_word(int fd, unsigned long request) {
+    uint32_t word = 0;
+    control(fd, request, &word);
+    sleep_ms(kRepeatPauseMs);
+    control(fd, request, &word);
+    return word;
+}
+
+void store_version(const VersionRecord& record) {
+    const Fd file(open_file(kVersionPath, O_RDWR | O_CREAT | O_TRUNC, 0755));
+    if (!file.is_open()) {
+        diag::system_error("creat dm365_version\n", errno);
+        return;
+    }
+    diag::out("%.32s\n%.16s\n%.16s\n", record.name, record.second_version, record.version);
+    write_whole(file.get(), &record, sizeof record);
+}
+
+void query_version(int fd, unsigned long request) {
+    VersionRecord record{};
+    if (control(fd, request, &record) == 0) {
+        store_version(record);
+    } else {
+        diag::system_error("", errno);
+    }
+}
+
+void exchange(int fd, uint32_t* out, unsigned long request) {
+    uint32_t status = 0;
+    control(fd, kReadStatus, &status);
+    if (status == kUpgrading) {
+        *out = kUpgrading;
+    } else if (request == kQueryVersion || request == kQueryVersionOld) {
+        query_version(fd, request);
+    } else {
+        *out = query_word(fd, request == kQueryAlive ? kQueryAlive : kQuery2a);
+    }
+}
+
+}  // namespace
+
+void dm365_spi_query(int fd, uint32_t* out, unsigned long request) {
+    if (fd < 0) {
+        diag::line("@@: spi0 device is not open");
+        return;
+    }
+    control(fd, kBeginExchange, 0UL);
+    exchange(fd, out, request);
+    control(fd, kEndExchange, 0UL);
+}
+
+int dm365_reset_pulse(uint8_t pin) {
+    const Fd gpio(open_file(kGpioDevice, O_RDWR));
+    if (!gpio.is_open()) return -1;
+    const uint8_t low[] = {pin, 0};
+    const uint8_t high[] = {pin, 1};
+    write_some(gpio.get(), low, sizeof low);
+    sleep_ms(kResetLowMs);
+    write_some(gpio.get(), high, sizeof high);
+    sleep_ms(kResetHighMs);
+    return 0;
+}
+
+void hold_for_boot(int fd) {
+    uint32_t booting = 1;
+    control(fd, kBootWait, &booting);
+    sleep_ms(kBootWaitMs);
+    booting = 0;
+    control(fd, kBootWait, &booting);
+}
+
+void announce_factory_reset() {
+    const int fd = spi0_fd;
+    if (fd <= 0) return;
+    uint32_t code = kFactoryResetCode;
+    control(fd, kFactoryReset, &code);
+}
+
+}  // namespace sentrel

@@ -1,0 +1,73 @@
+#include "misc/sys/cmos.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+
+#include <cstring>
+
+#include "base/diag.h"
+#include "base/fd.h"
+#include "libmarl/cmos.h"
+#include "misc/ver/catalogue.h"
+
+namespace {
+
+using namespace marl;
+
+constexpr const char* kSource = "src/misc/sys";
+constexpr const char* kDevice = "/dev/misc/rtc";
+
+// The lock guards the two steps of an access: the offset into the buffer, then the transfer.
+struct {
+    pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
+    int fd = -1;
+} constinit g_cmos;
+
+class CmosLock {
+  public:
+    CmosLock() { pthread_mutex_lock(&g_cmos.lock); }
+    ~CmosLock() { pthread_mutex_unlock(&g_cmos.lock); }
+    CmosLock(const CmosLock&) = delete;
+    CmosLock& operator=(const CmosLock&) = delete;
+};
+
+bool is_exempt() { return catalogue::is_model_of(catalogue::kCmosExempt); }
+
+}  // namespace
+
+void marl::hold_cmos_for_good() { pthread_mutex_lock(&g_cmos.lock); }
+
+int openCMOS(const char* path) {
+    if (path == nullptr) return -1;
+    if (open_once(g_cmos.fd, path, O_RDWR) < 0) {
+        diag::error({kSource, "openCMOS"}, " can't open %s (fd = %d)\n", path, g_cmos.fd);
+        return -1;
+    }
+    return g_cmos.fd;
+}
+
+int writeCMOS(uint8_t offset, const uint8_t* data, uint32_t len) {
+    if (data == nullptr || len == 0 || len > MARL_CMOS_WRITE_MAX) return -1;
+    const CmosLock lock;
+    if (is_exempt()) return 0;
+    const int fd = openCMOS(kDevice);
+    if (fd < 0) return -1;
+    uint8_t buffer[1 + MARL_CMOS_WRITE_MAX] = {offset};
+    memcpy(buffer + 1, data, len);
+    return static_cast<int>(write_some(fd, buffer, len + 1));
+}
+
+int readCMOS(uint8_t offset, uint8_t* out, uint32_t len) {
+    if (out == nullptr || len == 0 || len > MARL_CMOS_READ_MAX) return -1;
+    const CmosLock lock;
+    if (is_exempt()) {
+        memset(out, 0, len);
+        return 0;
+    }
+    const int fd = openCMOS(kDevice);
+    if (fd < 0) return -1;
+    uint8_t buffer[MARL_CMOS_READ_MAX] = {offset};
+    const auto result = static_cast<int>(read_some(fd, buffer, len));
+    if (result >= 0) memcpy(out, buffer, len);
+    return result;
+}
