@@ -2,16 +2,17 @@
  * libmarl: the hardware-support library of the device.
  *
  * A program that links it finds the board identified and the GPIO object open when main() starts: the library
- * initialises itself at load time (libmarl/init.h). A board whose GPIO device is missing ends the process there.
+ * initialises itself at load time (libmarl/init.h). A board whose GPIO device is missing ends the process
+ * there.
  *
  * Conventions of every call, unless its own comment says otherwise:
  *  - text in is NUL-terminated and read only; text out is NUL-terminated and never longer than the buffer;
  *  - the result is 0, a count or a value on success and negative on failure; arguments outside the contract
  *    (null pointers, lengths out of range) are refused with -1 and nothing is changed;
- *  - device files are opened at the first use with O_CLOEXEC and kept; a failed open is tried again at the next
- *    call;
- *  - messages go to standard output, or to standard error where the comment says so, one write(2) a message. A
- *    console that is full or gone drops them: no call blocks on it, no SIGPIPE ends the process.
+ *  - device files are opened at the first use with O_CLOEXEC and kept; a failed open is tried again at the
+ * next call;
+ *  - messages go to standard output, or to standard error where the comment says so, one write(2) a message.
+ * A console that is full or gone drops them: no call blocks on it, no SIGPIPE ends the process.
  */
 #ifndef LIBMARL_H
 #define LIBMARL_H

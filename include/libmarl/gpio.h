@@ -1,10 +1,10 @@
 /*
- * Board signals: the SoC's GPIO lines 0..71 behind /dev/misc/gpio, wrapped in one reference-counted object per
- * process, and the 8 inputs and 8 outputs of the I/O expander.
+ * Board signals: the SoC's GPIO lines 0..71 behind /dev/misc/gpio, wrapped in one reference-counted object
+ * per process, and the 8 inputs and 8 outputs of the I/O expander.
  *
  * Nothing here takes a lock; each access is one system call. An operation on a null object, an object without
- * private record, or a closed one returns -1 after "%s: thiz", "%s: thiz->priv" or "%s: priv->common.fd " with
- * its name on standard error.
+ * private record, or a closed one returns -1 after "%s: thiz", "%s: thiz->priv" or "%s: priv->common.fd "
+ * with its name on standard error.
  */
 #ifndef LIBMARL_GPIO_H
 #define LIBMARL_GPIO_H
@@ -18,49 +18,51 @@ MARL_BEGIN_DECLS
 typedef struct GPIO GPIO;
 
 struct GPIO {
-    void *priv;
-    int (*addref)(GPIO *thiz);
-    int (*release)(GPIO *thiz);
-    int (*open)(GPIO *thiz);
-    int (*close)(GPIO *thiz);
-    int (*readbit)(GPIO *thiz, uint32_t line);
-    int (*writebit)(GPIO *thiz, uint32_t line, uint32_t level);
-    int (*interrupt_enable)(GPIO *thiz, uint32_t line, uint32_t mode);
-    int (*interrupt_disable)(GPIO *thiz, uint32_t line);
+    void* priv;
+    int (*addref)(GPIO* thiz);
+    int (*release)(GPIO* thiz);
+    int (*open)(GPIO* thiz);
+    int (*close)(GPIO* thiz);
+    int (*readbit)(GPIO* thiz, uint32_t line);
+    int (*writebit)(GPIO* thiz, uint32_t line, uint32_t level);
+    int (*interrupt_enable)(GPIO* thiz, uint32_t line, uint32_t mode);
+    int (*interrupt_disable)(GPIO* thiz, uint32_t line);
 };
 
 /* The object of this process, created before main(); the library never releases it. */
-MARL_API extern GPIO *pg_gpio;
+MARL_API extern GPIO* pg_gpio;
 
 /*
- * Creates the one object, with one reference, and opens the device. 0, or -1: an object exists already ("Error:OBJ
- * is created"; `*out` is left alone), `out` is null ("Obiect is NULL"), no memory, or the device cannot be opened
+ * Creates the one object, with one reference, and opens the device. 0, or -1: an object exists already
+ * ("Error:OBJ is created"; `*out` is left alone), `out` is null ("Obiect is NULL"), no memory, or the device
+ * cannot be opened
  * ("open %s " on standard error); `*out` is null in the last two cases and nothing is left allocated.
  */
-MARL_API int createGPIO(GPIO **out);
+MARL_API int createGPIO(GPIO** out);
 
 /* One reference more or less. The last release closes the device and frees the object. 0, or -1. */
-MARL_API int gpio_addref(GPIO *thiz);
-MARL_API int gpio_release(GPIO *thiz);
+MARL_API int gpio_addref(GPIO* thiz);
+MARL_API int gpio_release(GPIO* thiz);
 
 /*
- * Opens the device of a closed object, or warns that it is open already. A descriptor of 0 counts as closed, so a
- * process must not have closed its standard input. 0, or -1 when it cannot be opened.
+ * Opens the device of a closed object, or warns that it is open already. A descriptor of 0 counts as closed,
+ * so a process must not have closed its standard input. 0, or -1 when it cannot be opened.
  */
-MARL_API int gpio_open(GPIO *thiz);
+MARL_API int gpio_open(GPIO* thiz);
 
 /* Closes the device; the object lives on. 0, or -1. */
-MARL_API int gpio_close(GPIO *thiz);
+MARL_API int gpio_close(GPIO* thiz);
 
 /* The level of a line, 0 or 1; negative for a line above 71 or a failed read. */
-MARL_API int gpio_readbit(GPIO *thiz, uint32_t line);
+MARL_API int gpio_readbit(GPIO* thiz, uint32_t line);
 
 /* Sets a line to level 0 or 1. The write's result, 2 on success; -1 for a line or level out of range. */
-MARL_API int gpio_writebit(GPIO *thiz, uint32_t line, uint32_t level);
+MARL_API int gpio_writebit(GPIO* thiz, uint32_t line, uint32_t level);
 
-/* The driver's interrupt mode of a line, 0 (off) to 3. The ioctl's result; -1 for a line or mode out of range. */
-MARL_API int gpio_interrupt_enable(GPIO *thiz, uint32_t line, uint32_t mode);
-MARL_API int gpio_interrupt_disable(GPIO *thiz, uint32_t line);
+/* The driver's interrupt mode of a line, 0 (off) to 3. The ioctl's result; -1 for a line or mode out of
+ * range. */
+MARL_API int gpio_interrupt_enable(GPIO* thiz, uint32_t line, uint32_t mode);
+MARL_API int gpio_interrupt_disable(GPIO* thiz, uint32_t line);
 
 /* gpio_readbit and gpio_writebit of `pg_gpio`; -1 with "pg_gpio==NULL\n" on standard error without one. */
 MARL_API int gpio_get_bit(uint32_t line);
@@ -71,11 +73,11 @@ MARL_API int gpio_set_bit(uint32_t line, uint32_t level);
  * number above 7 reads as 0 after "invalid parameter: num=%d(rang is 0-7)\n" on standard error. A device that
  * cannot be opened is reported as "open %s failed\n" on standard output.
  */
-MARL_API int gio_expander_read(uint32_t num, uint8_t *out);
+MARL_API int gio_expander_read(uint32_t num, uint8_t* out);
 
 /*
- * Sets expander output `num` (0..7) to `value` (0 or 1). The write's result, 2 on success. Numbers out of range
- * are sent all the same, cut to 8 bits, after "invalid parameter: num=%d,value=%d\n".
+ * Sets expander output `num` (0..7) to `value` (0 or 1). The write's result, 2 on success. Numbers out of
+ * range are sent all the same, cut to 8 bits, after "invalid parameter: num=%d,value=%d\n".
  */
 MARL_API int gio_expander_write(uint32_t num, uint32_t value);
 

@@ -1,6 +1,6 @@
 /*
- * Identification of the board. The load-time initialiser runs hwid_transform(); programs read the result through
- * libmarl/hwinfo.h. The section-based scheme at the end is a service for programs of older boards.
+ * Identification of the board. The load-time initialiser runs hwid_transform(); programs read the result
+ * through libmarl/hwinfo.h. The section-based scheme at the end is a service for programs of older boards.
  *
  * Nothing here is meant to run beside readers of the hardware information.
  */
@@ -15,9 +15,10 @@ MARL_BEGIN_DECLS
 #define MARL_MODEL_SLOTS 20 /* model names in a row; it ends at its first null or empty slot */
 
 /* The device's product catalogue. */
-MARL_API extern const char *const MODEL_TABLE[MARL_MODEL_ROWS][MARL_MODEL_SLOTS];
+MARL_API extern const char* const MODEL_TABLE[MARL_MODEL_ROWS][MARL_MODEL_SLOTS];
 
-/* The sections of the section-based identification; 18 fields in the order of get_dvr_info()'s indices 0..17. */
+/* The sections of the section-based identification; 18 fields in the order of get_dvr_info()'s indices 0..17.
+ */
 struct marl_hwinfo_sections {
     uint16_t product_type;
     uint16_t video_channel;
@@ -44,33 +45,34 @@ MARL_API extern struct marl_hwinfo_sections HWINFO_SECTIONS;
 /*
  * Identifies the board and fills HWINFO, hwid and their companions. Sources, in this order: the boot
  * environment's HWID in its colon-separated form; as a hexadecimal number the boot parameter HWID of
- * /proc/qorzo/bootpara, the boot environment's HWID, the record in /mnt/mtdblock1. No failure is fatal: without
- * any source the raw ID is zero and the model "unknow". Run again, it keeps a raw ID that came from the boot
- * environment. Texts too long for a field are cut to it, processor clocks beyond the eighth dropped.
+ * /proc/qorzo/bootpara, the boot environment's HWID, the record in /mnt/mtdblock1. No failure is fatal:
+ * without any source the raw ID is zero and the model "unknow". Run again, it keeps a raw ID that came from
+ * the boot environment. Texts too long for a field are cut to it, processor clocks beyond the eighth dropped.
  */
 MARL_API void hwid_transform(void);
 
 /*
- * The Device text of /mnt/custom/ProductDefinition, cut to 31 characters. `buf` has 32 bytes. 0, or -1 when it is
- * null, the file cannot be opened ("open %s \n" on standard error) or holds no such text; `buf` is empty then.
+ * The Device text of /mnt/custom/ProductDefinition, cut to 31 characters. `buf` has 32 bytes. 0, or -1 when
+ * it is null, the file cannot be opened ("open %s \n" on standard error) or holds no such text; `buf` is
+ * empty then.
  */
-MARL_API int read_product_definition(char *buf);
+MARL_API int read_product_definition(char* buf);
 
 /*
  * The first row of `table` (MARL_MODEL_ROWS rows) that holds `name`, or the position of `name` in a list that
  * ends with a null entry. Otherwise -1 after the warning "Undefined %s in %s" with the name and the key of
  * section `section` (0..17). -1 alone for a null argument or a section out of range.
  */
-MARL_API int string2ValueProductType(const char *name, const char *const table[][MARL_MODEL_SLOTS],
+MARL_API int string2ValueProductType(const char* name, const char* const table[][MARL_MODEL_SLOTS],
                                      uint32_t section);
-MARL_API int string2Value(const char *name, const char *const *list, uint32_t section);
+MARL_API int string2Value(const char* name, const char* const* list, uint32_t section);
 
 /*
- * 1 when the boot-environment value of "[product_type]" or "[fvideo_chip]" contains `text`, 0 when not; -1 after
- * the warning "Get product error" when there is none.
+ * 1 when the boot-environment value of "[product_type]" or "[fvideo_chip]" contains `text`, 0 when not; -1
+ * after the warning "Get product error" when there is none.
  */
-MARL_API int check_product_type(const char *text);
-MARL_API int check_fvideo_chip(const char *text);
+MARL_API int check_product_type(const char* text);
+MARL_API int check_fvideo_chip(const char* text);
 
 /* Sets hwid_absent to 1 when the boot environment has no HWID, else to 0, and returns it. */
 MARL_API int get_hwid_scheme(void);

@@ -1,6 +1,7 @@
 /*
- * What board is this? The answer lives in one record, HWINFO, and the raw hardware ID beside it. Both are filled
- * once by the load-time initialiser and only read afterwards, so everything here is safe from any thread.
+ * What board is this? The answer lives in one record, HWINFO, and the raw hardware ID beside it. Both are
+ * filled once by the load-time initialiser and only read afterwards, so everything here is safe from any
+ * thread.
  */
 #ifndef LIBMARL_HWINFO_H
 #define LIBMARL_HWINFO_H
@@ -14,32 +15,32 @@ MARL_BEGIN_DECLS
 #define MARL_HWID_SIZE 16  /* bytes of the raw hardware ID */
 
 /*
- * The decoded hardware information. The colon-separated identification fills the 16-bit fields by position, so
- * their order binds. Codes: see the tables that print_system_info() prints the names of.
+ * The decoded hardware information. The colon-separated identification fills the 16-bit fields by position,
+ * so their order binds. Codes: see the tables that print_system_info() prints the names of.
  */
 struct marl_hwinfo {
     char product_model[MARL_MODEL_SIZE];
-    uint16_t hwid_ver;             /* version of the hardware-ID scheme */
-    uint16_t product_category;     /* 1 ITC, 2 IPC, 3 SPC, 0 unknown */
+    uint16_t hwid_ver;         /* version of the hardware-ID scheme */
+    uint16_t product_category; /* 1 ITC, 2 IPC, 3 SPC, 0 unknown */
     uint16_t product_sub_category;
-    uint16_t fvideo_chip;          /* forward (sensor or decoder) video chip */
-    uint16_t dsp_chip;             /* main processor chip */
-    uint16_t bvideo_chip;          /* back-end video chip */
-    uint16_t video_channel;        /* number of video channels */
-    uint16_t analog_audio_mode;    /* analog audio codec */
-    uint16_t audio_in_channel;     /* bit mask of audio inputs */
-    uint16_t audio_out_channel;    /* bit mask of audio outputs */
-    uint16_t store_interface;      /* storage interface */
-    uint16_t cpu_count;            /* entries used in cpu_clock_freq */
+    uint16_t fvideo_chip;                  /* forward (sensor or decoder) video chip */
+    uint16_t dsp_chip;                     /* main processor chip */
+    uint16_t bvideo_chip;                  /* back-end video chip */
+    uint16_t video_channel;                /* number of video channels */
+    uint16_t analog_audio_mode;            /* analog audio codec */
+    uint16_t audio_in_channel;             /* bit mask of audio inputs */
+    uint16_t audio_out_channel;            /* bit mask of audio outputs */
+    uint16_t store_interface;              /* storage interface */
+    uint16_t cpu_count;                    /* entries used in cpu_clock_freq */
     uint16_t cpu_clock_freq[MARL_CPU_MAX]; /* MHz */
-    uint16_t alarm_mode;           /* alarm board */
-    uint16_t wireless_interface;   /* wireless module's interface */
-    uint16_t hd_encode;            /* hardware encoder */
-    uint16_t video_interface;      /* video output */
-    uint16_t net_interface;        /* network interface */
-    uint16_t intelleg_analyse;     /* 1: intelligent-analysis hardware */
-    uint16_t hd_ver;               /* board revision */
-    uint16_t ext_info;             /* last field of the colon-separated identification */
+    uint16_t alarm_mode;                   /* alarm board */
+    uint16_t wireless_interface;           /* wireless module's interface */
+    uint16_t hd_encode;                    /* hardware encoder */
+    uint16_t video_interface;              /* video output */
+    uint16_t net_interface;                /* network interface */
+    uint16_t intelleg_analyse;             /* 1: intelligent-analysis hardware */
+    uint16_t hd_ver;                       /* board revision */
+    uint16_t ext_info;                     /* last field of the colon-separated identification */
     uint16_t unused[21];
 };
 
@@ -48,7 +49,8 @@ MARL_API extern struct marl_hwinfo HWINFO;
 /* The raw ID. Bytes 0..7, little-endian, hold the packed fields; all zero with the colon-separated scheme. */
 MARL_API extern uint8_t hwid[MARL_HWID_SIZE];
 
-/* Product type found by model name: 0 when the colon-separated scheme is not in use, -1 for an unknown name. */
+/* Product type found by model name: 0 when the colon-separated scheme is not in use, -1 for an unknown name.
+ */
 MARL_API extern int32_t product_type;
 
 /* Product code: bits 0..4 of the raw ID, or the type of the section-based identification. */
@@ -64,7 +66,7 @@ MARL_API extern uint32_t hwid_loaded;
 MARL_API extern int32_t keyboard_type;
 
 /* HWINFO.product_model once identification has run, null before. */
-MARL_API extern const char *product_model_ptr;
+MARL_API extern const char* product_model_ptr;
 
 /* Indices of get_dvr_info(). */
 enum marl_dvr_info {
@@ -97,8 +99,8 @@ enum marl_dvr_info {
 };
 
 /*
- * One value of the hardware information by index (enum marl_dvr_info); index 0 is -1 for an unknown model name.
- * Any other index gives -1 after "invalid dvr info cmd\n" on standard error.
+ * One value of the hardware information by index (enum marl_dvr_info); index 0 is -1 for an unknown model
+ * name. Any other index gives -1 after "invalid dvr info cmd\n" on standard error.
  */
 MARL_API int get_dvr_info(uint32_t index);
 
@@ -109,10 +111,10 @@ MARL_API uint8_t get_video_channel_num(void);
 MARL_API uint8_t get_hardware_version(void);
 
 /*
- * 1 when the product model begins with `name`, which the empty name always does; else 0. A name of more than 32
- * characters gives 0 after "product model too long\n" on standard error.
+ * 1 when the product model begins with `name`, which the empty name always does; else 0. A name of more than
+ * 32 characters gives 0 after "product model too long\n" on standard error.
  */
-MARL_API int check_product_model(const char *name);
+MARL_API int check_product_model(const char* name);
 
 /*
  * Whether the board has a talkback audio path, on its input side (`direction` 1) or output side (0): non-zero

@@ -7,16 +7,16 @@
 MARL_BEGIN_DECLS
 
 /*
- * The load-time initialiser; it runs by itself, once, before main() and before any thread, and nothing needs to
- * call it. Reads the keyboard boot parameter, prints the library banner, identifies the board (libmarl/hwid.h)
- * and creates the GPIO object `pg_gpio`. When that fails it reports the failed condition on standard error and
- * ends the process with status 1, without running exit handlers.
+ * The load-time initialiser; it runs by itself, once, before main() and before any thread, and nothing needs
+ * to call it. Reads the keyboard boot parameter, prints the library banner, identifies the board
+ * (libmarl/hwid.h) and creates the GPIO object `pg_gpio`. When that fails it reports the failed condition on
+ * standard error and ends the process with status 1, without running exit handlers.
  */
 MARL_API void libmarl_init(void);
 
 /*
- * The number of the boot parameter "qz_keyboard" in /proc/qorzo/bootpara (at most 3 characters are read), 0 when
- * it is missing or no number. Safe from any thread.
+ * The number of the boot parameter "qz_keyboard" in /proc/qorzo/bootpara (at most 3 characters are read), 0
+ * when it is missing or no number. Safe from any thread.
  */
 MARL_API int get_keyboard_bootpara(void);
 

@@ -1,6 +1,6 @@
 /*
- * The supply of the 3G modem. Which line switches it, and which level means on, depends on the model and on some
- * models on the hardware version.
+ * The supply of the 3G modem. Which line switches it, and which level means on, depends on the model and on
+ * some models on the hardware version.
  *
  * No call takes a lock. The result is that of the line write (2 on success), 0 on models whose write is not
  * reported, or -1: request out of range, model without a switch ("power_3g: unkown product model=%s\n" on
@@ -21,7 +21,8 @@ MARL_API int power_3g(int request);
 MARL_API int power_3g_on(void);
 MARL_API int power_3g_off(void);
 
-/* The board's hardware version; 0 after "get hwinfo failed, set 0\n" on standard error when it is not known. */
+/* The board's hardware version; 0 after "get hwinfo failed, set 0\n" on standard error when it is not known.
+ */
 MARL_API int power_3g_hw_version(void);
 
 /*

@@ -10,9 +10,10 @@ MARL_BEGIN_DECLS
 MARL_API void pulse_gpio4(void);
 
 /*
- * Prepares the hardware, flushes the file systems (not on storage interfaces 2 and 3), marks the orderly end in
- * CMOS byte 1 and resets the board with a pulse on GPIO line 35; takes about 1.3 s and reports its steps on standard
- * output. No failing step stops it. The CMOS lock stays taken. -1 if the board is still running afterwards.
+ * Prepares the hardware, flushes the file systems (not on storage interfaces 2 and 3), marks the orderly end
+ * in CMOS byte 1 and resets the board with a pulse on GPIO line 35; takes about 1.3 s and reports its steps
+ * on standard output. No failing step stops it. The CMOS lock stays taken. -1 if the board is still running
+ * afterwards.
  */
 MARL_API int sys_reboot(void);
 

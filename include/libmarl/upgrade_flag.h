@@ -1,7 +1,7 @@
 /*
  * The upgrade-in-progress flag: a signed 32-bit word at the start of /tmp/upgrade_ing, in native byte order,
- * shared by all processes of the device. 0: no upgrade runs; 1: one runs. A process that writes flash sets it,
- * whoever is about to reboot asks it.
+ * shared by all processes of the device. 0: no upgrade runs; 1: one runs. A process that writes flash sets
+ * it, whoever is about to reboot asks it.
  *
  * Each operation opens the file on its first use and keeps its descriptor. Failures are reported on standard
  * error as "open %s failed\n" or "mmap %s failed\n". A process's first calls belong to one thread; afterwards
@@ -15,9 +15,9 @@
 MARL_BEGIN_DECLS
 
 /*
- * 1 while an upgrade runs; 0 when none does, which a file that is absent or shorter than 4 bytes also means, and
- * any other value after the warning "upgrade flag is unknown"; -1 when the file exists but cannot be opened,
- * mapped or read. Treat every result but 0 as a running upgrade.
+ * 1 while an upgrade runs; 0 when none does, which a file that is absent or shorter than 4 bytes also means,
+ * and any other value after the warning "upgrade flag is unknown"; -1 when the file exists but cannot be
+ * opened, mapped or read. Treat every result but 0 as a running upgrade.
  */
 MARL_API int check_upgrade_map(void);
 

@@ -15,20 +15,21 @@ MARL_BEGIN_DECLS
 #define MARL_WDT_RESUME 7     /* no argument: start counting */
 
 /*
- * The number in the boot-environment variable `appauto`, 0 when it is absent. A value of 0 or more is looked up
- * once per process. Safe from any thread.
+ * The number in the boot-environment variable `appauto`, 0 when it is absent. A value of 0 or more is looked
+ * up once per process. Safe from any thread.
  */
 MARL_API int get_appauto(void);
 
 /*
- * Sends a keep-alive. 0, or -1 when appauto is 0 or the device cannot be opened ("open %s failed\n" on standard
- * error). One thread at a time.
+ * Sends a keep-alive. 0, or -1 when appauto is 0 or the device cannot be opened ("open %s failed\n" on
+ * standard error). One thread at a time.
  */
 MARL_API int wdt_keepalive(void);
 
 /*
  * Sets the period in milliseconds, starts the count and sends a keep-alive. 0; -1 when appauto is 0; the
- * negative result of a failed open ("open wdt failed"), set-period ("ioctl wdt period failed") or resume request
+ * negative result of a failed open ("open wdt failed"), set-period ("ioctl wdt period failed") or resume
+ * request
  * ("ioctl wdt resume failed"). One thread at a time.
  */
 MARL_API int wdt_set_period(int32_t period_ms);

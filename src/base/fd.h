@@ -1,5 +1,5 @@
-// Descriptors: opening, whole transfers, ownership. Every descriptor is close-on-exec, so no shell command that
-// the daemon starts holds a device; every call interrupted by a signal is repeated.
+// Descriptors: opening, whole transfers, ownership. Every descriptor is close-on-exec, so no shell command
+// that the daemon starts holds a device; every call interrupted by a signal is repeated.
 #pragma once
 
 #include <sys/types.h>
@@ -20,8 +20,8 @@ auto repeat_interrupted(Call call) {
 // open(2); the descriptor, or -1 with errno set.
 int open_file(const char* path, int flags, mode_t mode = 0);
 
-// Opens into `fd` when it is negative, for the process-wide descriptors that are opened on first use and kept:
-// a failed open leaves it negative and the next call tries again. Returns `fd`.
+// Opens into `fd` when it is negative, for the process-wide descriptors that are opened on first use and
+// kept: a failed open leaves it negative and the next call tries again. Returns `fd`.
 int open_once(int& fd, const char* path, int flags, mode_t mode = 0);
 
 // One read(2) or write(2): the count, or -1 with errno set.

@@ -1,5 +1,6 @@
 // The pattern of the library's objects: a public record whose first member `priv` points to a private record
-// that begins with `ObjectCommon`; one object of each kind at a time, guarded by a bit of one process-wide word.
+// that begins with `ObjectCommon`; one object of each kind at a time, guarded by a bit of one process-wide
+// word.
 #pragma once
 
 #include <cstdint>

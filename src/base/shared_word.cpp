@@ -39,8 +39,8 @@ ssize_t SharedWord::read(uint32_t& value) const {
 }
 
 bool SharedWord::is_replaced(const char* path) const {
-    struct stat opened{};
-    struct stat named{};
+    struct stat opened {};
+    struct stat named {};
     if (fstat(fd_, &opened) < 0 || stat(path, &named) < 0) return false;
     return opened.st_ino != named.st_ino || opened.st_dev != named.st_dev;
 }

@@ -8,8 +8,8 @@
 namespace marl {
 
 // The file is mapped, because a file that cannot be mapped is an answer of its own; the word is fetched with
-// pread from the same page, because a load through the mapping dies of SIGBUS when the other process truncates
-// the file at that moment, and the supervisor has to outlive that.
+// pread from the same page, because a load through the mapping dies of SIGBUS when the other process
+// truncates the file at that moment, and the supervisor has to outlive that.
 class SharedWord {
   public:
     constexpr SharedWord() = default;

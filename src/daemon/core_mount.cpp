@@ -18,7 +18,7 @@ constexpr int32_t kKillDelayPasses = 100;
 constexpr int32_t kKillSent = -1;
 
 struct {
-    std::atomic<int32_t> coremnt_started{0};  // written by corePthread, read by the loop
+    std::atomic<int32_t> coremnt_started{0};            // written by corePthread, read by the loop
     int32_t coremnt_kill_countdown = kKillDelayPasses;  // the loop's own
 } constinit g_core_mount;
 

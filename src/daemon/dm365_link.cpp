@@ -23,7 +23,8 @@ constexpr uint32_t kResetHighMs = 500;
 constexpr uint32_t kBootWaitMs = 45'000;
 constexpr uint32_t kFactoryResetCode = 0xA667;
 
-// The version record as the driver fills it and the file keeps it. The texts are NUL-terminated where they fit.
+// The version record as the driver fills it and the file keeps it. The texts are NUL-terminated where they
+// fit.
 struct VersionRecord {
     char name[32];
     char version[16];

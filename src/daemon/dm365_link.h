@@ -1,6 +1,7 @@
 // The SPI link to the DM365 co-processor, /dev/misc/spi0, and the requests of its driver.
 //
-// All of it is called from the co-processor monitor, which is a clone task: plain system calls on a small stack.
+// All of it is called from the co-processor monitor, which is a clone task: plain system calls on a small
+// stack.
 #pragma once
 
 #include <atomic>
@@ -31,12 +32,14 @@ inline constexpr const char* kVersionPath = "/mnt/mtd/dm365_version";
 // Written by the co-processor monitor, read by the reset button; -1 until opened.
 extern std::atomic<int32_t> spi0_fd;
 
-// One guarded exchange on `fd`. Stores the driver's answer through `out`: `kUpgrading` while a firmware upgrade is in
-// progress, else the word that the query leaves, 0 when it fails. A version query writes the record to
-// `kVersionPath` and leaves `out` alone. "@@: spi0 device is not open" when `fd` is negative; nothing happens then.
+// One guarded exchange on `fd`. Stores the driver's answer through `out`: `kUpgrading` while a firmware
+// upgrade is in progress, else the word that the query leaves, 0 when it fails. A version query writes the
+// record to `kVersionPath` and leaves `out` alone. "@@: spi0 device is not open" when `fd` is negative;
+// nothing happens then.
 void dm365_spi_query(int fd, uint32_t* out, unsigned long request);
 
-// Pulses a reset line of the GPIO device: low for 20 ms, then high for 500 ms. 0, or -1 when it cannot be opened.
+// Pulses a reset line of the GPIO device: low for 20 ms, then high for 500 ms. 0, or -1 when it cannot be
+// opened.
 int dm365_reset_pulse(uint8_t pin);
 
 // Tells the driver that the co-processor boots, waits 45 s and tells it that it has.

@@ -126,7 +126,8 @@ bool is_upgrading() {
     return true;
 }
 
-// False when a reset and its 45 s have taken up this pass. The third stall in a row still pulses the reset line.
+// False when a reset and its 45 s have taken up this pass. The third stall in a row still pulses the reset
+// line.
 bool check_capture(Monitor& monitor) {
     if (!is_capture_stalled(monitor.capture_fd) || is_upgrading()) {
         monitor.capture_stalls = 0;

@@ -26,8 +26,10 @@ struct Heartbeat {
 };
 
 // The loop's own.
-constinit Heartbeat g_encode{.path = "/tmp/encode_to_sentrel", .mapped_writable = false, .reports_open = false};
-constinit Heartbeat g_mediaguard{.path = "/tmp/mediaguard_to_sentrel", .mapped_writable = true, .reports_open = true};
+constinit Heartbeat g_encode{
+    .path = "/tmp/encode_to_sentrel", .mapped_writable = false, .reports_open = false};
+constinit Heartbeat g_mediaguard{
+    .path = "/tmp/mediaguard_to_sentrel", .mapped_writable = true, .reports_open = true};
 
 // The word is reset to the last value seen, which also makes sure that it is there.
 bool attach(Heartbeat& heartbeat) {

@@ -37,9 +37,7 @@ struct {
     int32_t hold_countdown = kHoldPolls;
 } constinit g_button;
 
-void run_command(const char* command) {
-    [[maybe_unused]] const int ignored = system(command);
-}
+void run_command(const char* command) { [[maybe_unused]] const int ignored = system(command); }
 
 void wipe_and_reboot(int product_type) {
     sync();
@@ -60,11 +58,19 @@ void choose_reset_gpio_line(int product_type) {
         case 14:
         case 15:
         case 33:
-        case 34: g_button.reset_gpio_line = 30; break;
-        case 25: g_button.reset_gpio_line = 31; break;
+        case 34:
+            g_button.reset_gpio_line = 30;
+            break;
+        case 25:
+            g_button.reset_gpio_line = 31;
+            break;
         case 22:
-        case 24: g_button.reset_gpio_line = 36; break;
-        default: g_button.reset_gpio_line = 23; break;
+        case 24:
+            g_button.reset_gpio_line = 36;
+            break;
+        default:
+            g_button.reset_gpio_line = 23;
+            break;
     }
 }
 
@@ -72,7 +78,8 @@ int check_reset_button(int product_type) {
     if (open_once(g_button.fd, kGpioDevice, O_RDWR) < 0) return -1;
     uint8_t level = 0;
     const ssize_t n = repeat_interrupted([&] {
-        level = g_button.reset_gpio_line;  // the driver takes the line from here and puts the level in its place
+        level =
+            g_button.reset_gpio_line;  // the driver takes the line from here and puts the level in its place
         return read(g_button.fd, &level, sizeof level);
     });
     if (n != ssize_t{sizeof level}) return -1;

@@ -42,8 +42,8 @@ int32_t watchdog_period_s(int argc, char** argv) {
 }
 
 void print_banner(int32_t period_s, int appauto) {
-    diag::out("sentrel V1.13(no exit): startup time=%d s, appauto=%d, hctosystime=%d,type=%.*s\n", period_s, appauto,
-              static_cast<int>(kClockThreshold), MARL_MODEL_SIZE, product_model_ptr);
+    diag::out("sentrel V1.13(no exit): startup time=%d s, appauto=%d, hctosystime=%d,type=%.*s\n", period_s,
+              appauto, static_cast<int>(kClockThreshold), MARL_MODEL_SIZE, product_model_ptr);
 }
 
 }  // namespace

@@ -7,8 +7,8 @@ namespace sentrel {
 
 class Supervisor {
   public:
-    // Everything before the loop, in its order. False when the watchdog cannot be armed; all else is reported and
-    // lived with.
+    // Everything before the loop, in its order. False when the watchdog cannot be armed; all else is reported
+    // and lived with.
     bool start_up(int argc, char** argv);
 
     // One pass of the loop, 200 ms and what its due jobs take.

@@ -31,7 +31,8 @@ constexpr unsigned long kSetCameraModule = 0x80045609;
 constexpr uint32_t kFlashOffset = 0x40000;
 constexpr uint32_t kImageSize = 0x20000;
 constexpr size_t kCrcSize = 4;
-constexpr size_t kCrcCovered = 0x4000;  // the boot loader checks this much of the image, whatever the list's length
+constexpr size_t kCrcCovered =
+    0x4000;  // the boot loader checks this much of the image, whatever the list's length
 
 struct EnvDevice {
     int fd;
@@ -40,7 +41,8 @@ struct EnvDevice {
     uint32_t erase_size;  // alignment that the device asks for
 };
 
-// Written by the first load, which `load_lock` guards, and by the setters, which belong to one thread at a time.
+// Written by the first load, which `load_lock` guards, and by the setters, which belong to one thread at a
+// time.
 struct {
     pthread_mutex_t load_lock = PTHREAD_MUTEX_INITIALIZER;
     EnvDevice device{-1, 0, 0, 0x1000};
@@ -69,13 +71,14 @@ uint8_t* read_image(int fd) {
     return image;
 }
 
-// The variables: the image behind its checksum. Indices into it are the data indices of the list. The list ends
-// at the first variable that starts with a NUL, and with the image at the latest.
+// The variables: the image behind its checksum. Indices into it are the data indices of the list. The list
+// ends at the first variable that starts with a NUL, and with the image at the latest.
 std::span<uint8_t> variables() { return {g_env.image + kCrcSize, kImageSize - kCrcSize}; }
 
 size_t end_of_variable(size_t index) {
     const auto data = variables();
-    return static_cast<size_t>(std::find(data.begin() + static_cast<ptrdiff_t>(index), data.end(), 0) - data.begin());
+    return static_cast<size_t>(std::find(data.begin() + static_cast<ptrdiff_t>(index), data.end(), 0) -
+                               data.begin());
 }
 
 bool is_variable(size_t index) {
@@ -83,7 +86,8 @@ bool is_variable(size_t index) {
     return index < data.size() && data[index] != 0;
 }
 
-// Matches `key` against the variable at `index`: the index of the value's first byte. A key that brings its own
+// Matches `key` against the variable at `index`: the index of the value's first byte. A key that brings its
+// own
 // '=' matches up to it.
 std::optional<size_t> env_match(const char* key, size_t index) {
     const auto data = variables();
@@ -110,8 +114,8 @@ std::optional<Variable> find_variable(const char* key) {
     return std::nullopt;
 }
 
-// Closes the gap that a variable leaves by moving the rest of the list, up to and with its double NUL, down over
-// it; what lies behind the list stays as it is.
+// Closes the gap that a variable leaves by moving the rest of the list, up to and with its double NUL, down
+// over it; what lies behind the list stays as it is.
 void remove_variable(const Variable& variable) {
     const auto data = variables();
     size_t next = variable.end + 1;

@@ -26,7 +26,9 @@ struct PrivateRecord {
 
 ObjectCommon& common_of(GPIO* thiz) { return static_cast<PrivateRecord*>(thiz->priv)->common; }
 
-bool is_usable(GPIO* thiz, const char* operation, Need need) { return check_object(thiz, operation, need) == 0; }
+bool is_usable(GPIO* thiz, const char* operation, Need need) {
+    return check_object(thiz, operation, need) == 0;
+}
 
 int set_interrupt_mode(GPIO* thiz, uint32_t line, uint32_t mode) {
     uint8_t request[] = {static_cast<uint8_t>(line), static_cast<uint8_t>(mode), 0};
@@ -51,8 +53,9 @@ GPIO* allocate_object() {
         return nullptr;
     }
     record->common = {.refcount = 1, .id = 0, .fd = -1};
-    *object = {record,        gpio_addref,   gpio_release,          gpio_open,             gpio_close,
-               gpio_readbit, gpio_writebit, gpio_interrupt_enable, gpio_interrupt_disable};
+    *object = {
+        record,        gpio_addref,           gpio_release,          gpio_open, gpio_close, gpio_readbit,
+        gpio_writebit, gpio_interrupt_enable, gpio_interrupt_disable};
     return object;
 }
 

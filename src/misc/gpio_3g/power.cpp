@@ -67,11 +67,14 @@ constexpr Rule kRules[] = {
 
 bool matches(const Rule& rule) {
     switch (rule.match) {
-        case Match::Group: return catalogue::is_model_of(rule.group);
+        case Match::Group:
+            return catalogue::is_model_of(rule.group);
         case Match::GroupOnDm368:
             return catalogue::is_model_of(rule.group) && get_dvr_info(MARL_INFO_DSP_CHIP) == kMainChipDm368;
-        case Match::Encoder: return catalogue::is_encoder(rule.family);
-        case Match::Any: break;
+        case Match::Encoder:
+            return catalogue::is_encoder(rule.family);
+        case Match::Any:
+            break;
     }
     return true;
 }

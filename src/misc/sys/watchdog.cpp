@@ -15,8 +15,8 @@ using namespace marl;
 
 constexpr const char* kDevice = "/dev/misc/wdt";
 
-// The cache is written by whichever thread asks first, always with the same value; the descriptors belong to the
-// services of the same name.
+// The cache is written by whichever thread asks first, always with the same value; the descriptors belong to
+// the services of the same name.
 struct {
     std::atomic<int32_t> appauto{-1};
     int keepalive = -1;

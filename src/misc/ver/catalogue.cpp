@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <iterator>
 
-// The product types and their models. A type without models in the colon-separated identification holds its own
-// number; the boards of types 1 and 4 carry packed IDs only.
+// The product types and their models. A type without models in the colon-separated identification holds its
+// own number; the boards of types 1 and 4 carry packed IDs only.
 extern const char* const MODEL_TABLE[MARL_MODEL_ROWS][MARL_MODEL_SLOTS] = {
     /*  0 */ {"0"},
     /*  1 */ {"1"},
@@ -133,7 +133,8 @@ static_assert(std::size(kCameras) == 20);
 std::span<const ModelRule> model_rules() { return kRules; }
 
 bool is_model_of(Group group) {
-    return std::any_of(group.begin(), group.end(), [](const char* name) { return check_product_model(name) == 1; });
+    return std::any_of(group.begin(), group.end(),
+                       [](const char* name) { return check_product_model(name) == 1; });
 }
 
 bool is_encoder(Encoder family) {

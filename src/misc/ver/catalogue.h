@@ -30,7 +30,8 @@ struct ModelRule {
 std::span<const ModelRule> model_rules();
 
 // Codes whose boards carry their model name in the product definition file, bit n for code n.
-inline constexpr uint32_t kDefinedByFile = 1U << 1 | 1U << 4 | 1U << 5 | 1U << 9 | 1U << 26 | 1U << 28 | 1U << 31;
+inline constexpr uint32_t kDefinedByFile =
+    1U << 1 | 1U << 4 | 1U << 5 | 1U << 9 | 1U << 26 | 1U << 28 | 1U << 31;
 inline constexpr uint8_t kRecorderCode = 9;
 
 using Group = std::span<const char* const>;
@@ -50,10 +51,10 @@ inline constexpr const char* kRefused[] = {"IPC-KR1", "IPC-KR2", "IPC-KR3"};
 inline constexpr const char* kKl7Group[] = {"IPC-KL7", "IPC-KL8", "IPC-KL9"};
 inline constexpr const char* kMultiPort[] = {"IPC-KM1", "IPC-KM2", "IPC-KM3", "IPC-KM4",
                                              "IPC-KM5", "IPC-KM6", "IPC-KM7"};
-inline constexpr const char* kCameras[] = {
-    "QZ-CA-KZ9-N", "QZ-CB-KZ1-N", "IPC-KN1F", "IPC-KN1P", "IPC-KN1Q", "IPC-KN1S", "IPC-KN1E",
-    "IPC-KB1",     "IPC-KB2",     "IPC-KD1",  "IPC-KD2",  "IPC-KD3",  "IPC-KD4",  "IPC-KD5",
-    "IPC-KE1",     "IPC-KE2",     "IPC-KE3",  "IPC-KE4",  "IPC-KE5",  "IPC-KE6"};
+inline constexpr const char* kCameras[] = {"QZ-CA-KZ9-N", "QZ-CB-KZ1-N", "IPC-KN1F", "IPC-KN1P", "IPC-KN1Q",
+                                           "IPC-KN1S",    "IPC-KN1E",    "IPC-KB1",  "IPC-KB2",  "IPC-KD1",
+                                           "IPC-KD2",     "IPC-KD3",     "IPC-KD4",  "IPC-KD5",  "IPC-KE1",
+                                           "IPC-KE2",     "IPC-KE3",     "IPC-KE4",  "IPC-KE5",  "IPC-KE6"};
 
 // Encoder families: "KXE", the number of video channels, "A" and the family's letter.
 enum class Encoder : char { Af = 'F', Ah = 'H', Am = 'M' };

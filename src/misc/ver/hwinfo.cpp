@@ -66,9 +66,8 @@ using Names = std::span<const char* const>;
 
 constexpr const char* kCategory[] = {nullptr, "ITC", "IPC", "SPC"};
 constexpr const char* kFvideoChip[] = {
-    nullptr,   "SONY_ITC-1",       "TVP5150", "AR0130",    "reserved4", "reserved5",
-    "CXD4103_ICX405AK", "MT9M034", "IMX036",  "reserved9", "MT9P006",   "OV7720",
-    "AD9920",  "AD9979",           "AD9949",  "IMX122"};
+    nullptr,  "SONY_ITC-1", "TVP5150", "AR0130", "reserved4", "reserved5", "CXD4103_ICX405AK", "MT9M034",
+    "IMX036", "reserved9",  "MT9P006", "OV7720", "AD9920",    "AD9979",    "AD9949",           "IMX122"};
 constexpr const char* kDspChip[] = {nullptr, "hi3510", "hi3511", "dm6441", "dm6446",
                                     "dm365", "dm368",  "dm6448", "st710x", "dm8148"};
 constexpr const char* kBvideoChip[] = {"no chip", "tw2835", "pnx1700", "dm6441", "dm365", "dm368"};
@@ -124,10 +123,18 @@ void print_line(const Line& line) {
     const uint16_t value = HWINFO.*line.field;
     const bool named = value < line.names.size() && line.names[value] != nullptr;
     switch (line.show) {
-        case Show::Decimal: diag::out("%s%d\n", line.label, value); break;
-        case Show::Hexadecimal: diag::out("%s0x%x\n", line.label, value); break;
-        case Show::YesNo: diag::out("%s%s\n", line.label, value != 0 ? "Yes" : "No"); break;
-        case Show::Clocks: print_clocks(line.label, value); break;
+        case Show::Decimal:
+            diag::out("%s%d\n", line.label, value);
+            break;
+        case Show::Hexadecimal:
+            diag::out("%s0x%x\n", line.label, value);
+            break;
+        case Show::YesNo:
+            diag::out("%s%s\n", line.label, value != 0 ? "Yes" : "No");
+            break;
+        case Show::Clocks:
+            print_clocks(line.label, value);
+            break;
         case Show::Name:
         case Show::NameWithoutColon:
             if (named) {

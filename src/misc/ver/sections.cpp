@@ -18,11 +18,12 @@ using namespace marl;
 
 constexpr const char* kSource = "src/misc/ver";
 
-constexpr const char* kAlarmMode[] = {"NA",          "NVS-1.0.240", "IPC-1.0.120", "IPC-1.0.110",
+constexpr const char* kAlarmMode[] = {"NA",         "NVS-1.0.240", "IPC-1.0.120", "IPC-1.0.110",
                                       "SD-1.0.270", "IPC-1.0.440", nullptr};
-constexpr const char* kFvideoChip[] = {
-    "NA",     "SONY_ITC-1", "TVP5150", "MT9M033", "reserved4", "reserved5", "CXD4103_ICX405AK", "MT9M034", "IMX036",
-    "reserved9", "MT9P006", "OV7720",  "AD9920",  "AD9979",    "AD9949",    "IMX122",           "AD9923",  nullptr};
+constexpr const char* kFvideoChip[] = {"NA",        "SONY_ITC-1",       "TVP5150", "MT9M033", "reserved4",
+                                       "reserved5", "CXD4103_ICX405AK", "MT9M034", "IMX036",  "reserved9",
+                                       "MT9P006",   "OV7720",           "AD9920",  "AD9979",  "AD9949",
+                                       "IMX122",    "AD9923",           nullptr};
 constexpr const char* kDspChip[] = {"NA",    "HI3510", "HI3511", "DM6441", "DM6446",
                                     "DM365", "DM368",  "DM6448", nullptr};
 constexpr const char* kAnalogAudioMode[] = {"NA", "TW2835_CTRL", "TLV320_R_CTRL", "TW2815_CTRL", nullptr};
@@ -94,7 +95,8 @@ void take_version(const Section& section, const char* value) {
     if (*text == 'V') major = take_number(++text);
     if (*text == '.') minor = take_number(++text);
     if (major < 1 || major > 16 || minor < 0 || minor > 16) {
-        diag::warn({kSource, "get_hwinfo2Struct", section.version_line}, "Error:Too large version %s\n", value);
+        diag::warn({kSource, "get_hwinfo2Struct", section.version_line}, "Error:Too large version %s\n",
+                   value);
         return;
     }
     HWINFO_SECTIONS.*section.field = static_cast<uint16_t>(major % 16 * 16 + minor % 16 - 16);
@@ -107,9 +109,15 @@ void take_section(uint32_t index, const char* value) {
         case Kind::Model:
             field = static_cast<uint16_t>(string2ValueProductType(value, MODEL_TABLE, index));
             break;
-        case Kind::Number: field = static_cast<uint16_t>(decimal(value)); break;
-        case Kind::Version: take_version(section, value); break;
-        case Kind::Name: field = static_cast<uint16_t>(string2Value(value, section.names, index)); break;
+        case Kind::Number:
+            field = static_cast<uint16_t>(decimal(value));
+            break;
+        case Kind::Version:
+            take_version(section, value);
+            break;
+        case Kind::Name:
+            field = static_cast<uint16_t>(string2Value(value, section.names, index));
+            break;
     }
 }
 

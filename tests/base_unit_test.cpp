@@ -1,0 +1,124 @@
+// What lies below the services: messages on difficult consoles, text, transfers.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "base/crc32.h"
+#include "base/diag.h"
+#include "base/text.h"
+#include "daemon/clone_task.h"
+#include "daemon/proc_stat.h"
+#include "gtest/gtest.h"
+#include "sim.h"
+
+namespace {
+
+using namespace marl;
+
+// Puts a pipe in the place of standard output for the length of a scope.
+class PipedConsole {
+  public:
+    PipedConsole() : kept_(dup(STDOUT_FILENO)) {
+        EXPECT_EQ(pipe2(ends_, O_CLOEXEC), 0);
+        dup2(ends_[1], STDOUT_FILENO);
+    }
+    ~PipedConsole() {
+        dup2(kept_, STDOUT_FILENO);
+        for (const int fd : {ends_[0], ends_[1], kept_}) close(fd);
+    }
+    void hang_up() {
+        close(ends_[0]);
+        ends_[0] = -1;
+    }
+    void fill() {
+        fcntl(ends_[1], F_SETFL, O_NONBLOCK);
+        const std::string block(4096, 'x');
+        while (write(ends_[1], block.data(), block.size()) > 0) {
+        }
+        fcntl(ends_[1], F_SETFL, 0);
+    }
+    std::string read_all() {
+        std::string text(1024, '\0');
+        text.resize(static_cast<size_t>(read(ends_[0], text.data(), text.size())));
+        return text;
+    }
+
+  private:
+    int kept_;
+    int ends_[2];
+};
+
+TEST(Console, TakesOneWholeMessageAtATime) {
+    PipedConsole console;
+    const std::string longer(2000, 'm');
+    const int written = diag::error({"src", "fn", 7}, "%s\n", longer.c_str());
+    const std::string text = console.read_all();
+    EXPECT_EQ(written, static_cast<int>(text.size()));
+    EXPECT_LE(text.size(), size_t{diag::kMessageMax});
+    EXPECT_EQ(text.substr(0, 44), "\033[0;32;31m[libmarl] ERROR (src|fn|7): mmmmmmm");
+    EXPECT_EQ(text.substr(text.size() - 4), "m\033[m") << "cut, but the colour ends";
+}
+
+TEST(Console, ThatIsGoneOrFullDropsOutput) {
+    PipedConsole console;
+    errno = 42;
+    console.fill();
+    EXPECT_EQ(diag::line("nobody reads this"), -1);
+    console.hang_up();
+    EXPECT_EQ(diag::line("nobody ever will"), -1);
+    close(STDOUT_FILENO);
+    EXPECT_EQ(diag::line("there is no console"), -1);
+    EXPECT_EQ(errno, 42) << "messages leave errno alone";
+}
+
+TEST(Text, IsBoundedByItsBuffers) {
+    char buffer[4];
+    copy_text(buffer, sizeof buffer, "abcdef");
+    EXPECT_STREQ(buffer, "abc");
+    EXPECT_EQ(first_word(" \t one two"), "one");
+    EXPECT_EQ(first_word(" \n"), "");
+    EXPECT_EQ(decimal("4294967297"), 1) << "the low 32 bits";
+    EXPECT_EQ(decimal("-7x"), -7);
+    EXPECT_EQ(hexadecimal("zz"), 0U);
+    EXPECT_EQ(crc32(std::span(reinterpret_cast<const uint8_t*>("123456789"), 9)), 0xCBF43926U);
+}
+
+TEST(ProcStat, ClimbsToItsAncestors) {
+    sim::load(
+        "file /proc/30/stat 30 (child) S 20 31 32\nfile /proc/20/stat 20 (parent) R 1 21\n"
+        "file /proc/1/stat 1 (init) S 0 1\nfile /proc/40/stat 40 (short)\nfile /proc/50/stat 50 (orphan) S "
+        "99 1");
+    sentrel::ProcStatInfo info{};
+    ASSERT_EQ(sentrel::get_proc_stat(30, &info, 0), 0);
+    EXPECT_STREQ(info.command, "(child)");
+    EXPECT_EQ(info.state, 'S');
+    EXPECT_EQ(info.parent, 20);
+    EXPECT_EQ(info.process_group, 31);
+    ASSERT_EQ(sentrel::get_proc_stat(30, &info, 9), 0);
+    EXPECT_STREQ(info.command, "(init)") << "no further than the process without parent";
+    EXPECT_EQ(sentrel::get_proc_stat(40, &info, 0), -1);
+    EXPECT_EQ(sentrel::get_proc_stat(50, &info, 1), -1);
+}
+
+int note_argument(void* argument) {
+    *static_cast<int*>(argument) += 1;
+    return 0;
+}
+
+TEST(CloneTask, RunsOnceInTheSameMemory) {
+    sim::load("");
+    static int runs = 0;
+    int id = -1;
+    ASSERT_EQ(sentrel::clone_thread_create(&id, note_argument, &runs), 0);
+    EXPECT_GT(id, 0);
+    while (runs == 0 && sim::now() < 5) usleep(1000);
+    EXPECT_EQ(runs, 1);
+    sim::run("fault * clone 1 EAGAIN");
+    EXPECT_EQ(sentrel::clone_thread_create(&id, note_argument, &runs), -1);
+    EXPECT_EQ(id, 0);
+}
+
+}  // namespace

@@ -1,0 +1,157 @@
+#include "helpers/scenario.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "sim.h"
+
+namespace scenario {
+namespace {
+
+constexpr double kTimeTolerance = 0.0015;
+
+// Where tests keep their files: not on the board.
+std::string scratch_directory() {
+    std::string path = std::string(MARL_BUILD_DIR) + "/scratch-XXXXXX";
+    if (mkdtemp(path.data()) == nullptr) abort();
+    return path;
+}
+
+std::string read_file(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> words(const char* text) {
+    std::istringstream stream(text);
+    std::vector<std::string> out;
+    for (std::string word; stream >> word;) out.push_back(word);
+    return out;
+}
+
+// The board is preloaded under the program only; an emulator passes it on to its guest.
+std::vector<std::string> command_line(const std::string& program, const Options& options) {
+    const std::string build = MARL_BUILD_DIR;
+    const std::string preload = "LD_PRELOAD=" + build + "/libmarlsim.so";
+    std::vector<std::string> command = words(MARL_EMULATOR);
+    if (command.empty()) {
+        command = {"/usr/bin/env", preload};
+    } else {
+        command.insert(command.end(), {"-E", preload});
+    }
+    command.push_back(build + "/" + program);
+    command.insert(command.end(), options.arguments.begin(), options.arguments.end());
+    return command;
+}
+
+int spawn(const std::vector<std::string>& command, const std::string& output) {
+    std::vector<char*> arguments;
+    for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(out, STDOUT_FILENO);
+        dup2(out, STDERR_FILENO);
+        execvp(arguments[0], arguments.data());
+        _exit(127);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+bool begins(const std::string& text, std::string_view start) {
+    return std::string_view(text).substr(0, start.size()) == start;
+}
+
+}  // namespace
+
+Journal::Journal(std::string_view text) {
+    std::istringstream lines{std::string(text)};
+    for (std::string line; std::getline(lines, line);) {
+        const size_t blank = line.find(' ');
+        if (blank == std::string::npos) continue;
+        events_.push_back({strtod(line.c_str(), nullptr), line.substr(blank + 1)});
+    }
+}
+
+std::vector<Event> Journal::all(std::string_view start) const {
+    std::vector<Event> found;
+    for (const Event& event : events_) {
+        if (begins(event.text, start)) found.push_back(event);
+    }
+    return found;
+}
+
+double Journal::time_of(std::string_view start) const {
+    const auto found = all(start);
+    return found.empty() ? -1 : found.front().time;
+}
+
+testing::AssertionResult Journal::follows(const std::vector<Step>& steps) const {
+    auto event = events_.begin();
+    for (const Step& step : steps) {
+        while (event != events_.end() &&
+               !(begins(event->text, step.start) &&
+                 (step.time == kAnyTime || std::abs(event->time - step.time) < kTimeTolerance))) {
+            ++event;
+        }
+        if (event == events_.end()) {
+            return testing::AssertionFailure()
+                   << "not in its place: " << step.time << " " << step.start << "\n"
+                   << text();
+        }
+        ++event;
+    }
+    return testing::AssertionSuccess();
+}
+
+std::string Journal::text() const {
+    std::ostringstream text;
+    for (const Event& event : events_) text << event.time << " " << event.text << "\n";
+    return text.str();
+}
+
+Outcome run(const std::string& program, const std::string& script, const Options& options) {
+    const std::string scratch = scratch_directory();
+    const std::string journal = scratch + "/journal";
+    std::ofstream(scratch + "/board") << script;
+    setenv("MARL_SIM_BOARD", (scratch + "/board").c_str(), 1);
+    setenv("MARL_SIM_JOURNAL", journal.c_str(), 1);
+    setenv("MARL_SIM_FOR", std::to_string(options.seconds).c_str(), 1);
+    if (options.root.empty()) {
+        unsetenv("MARL_SIM_ROOT");
+    } else {
+        setenv("MARL_SIM_ROOT", options.root.c_str(), 1);
+    }
+    const int status =
+        spawn(command_line(program, options), options.keep_output ? scratch + "/output" : "/dev/null");
+    Outcome result{Journal(read_file(journal)), status,
+                   options.keep_output ? read_file(scratch + "/output") : ""};
+    std::filesystem::remove_all(scratch);
+    return result;
+}
+
+BoardDirectory::BoardDirectory() : path_(scratch_directory()) {}
+
+BoardDirectory::~BoardDirectory() { std::filesystem::remove_all(path_); }
+
+std::string BoardDirectory::read(const std::string& file) const { return read_file(path_ + file); }
+
+testing::AssertionResult journal_follows(const std::vector<std::string>& starts) {
+    std::vector<Journal::Step> steps;
+    for (const std::string& start : starts) steps.push_back({kAnyTime, start});
+    return Journal(sim::journal()).follows(steps);
+}
+
+}  // namespace scenario

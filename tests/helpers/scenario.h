@@ -1,0 +1,91 @@
+// Runs a shipped program on a scripted board and reads its journal.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace scenario {
+
+// A journal line: "time who what".
+struct Event {
+    double time;
+    std::string text;  // "who what"
+};
+
+class Journal {
+  public:
+    explicit Journal(std::string_view text);
+
+    // The events whose text begins with `start`.
+    std::vector<Event> all(std::string_view start) const;
+    size_t count(std::string_view start) const { return all(start).size(); }
+    // Board time of the first such event, -1 when there is none.
+    double time_of(std::string_view start) const;
+
+    // Events that come in this order, others between them ignored. Each: its time in seconds, or kAnyTime,
+    // and the start of its text.
+    struct Step {
+        double time;
+        std::string start;
+    };
+    testing::AssertionResult follows(const std::vector<Step>& steps) const;
+
+    std::string text() const;
+
+  private:
+    std::vector<Event> events_;
+};
+
+inline constexpr double kAnyTime = -1;
+
+struct Outcome {
+    Journal journal;
+    int status;          // exit status, or 128 and the signal
+    std::string output;  // of the program's standard output, as far as it was read
+};
+
+struct Options {
+    double seconds = 1;  // of board time, after which the run ends
+    std::vector<std::string> arguments = {};
+    std::string root = {};  // an existing board directory; empty: a fresh one that goes with the run
+    bool keep_output = false;
+};
+
+// `program` is a path in the build directory, "sentrel" or "tests/...".
+Outcome run(const std::string& program, const std::string& script, const Options& options = {});
+
+inline Outcome run_sentrel(const std::string& script, double seconds, const Options& options = {}) {
+    Options with_time = options;
+    with_time.seconds = seconds;
+    return run("sentrel", script, with_time);
+}
+
+// A board directory for several runs; removed at the end.
+class BoardDirectory {
+  public:
+    BoardDirectory();
+    ~BoardDirectory();
+    BoardDirectory(const BoardDirectory&) = delete;
+    BoardDirectory& operator=(const BoardDirectory&) = delete;
+    const std::string& path() const { return path_; }
+    std::string read(const std::string& file) const;
+
+  private:
+    std::string path_;
+};
+
+// Names the cases of a table by their `what`.
+struct ByWhat {
+    template <typename Case>
+    std::string operator()(const testing::TestParamInfo<Case>& parameter) const {
+        return parameter.param.what;
+    }
+};
+
+// Checks lines of a journal text in a test program's own process.
+testing::AssertionResult journal_follows(const std::vector<std::string>& starts);
+
+}  // namespace scenario

@@ -1,0 +1,174 @@
+// The shipped daemon starts on a board and runs its loop.
+#include <string>
+
+#include "helpers/scenario.h"
+
+namespace {
+
+using scenario::kAnyTime;
+using scenario::run_sentrel;
+
+const std::string kCamera =
+    "env HWID=IPC-KN1E:1:2:0:a:6:0:1:1:1:1:0:1b0:0:0:0:0:0:0:1:0\n"
+    "env appauto=1\n"
+    "file /proc/qorzo/bootpara qz_keyboard:2\n"
+    "file /proc/net/emac_stats DEMAC Error               : 0\n";
+const std::string kRecorder =
+    "env HWID=QZ-NRX2:1:2:0:a:6:0:1:1:1:1:0:1b0:0:0:0:0:0:0:1:0\n"
+    "file /proc/qorzo/bootpara qz_keyboard:2\n";
+
+TEST(Boot, FromPowerOnToTheFirstClockSync) {
+    const auto run = run_sentrel(kCamera, 305);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_TRUE(run.journal.follows({
+        {0, "out \"\\n\""},
+        {0, "out \"\\e[0;32;32m[libmarl] libmarl.so Build on "},
+        {0, "out \"\\e[0;32;32m[libmarl] SVN NUM: 3668.\\n\\e[m\""},
+        {0, "/dev/mtd/1 open rw"},
+        {0, "/dev/mtd/1 read 131072"},
+        {0, "/dev/misc/gpio open rw"},
+        {0, "/dev/misc/gpio write 2: 20 01"},
+        {0,
+         "out \"sentrel V1.13(no exit): startup time=25 s, appauto=1, hctosystime=1500,type=IPC-KN1E\\n\""},
+        {0, "/tmp/upgrade_ing open rw create"},
+        {0, "/dev/misc/wdt open rw"},
+        {0, "/dev/misc/wdt ioctl 0x5 25000"},
+        {0, "/dev/misc/wdt ioctl 0x7"},
+        {0, "/dev/misc/wdt ioctl 0x4"},
+        {0, "out \"coremnt not found\\n\""},
+        {150.2, "/dev/misc/rtc open r"},
+        {151.0, "clock settimeofday 1767225751 west 0"},
+        {151.0, "/dev/misc/rtc close"},
+        {301.2, "/dev/misc/rtc open r"},
+        {302.0, "clock settimeofday 1767225902 west 0"},
+        {305, "board end"},
+    }));
+    EXPECT_EQ(run.journal.count("/dev/misc/wdt ioctl 0x4"), 1U) << "the daemon feeds the watchdog once";
+    EXPECT_EQ(run.journal.count("/dev/mcu"), 0U);
+    EXPECT_EQ(run.journal.count("command"), 0U);
+    EXPECT_EQ(run.journal.count("clone"), 0U);
+}
+
+TEST(Boot, ASteadyPassTouchesWhatIsDueAndNothingElse) {
+    const auto run = run_sentrel(kCamera, 140);
+    size_t others = 0;
+    for (const auto& event : run.journal.all("")) {
+        if (event.time > 1 && event.text.rfind("/dev/misc/gpio read 1", 0) != 0 &&
+            event.text.rfind("/proc/net/emac_stats", 0) != 0 && event.text.rfind("board end", 0) != 0) {
+            ++others;
+        }
+    }
+    EXPECT_EQ(others, 0U);
+    EXPECT_NEAR(static_cast<double>(run.journal.count("/dev/misc/gpio read 1")), 700, 1) << "one poll a pass";
+}
+
+TEST(Boot, WatchdogPeriodComesFromTheCommandLine) {
+    const std::pair<const char*, const char*> periods[] = {{"10", "10000"},
+                                                           {"40", "40000"},
+                                                           {"2", "3000"},
+                                                           {"0", "3000"},
+                                                           {"soon", "3000"},
+                                                           {"-1", "3000"},
+                                                           {"99999999999999999999", "2147483000"}};
+    for (const auto& [argument, milliseconds] : periods) {
+        scenario::Options options;
+        options.arguments = {argument, "ignored"};
+        const auto run = run_sentrel(kCamera, 1, options);
+        EXPECT_EQ(run.journal.count(std::string("/dev/misc/wdt ioctl 0x5 ") + milliseconds), 1U) << argument;
+    }
+}
+
+TEST(Boot, WithoutAppautoTheWatchdogIsLeftAlone) {
+    for (const char* appauto : {"", "env appauto=0\n"}) {
+        const auto run = run_sentrel(kRecorder + appauto, 40);
+        EXPECT_EQ(run.journal.count("/dev/misc/wdt"), 0U);
+        EXPECT_EQ(run.journal.count("/tmp/mediaguard_to_sentrel"), 0U);
+        EXPECT_EQ(run.journal.count("out \"sentrel V1.13(no exit): startup time=25 s, appauto=0,"), 1U);
+    }
+}
+
+TEST(Boot, AWatchdogThatCannotBeArmedEndsTheDaemon) {
+    const std::pair<const char*, const char*> faults[] = {
+        {"missing /dev/misc/wdt\n", "out \"open wdt failed\\n\""},
+        {"fault /dev/misc/wdt ioctl:5 1 EIO\n", "out \"ioctl wdt period failed\\n\""},
+        {"fault /dev/misc/wdt ioctl:7 1 EIO\n", "out \"ioctl wdt resume failed\\n\""}};
+    for (const auto& [script, message] : faults) {
+        const auto run = run_sentrel(kCamera + script, 40);
+        EXPECT_EQ(run.status, 255) << message;
+        EXPECT_EQ(run.journal.count(message), 1U);
+        EXPECT_EQ(run.journal.count("/dev/misc/gpio read"), 0U);
+    }
+}
+
+TEST(Boot, RecorderPowersItsModemInPass51) {
+    const auto run = run_sentrel(kRecorder + "present /dev/mcu\n", 40);
+    EXPECT_TRUE(run.journal.follows({{0, "/dev/misc/gio_expander write 2: 06 01"},
+                                     {10.2, "/dev/mcu open rw"},
+                                     {10.2, "out \"set before, fd_mcu_spi="},
+                                     {10.2, "/dev/mcu write 7: a1 19 00 01 00 00 0a"},
+                                     {10.2, "/dev/mcu close"},
+                                     {10.2, "out \"NRX2 3G open ok\\n\""}}));
+    EXPECT_EQ(run.journal.count("/dev/mcu open"), 1U);
+}
+
+TEST(Boot, RecorderModemIsTriedUntilTheFrameIsWritten) {
+    const auto late = run_sentrel(kRecorder + "at 11.1 present /dev/mcu\n", 40);
+    EXPECT_EQ(late.journal.count("out \"set before, fd_mcu_spi=-1\\n\""), 5U);
+    EXPECT_EQ(late.journal.count("out \"NRX2 3G open failed\\n\""), 5U);
+    EXPECT_EQ(late.journal.time_of("out \"NRX2 3G open ok\\n\""), 11.2);
+    // Five failed writes, 10 ms apart, end the try of a pass; a frame cut short is finished.
+    const auto broken = run_sentrel(
+        kRecorder + "present /dev/mcu\nfault /dev/mcu write 1..5 EIO\nfault /dev/mcu write 6 short 3\n", 40);
+    EXPECT_TRUE(broken.journal.follows({{10.24, "/dev/mcu close"},
+                                        {10.44, "/dev/mcu open rw"},
+                                        {10.44, "/dev/mcu write 3: a1 19 00"},
+                                        {10.44, "/dev/mcu write 4: 01 00 00 0a"},
+                                        {10.44, "out \"NRX2 3G open ok\\n\""}}));
+}
+
+TEST(CoreMount, RunsItsCommandAndIsToldToStop) {
+    const auto run = run_sentrel(
+        kCamera + "env coremnt=mount -t nfs 10.0.0.9:/export /mnt/core\ncommand mount 0 60\n", 60);
+    EXPECT_TRUE(
+        run.journal.follows({{20.0, "out \"exit mount\\n\""},
+                             {20.0, "command \"killall mount\""},
+                             {20.0, "out \"mount -t nfs 10.0.0.9:/export /mnt/core success 0,ret=15\\n\""}}));
+    EXPECT_EQ(run.journal.count("out \"exit mount"), 1U);
+    const auto quick = run_sentrel(kCamera + "env coremnt=mount x\ncommand mount 1\n", 60);
+    EXPECT_TRUE(quick.journal.follows(
+        {{0, "out \"mount x success 0,ret=256\\n\""}, {20.0, "out \"exit mount\\n\""}}));
+    const auto failed = run_sentrel(kCamera + "env coremnt=mount x\nfault * system 1 EAGAIN\n", 60);
+    EXPECT_TRUE(failed.journal.follows(
+        {{0, "out \" mount x failed 0,ret=-1\\n\""}, {20.0, "command \"killall mount\""}}));
+    const auto threadless =
+        run_sentrel(kCamera + "env coremnt=mount x\nfault * pthread_create 1 EAGAIN\n", 60);
+    EXPECT_TRUE(threadless.journal.follows({{0, "out \"Create corePthread failed\\n\""}}));
+    EXPECT_EQ(threadless.journal.count("command"), 0U);
+}
+
+TEST(ClockSync, IsSkippedOrReported) {
+    const auto upgrading = run_sentrel(kCamera + "at 100 word /tmp/upgrade_ing 1\n", 160);
+    EXPECT_EQ(upgrading.journal.time_of("out \"==>hwclock skip\\n\""), 150.2);
+    EXPECT_EQ(upgrading.journal.count("/dev/misc/rtc"), 0U);
+    const auto missing = run_sentrel(kCamera + "missing /dev/misc/rtc\n", 305);
+    EXPECT_EQ(missing.journal.count("out \"open /dev/misc/rtc failed\\n\""), 2U);
+    const auto stopped = run_sentrel(kCamera + "rtc stopped\n", 160);
+    EXPECT_TRUE(stopped.journal.follows({{152.2, "clock settimeofday 1767225600 west 0"}}));
+    const auto unreadable = run_sentrel(kCamera + "fault /dev/misc/rtc ioctl 1+ EIO\n", 160);
+    EXPECT_EQ(unreadable.journal.count("out \"error RTC_RD\\n\""), 200U);
+    EXPECT_EQ(unreadable.journal.count("clock settimeofday"), 0U) << "never from a reading that failed";
+    EXPECT_EQ(unreadable.journal.count("/dev/misc/rtc close"), 1U);
+    const auto refused = run_sentrel(kCamera + "fault * settimeofday 1 EPERM\n", 160);
+    EXPECT_TRUE(
+        refused.journal.follows({{151, "out \"settimeofday failed\\n\""}, {151, "/dev/misc/rtc close"}}));
+}
+
+TEST(ClockSync, PassesTheZoneFromTheSecondTimeOn) {
+    setenv("TZ", "CST-8", 1);
+    const auto run = run_sentrel(kCamera, 305);
+    unsetenv("TZ");
+    EXPECT_TRUE(run.journal.follows(
+        {{151, "clock settimeofday 1767196951 west 0"}, {302, "clock settimeofday 1767197102 west -480"}}));
+}
+
+}  // namespace

@@ -1,0 +1,396 @@
+// What the daemon notices, decides and does: heartbeats, the reset button, the co-processor.
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "helpers/scenario.h"
+
+namespace {
+
+using scenario::kAnyTime;
+using scenario::run_sentrel;
+
+constexpr int kBoardReset = 3;
+
+const std::string kTraffic =
+    "env HWID=TRV-A1-I:1:1:0:a:6:0:1:1:1:1:0:1b0:0:0:0:0:0:0:1:0\n"
+    "env appauto=1\n"
+    "file /proc/qorzo/bootpara qz_keyboard:2\n"
+    "file /proc/net/emac_stats DEMAC Error               : 0\n"
+    "file /proc/net/wireless eth0: 0\n";
+const std::string kEncodeBeats = "beat /tmp/encode_to_sentrel every 1\n";
+const std::string kMediaGuardBeats = "beat /tmp/mediaguard_to_sentrel every 1\n";
+const std::string kMediaGuardStalls = "beat /tmp/mediaguard_to_sentrel every 1 until 60\n";
+
+// The reboot path from `start` on, to the reset of the board 1.22 s later.
+std::vector<scenario::Journal::Step> reboot_from(double start) {
+    return {{start, "/dev/misc/gpio write 2: 04 00"},
+            {start + 0.05, "/dev/misc/gpio write 2: 04 01"},
+            {start + 0.1, "out \"[libmarl] sync....\\n\""},
+            {start + 0.1, "sync"},
+            {start + 0.3, "out \"[libmarl] ......reset 3G module fix wire.......\\n\""},
+            {start + 0.3, "/dev/misc/gio_expander write 2: 06 00"},
+            {start + 1.2, "out \"[libmarl] before ioctl \\n\""},
+            {start + 1.2, "out \"[libmarl] write reboot cmos start\\n\""},
+            {start + 1.2, "/dev/misc/rtc write 2: 01 00"},
+            {start + 1.2, "out \"[libmarl] write reboot cmos end \\n\""},
+            {start + 1.2, "/dev/misc/gpio write 2: 23 00"},
+            {start + 1.22, "/dev/misc/gpio write 2: 23 01"},
+            {start + 1.22, "board reset gpio35"}};
+}
+
+TEST(Heartbeat, AStalledMediaGuardRebootsAtTheFourthUnchangedCheck) {
+    const auto run = run_sentrel(kTraffic + kEncodeBeats + kMediaGuardStalls, 300);
+    EXPECT_EQ(run.status, kBoardReset);
+    EXPECT_TRUE(run.journal.follows({{83.2, "out \"[sentrel] MediaGuard is killed\\n\""}}));
+    EXPECT_TRUE(run.journal.follows(reboot_from(83.2)));
+    EXPECT_EQ(run.journal.count("out \"monitor_mediaguard, shm_mediaguard = 0"), 1U) << "the daemon's own 0";
+}
+
+TEST(Heartbeat, AStalledEncodeReboots) {
+    const auto run =
+        run_sentrel(kTraffic + kMediaGuardBeats + "beat /tmp/encode_to_sentrel every 1 until 60\n", 300);
+    EXPECT_EQ(run.status, kBoardReset);
+    EXPECT_TRUE(run.journal.follows({{83.2, "out \"[sentrel] encode is killed\\n\""}}));
+    EXPECT_TRUE(run.journal.follows(reboot_from(83.2)));
+}
+
+TEST(Heartbeat, ZeroIsMissingForMediaGuardOnly) {
+    const auto silent = run_sentrel(kTraffic, 300);
+    EXPECT_EQ(silent.journal.count("out \"monitor_mediaguard, shm_mediaguard = 0, not reboot System\\n\""),
+              6U);
+    EXPECT_TRUE(silent.journal.follows({{31.2, "out \"[sentrel] mmap  is failed\\n\""}}));
+    EXPECT_TRUE(silent.journal.follows(reboot_from(31.2)));
+    const auto no_encode = run_sentrel(kTraffic + kMediaGuardBeats, 300);
+    EXPECT_EQ(no_encode.status, 0);
+    EXPECT_EQ(no_encode.journal.count("out \"[sentrel]"), 0U);
+}
+
+TEST(Heartbeat, OnlyBoardsOfTheFirstCategoryAreWatched) {
+    const auto run = run_sentrel(
+        "env HWID=IPC-KN1E:1:2:0:a:6\nenv appauto=1\nfile /proc/qorzo/bootpara qz_keyboard:2\n", 60);
+    EXPECT_EQ(run.journal.count("/tmp/mediaguard"), 0U);
+    EXPECT_EQ(run.journal.count("/tmp/encode"), 0U);
+}
+
+TEST(Heartbeat, AStallWaitsForTheUpgradeToEnd) {
+    const auto run = run_sentrel(kTraffic + kEncodeBeats + kMediaGuardStalls +
+                                     "at 70 word /tmp/upgrade_ing 1\nat 100 word /tmp/upgrade_ing 0\n",
+                                 300);
+    for (const double check : {83.2, 88.4, 93.6, 98.8}) {
+        EXPECT_TRUE(run.journal.follows({{check, "out \"[sentrel] MediaGuard is killed\\n\""},
+                                         {check, "out \"upgrade is on, skip--\\n\""}}));
+    }
+    EXPECT_EQ(run.journal.count("out \"upgrade is on, skip--"), 4U);
+    EXPECT_TRUE(run.journal.follows(reboot_from(104.0)));
+}
+
+TEST(Heartbeat, AnUpgradeThatStartsAfterTheDecisionDelaysTheRebootTenMinutes) {
+    // The second look at the flag, and every later one, finds an upgrade running.
+    const auto run = run_sentrel(
+        kTraffic + kEncodeBeats + kMediaGuardStalls + "fault /tmp/upgrade_ing read 2+ EIO\n", 900);
+    EXPECT_EQ(run.journal.count("out \"upgrade is on, skip--"), 0U);
+    EXPECT_TRUE(run.journal.follows(reboot_from(683.2)));
+    const auto unmapped = run_sentrel(
+        kTraffic + kEncodeBeats + kMediaGuardStalls + "fault /tmp/upgrade_ing mmap 1+ ENOMEM\n", 100);
+    EXPECT_EQ(unmapped.status, 0);
+    EXPECT_EQ(unmapped.journal.count("out \"upgrade is on, skip--"), 4U);
+}
+
+TEST(Heartbeat, AFileThatShrinksGoesOrComesAgainEndsNothing) {
+    const auto run = run_sentrel(kTraffic + kEncodeBeats + kMediaGuardBeats +
+                                     "at 30.5 truncate /tmp/mediaguard_to_sentrel 0\n"
+                                     "at 41.5 truncate /tmp/encode_to_sentrel 3\n"
+                                     "at 60.5 delete /tmp/mediaguard_to_sentrel\n"
+                                     "at 80.5 delete /tmp/encode_to_sentrel\n",
+                                 300);
+    EXPECT_EQ(run.status, 0) << run.journal.text();
+    EXPECT_EQ(run.journal.count("out \"[sentrel]"), 0U);
+    // A process that dies with its file truncated is not judged, one that leaves it standing is.
+    const auto gone = run_sentrel(
+        kTraffic + kEncodeBeats + kMediaGuardStalls + "at 61 truncate /tmp/mediaguard_to_sentrel 0\n", 300);
+    EXPECT_EQ(gone.status, 0);
+    const auto deleted = run_sentrel(
+        kTraffic + kEncodeBeats + kMediaGuardStalls + "at 61 delete /tmp/mediaguard_to_sentrel\n", 300);
+    EXPECT_TRUE(deleted.journal.follows(reboot_from(83.2)));
+}
+
+// Whatever else is broken, the stall is noticed and the board comes back.
+TEST(Heartbeat, NoFaultOfAnotherDeviceStopsTheSupervision) {
+    const char* const faults[] = {
+        "missing /dev/misc/rtc\n",
+        "missing /dev/misc/gio_expander\n",
+        "fault /dev/misc/gpio read 1+ EIO\n",
+        "fault /dev/misc/gpio read 3..90 EINTR\n",
+        "fault /dev/misc/gpio read 5+ short 0\n",
+        "fault /dev/misc/gpio open 2..40 EMFILE\n",
+        "fault /dev/misc/rtc write 1+ EIO\n",
+        "fault /tmp/encode_to_sentrel open 1+ EACCES\n",
+        "fault /tmp/encode_to_sentrel mmap 1+ ENOMEM\n",
+        "fault /tmp/mediaguard_to_sentrel open 1..3 ENFILE\n",
+        "fault /tmp/mediaguard_to_sentrel read 2..5 EINTR\n",
+        "fault /tmp/upgrade_ing open 1 EROFS\n",
+        "fault * pthread_create 1 EAGAIN\n",
+        "envimage short:100\n",
+    };
+    for (const char* fault : faults) {
+        SCOPED_TRACE(fault);
+        std::string board = kTraffic;
+        const auto run = run_sentrel(board + kEncodeBeats + kMediaGuardStalls + fault, 120);
+        if (std::string(fault).rfind("envimage", 0) == 0) {
+            EXPECT_EQ(run.status, 0) << "without its environment the board is not supervised, but it lives";
+        } else {
+            EXPECT_EQ(run.status, kBoardReset) << run.journal.text();
+            EXPECT_NEAR(run.journal.time_of("board reset gpio35"), 84.42, 0.002);
+        }
+    }
+}
+
+const std::string kConfigured =
+    "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\nfile /mnt/backup/Config/network HOSTIP = 10.0.0.2\n"
+    "file /mnt/mtd/Log/old text\nfile /mnt/mtd/kept text\n";
+
+TEST(ResetButton, HeldFor25PassesWipesAndReboots) {
+    const scenario::BoardDirectory board;
+    scenario::Options options;
+    options.root = board.path();
+    const auto run =
+        run_sentrel(kTraffic + kMediaGuardBeats + kConfigured + "at 20.1 level 23 0\n", 60, options);
+    EXPECT_EQ(run.status, kBoardReset);
+    EXPECT_TRUE(run.journal.follows({{25.0, "sync"},
+                                     {25.0, "out \"sentRel: i will reboot\\n\""},
+                                     {25.0, "command \"rm /mnt/mtd/Config/* -rf\""},
+                                     {25.0, "command \"rm /mnt/backup/Config/* -rf\""},
+                                     {25.0, "command \"rm /mnt/mtd/Log -rf\""},
+                                     {25.0, "command \"mkdir /mnt/mtd/Config\""},
+                                     {25.0, "command \"mkdir /mnt/mtd/Log\""},
+                                     {25.0, "command \"mkdir /mnt/backup/Config\""},
+                                     {25.0, "/dev/misc/rtc open rw"},
+                                     {25.0, "/dev/misc/rtc write 5: 28 00 00 66 00"},
+                                     {25.0, "/dev/misc/rtc write 2: 01 00"},
+                                     {25.0, "/dev/misc/rtc close"},
+                                     {25.0, "out \"clear cmos succ\\n\""},
+                                     {25.2, "command \"reboot\""},
+                                     {25.4, "out \"sentRel: i will reboot\\n\""},
+                                     {kAnyTime, "board reset command"}}));
+    EXPECT_EQ(run.journal.count("/dev/misc/spi0"), 0U);
+    EXPECT_TRUE(std::filesystem::is_empty(board.path() + "/mnt/mtd/Config"));
+    EXPECT_TRUE(std::filesystem::is_empty(board.path() + "/mnt/backup/Config"));
+    EXPECT_TRUE(std::filesystem::is_empty(board.path() + "/mnt/mtd/Log"));
+    EXPECT_EQ(board.read("/mnt/mtd/kept"), "text\n");
+}
+
+TEST(ResetButton, ReleasedAfter24PassesDoesNothing) {
+    const auto run =
+        run_sentrel(kTraffic + kMediaGuardBeats + kConfigured +
+                        "at 20.1 level 23 0\nat 24.9 level 23 1\nat 30.1 level 23 0\nat 34.9 level 23 1\n",
+                    60);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.journal.count("command"), 0U);
+    // A poll that fails says nothing about the button: the countdown goes on where it stood.
+    const auto failing = run_sentrel(
+        kTraffic + kMediaGuardBeats + "at 20.1 level 23 0\nfault /dev/misc/gpio read 110..114 EIO\n", 60);
+    EXPECT_EQ(failing.journal.time_of("out \"sentRel: i will reboot\\n\""), 26.0);
+    const auto without_rtc =
+        run_sentrel(kTraffic + kMediaGuardBeats + "missing /dev/misc/rtc\nat 20.1 level 23 0\n", 60);
+    EXPECT_TRUE(without_rtc.journal.follows(
+        {{25, "out \" can't open /dev/misc/rtc\\n\""}, {25.2, "command \"reboot\""}}));
+}
+
+TEST(ResetButton, LineFollowsTheProductType) {
+    const std::pair<const char*, const char*> lines[] = {
+        {"Q4", "30"}, {"IPC-KR1", "31"}, {"IPC-KW2", "36"}, {"IPC-KQ3", "23"}};
+    for (const auto& [model, line] : lines) {
+        const auto run =
+            run_sentrel(std::string("env HWID=") + model + ":1:2\nat 1.1 level " + line + " 0\n", 10);
+        EXPECT_EQ(run.journal.time_of("out \"sentRel: i will reboot\\n\""), 6.0) << model;
+    }
+}
+
+const std::string kCoprocessor =
+    "env HWID=IPC-KL7:1:2:0:a:6:0:1:1:1:1:0:1b0:0:0:0:0:0:0:1:0\n"
+    "file /proc/qorzo/bootpara qz_keyboard:2\n"
+    "present /dev/misc/spi0\npresent /dev/davinci_vpfe\n"
+    "spi0 version DM365 V1.02 V2.03\n";
+const std::string kVersionKnown = "file /mnt/mtd/dm365_version known\n";
+const char* const kPulseLow = "/dev/misc/gpio write 2: 30 00";
+const char* const kPulseHigh = "/dev/misc/gpio write 2: 30 01";
+const char* const kHoldBegins = "/dev/misc/spi0 ioctl 0x40047307 1";
+const char* const kHoldEnds = "/dev/misc/spi0 ioctl 0x40047307 0";
+constexpr double kFifteenMinutes = 900;
+
+double stack_used(const scenario::Journal& journal) {
+    const auto lines = journal.all("clone stack used ");
+    return lines.empty() ? -1 : strtod(lines.back().text.c_str() + strlen("clone stack used "), nullptr);
+}
+
+void expect_room_on_the_stack(const scenario::Outcome& run) {
+    EXPECT_GT(stack_used(run.journal), 0) << "not measured";
+    EXPECT_LE(stack_used(run.journal), 8096 * 0.75);
+}
+
+TEST(Coprocessor, HealthyAndKnownIsOnlyLookedAt) {
+    const auto run = run_sentrel(kCoprocessor + kVersionKnown, kFifteenMinutes);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_TRUE(run.journal.follows({{25.0, "/dev/davinci_vpfe open r"},
+                                     {25.0, "/dev/misc/spi0 open r"},
+                                     {25.0, "/mnt/mtd/dm365_version open r"},
+                                     {30.0, "/dev/davinci_vpfe ioctl 0x80145603"},
+                                     {45.0, "/dev/misc/spi0 ioctl 0x4004730b"},
+                                     {45.0, "/dev/misc/spi0 ioctl 0x80047302"},
+                                     {45.0, "/dev/misc/spi0 ioctl 0x40047305"},
+                                     {45.05, "/dev/misc/spi0 ioctl 0x40047305"},
+                                     {45.05, "/dev/misc/spi0 ioctl 0x4004730c"},
+                                     {45.07, "/dev/misc/spi0 ioctl 0x4004730b"},
+                                     {45.07, "/dev/misc/spi0 ioctl 0x4004730a"},
+                                     {45.12, "/dev/misc/spi0 ioctl 0x4004730a"},
+                                     {45.12, "/dev/misc/spi0 ioctl 0x4004730c"},
+                                     {60.12, "/dev/misc/spi0 ioctl 0x4004730b"}}));
+    EXPECT_EQ(run.journal.count(kPulseLow), 0U);
+    EXPECT_EQ(run.journal.count(kHoldBegins), 0U);
+    expect_room_on_the_stack(run);
+}
+
+TEST(Coprocessor, UnknownVersionIsRecordedAndFollowedByAReset) {
+    const scenario::BoardDirectory board;
+    scenario::Options options;
+    options.root = board.path();
+    const auto run = run_sentrel(kCoprocessor, 100, options);
+    EXPECT_TRUE(run.journal.follows({{25.0, "/dev/misc/spi0 ioctl 0x4004730b"},
+                                     {25.0, "/dev/misc/spi0 ioctl 0x4004730d"},
+                                     {25.0, "/mnt/mtd/dm365_version open rw create trunc"},
+                                     {25.0, "out \"DM365\\nV1.02\\nV2.03\\n\""},
+                                     {25.0, "/mnt/mtd/dm365_version write 64"},
+                                     {25.0, "/dev/misc/spi0 ioctl 0x4004730c"},
+                                     {25.0, kPulseLow},
+                                     {25.02, kPulseHigh},
+                                     {25.52, kHoldBegins},
+                                     {70.52, kHoldEnds},
+                                     {75.52, "/dev/davinci_vpfe ioctl 0x80145603"}}));
+    const std::string record = board.read("/mnt/mtd/dm365_version");
+    ASSERT_EQ(record.size(), 64U);
+    EXPECT_STREQ(record.c_str(), "DM365");
+    EXPECT_STREQ(record.c_str() + 32, "V2.03");
+    EXPECT_STREQ(record.c_str() + 48, "V1.02");
+    expect_room_on_the_stack(run);
+}
+
+struct StartCase {
+    const char* script;
+    const char* message;
+    size_t resets;
+};
+
+TEST(Coprocessor, StartWithoutAVersionRecord) {
+    const StartCase cases[] = {
+        {"fault /dev/misc/spi0 ioctl:0x4004730d 1 EIO\n", "err \"Input/output error\\n\"", 1},
+        {"fault /mnt/mtd/dm365_version open 2 EROFS\n",
+         "err \"creat dm365_version\\n: Read-only file system\\n\"", 1},
+        {"missing /dev/misc/spi0\n", "out \"@@: spi0 device is not open\\n\"", 1},
+        {"spi0 status 0x2468\n", "/dev/misc/spi0 ioctl 0x80047302 -> 0x2468", 0},
+        {"fault /mnt/mtd/dm365_version open 1 EACCES\n", "/mnt/mtd/dm365_version open r -> EACCES", 0},
+    };
+    for (const StartCase& c : cases) {
+        const auto run = run_sentrel(kCoprocessor + c.script, 28);
+        EXPECT_EQ(run.journal.count(c.message), 1U) << c.script << run.journal.text();
+        EXPECT_EQ(run.journal.count(kPulseLow), c.resets) << c.script;
+    }
+}
+
+TEST(Coprocessor, CaptureStallIsResetTwiceThenReported) {
+    const auto run = run_sentrel(
+        kCoprocessor + kVersionKnown + "vpfe stalled 1\nat 200 vpfe stalled 0\nat 300 vpfe stalled 1\n", 400);
+    const char* const reboots = "out \"**********: sentrel reboot dm365 ***********\\n\"";
+    const char* const given_up = "out \"====>:   sentrel: May be DM365 Broken:  <=======\\n\"";
+    EXPECT_TRUE(run.journal.follows({{30.0, reboots},
+                                     {30.0, kPulseLow},
+                                     {30.52, kHoldBegins},
+                                     {75.52, kHoldEnds},
+                                     {80.52, reboots},
+                                     {80.52, kPulseLow},
+                                     {126.04, kHoldEnds},
+                                     {131.04, reboots},
+                                     {131.04, kPulseLow},
+                                     {131.56, given_up},
+                                     {136.56, given_up}}));
+    EXPECT_EQ(run.journal.count(reboots), 5U) << "a good reading forgives: two more after 300 s";
+    expect_room_on_the_stack(run);
+}
+
+TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
+    const auto silent = run_sentrel(kCoprocessor + kVersionKnown + "spi0 alive 0\n", kFifteenMinutes);
+    const char* const not_alive =
+        "out \"=========>sentrel:  SPI NOT ALIVE , reset DM365<=================\\n\"";
+    const char* const always = "out \"=============<  SPI alway be Problem>================\\n\"";
+    EXPECT_TRUE(silent.journal.follows({{45.05, not_alive},
+                                        {45.05, kPulseLow},
+                                        {45.57, kHoldBegins},
+                                        {90.57, kHoldEnds},
+                                        {105.62, not_alive},
+                                        {106.14, kHoldBegins},
+                                        {151.14, kHoldEnds},
+                                        {166.19, always},
+                                        {166.21, "/dev/misc/spi0 ioctl 0x4004730b"}}));
+    EXPECT_EQ(silent.journal.count(kPulseLow), 2U);
+    const auto abnormal = run_sentrel(kCoprocessor + kVersionKnown + "spi0 2a 1\n", kFifteenMinutes);
+    const char* const is_abnormal = "out \"++++++++++++:  dm365: 2A is abnormal ++++++++++++++++\\n\"";
+    const char* const always_2a = "out \"=============< DM365 2A always be Problem>===================\\n\"";
+    EXPECT_TRUE(abnormal.journal.follows({{45.12, is_abnormal},
+                                          {45.12, kPulseLow},
+                                          {90.64, kHoldEnds},
+                                          {105.76, is_abnormal},
+                                          {151.28, kHoldEnds},
+                                          {166.4, always_2a}}));
+    EXPECT_EQ(abnormal.journal.count(kPulseLow), 2U);
+    expect_room_on_the_stack(silent);
+}
+
+TEST(Coprocessor, AnUpgradeSuspendsEveryReset) {
+    const auto run = run_sentrel(
+        kCoprocessor + kVersionKnown + "spi0 status 0x2468\nspi0 alive 0\nspi0 2a 1\nvpfe stalled 1\n",
+        kFifteenMinutes);
+    EXPECT_TRUE(
+        run.journal.follows({{30, "out \"now  system is upograde\\n\""},
+                             {60, "out \"now  system is upograde\\n\""},
+                             {65, "out \"-------------:dm365 UPGRADING: step 1-----------------\\n\""},
+                             {75.02, "out \"-------------:dm365 UPGRADING: step 2-----------------\\n\""}}));
+    EXPECT_EQ(run.journal.count(kPulseLow), 0U);
+    EXPECT_EQ(run.journal.count("/dev/misc/spi0 ioctl 0x40047305"), 0U);
+}
+
+TEST(Coprocessor, DevicesThatAppearLateOrNever) {
+    const auto late = run_sentrel(
+        kCoprocessor + kVersionKnown + "missing /dev/davinci_vpfe\nat 37 present /dev/davinci_vpfe\n", 60);
+    EXPECT_TRUE(late.journal.follows({{25, "out \"[ERROR]: open /dev/davinci_vpfe fail\\n\""},
+                                      {30, "/dev/davinci_vpfe open rw -> ENOENT"},
+                                      {40, "/dev/davinci_vpfe open rw"},
+                                      {45, "/dev/davinci_vpfe ioctl"},
+                                      {45, "/dev/misc/spi0 ioctl 0x4004730b"}}));
+    const auto never =
+        run_sentrel(kCoprocessor + kVersionKnown + "missing /dev/davinci_vpfe\n", kFifteenMinutes);
+    EXPECT_EQ(never.journal.count("/dev/davinci_vpfe open"), 5U);
+    EXPECT_EQ(never.journal.count("/dev/misc/spi0 ioctl"), 0U) << "without both devices nothing is checked";
+    const auto failing =
+        run_sentrel(kCoprocessor + kVersionKnown + "fault /dev/davinci_vpfe ioctl 1+ EIO\n", 200);
+    EXPECT_EQ(failing.journal.time_of("out \"[ERROR]: ioctl ==>: read vpfe inttrupts fail, ret = -1\\n\""),
+              failing.journal.all("/dev/davinci_vpfe ioctl")[10].time);
+    EXPECT_EQ(failing.journal.count(kPulseLow), 0U);
+}
+
+TEST(Coprocessor, LearnsOfTheFactoryReset) {
+    const auto run = run_sentrel(kCoprocessor + kVersionKnown + "at 30.1 level 23 0\n", 60);
+    EXPECT_TRUE(run.journal.follows({{35, "out \"clear cmos succ\\n\""},
+                                     {35, "/dev/misc/spi0 ioctl 0x40047306 42599"},
+                                     {35.2, "command \"reboot\""}}));
+    const auto early = run_sentrel(kCoprocessor + kVersionKnown + "at 1.1 level 23 0\n", 20);
+    EXPECT_EQ(early.journal.count("/dev/misc/spi0"), 0U) << "the link is opened after 25 s";
+}
+
+TEST(Coprocessor, WithoutItsTaskTheRestGoesOn) {
+    const auto run = run_sentrel(kCoprocessor + "fault * clone 1 EAGAIN\n", 60);
+    EXPECT_TRUE(
+        run.journal.follows({{0, "out \"create failed:-1\\n\""}, {0, "out \"sentrel V1.13(no exit)"}}));
+    EXPECT_EQ(run.status, 0);
+}
+
+}  // namespace

@@ -1,0 +1,155 @@
+// Field reader, upgrade flag, watchdog services and CMOS bytes in a client's process.
+#include <libmarl.h>
+
+#include <cstring>
+#include <string>
+
+#include "helpers/scenario.h"
+#include "sim.h"
+
+namespace {
+
+using scenario::journal_follows;
+
+struct FieldCase {
+    const char* file;
+    const char* key;
+    int result;
+    const char* token;
+    const char* raw;
+};
+
+TEST(FieldReader, FindsTheFirstLineWithTheKey) {
+    const std::string long_key(128, 'k');
+    const std::string long_line = "pad" + std::string(121, '.') + "key:hidden";
+    const FieldCase cases[] = {
+        {"DEMAC Error               : 0", "DEMAC Error               ", 0, "0", " 0\n"},
+        {"a:1\\nab: 22 33\\na:3", "ab", 0, "22", " 22 33\n"},
+        {"a:1", "b", -1, "untouched", "untouched"},
+        {"key", "key", 0, "", ""},
+        {"key:", "key", 0, "", "\n"},
+        {"key:12345678901234567890", "key", 0, "123456789012345", "12345678901234567890\n"},
+        {long_line.c_str(), "key", -1, "untouched", "untouched"},
+        {"x", long_key.c_str(), -22, "untouched", "untouched"},
+        {nullptr, "key", -2, "untouched", "untouched"},
+    };
+    for (const FieldCase& c : cases) {
+        SCOPED_TRACE(c.key);
+        sim::load(c.file != nullptr ? (std::string("file /proc/fields ") + c.file).c_str() : "");
+        char token[MARL_PROC_TOKEN_SIZE] = "untouched";
+        char raw[MARL_PROC_RAW_SIZE] = {};
+        if (c.result != 0) strcpy(raw, "untouched");
+        EXPECT_EQ(get_proc_field("/proc/fields", c.key, ':', token, raw), c.result);
+        EXPECT_STREQ(token, c.token);
+        EXPECT_STREQ(raw, c.raw);
+    }
+    EXPECT_TRUE(journal_follows({"err \"open /proc/fields failed\\n\""}));
+}
+
+TEST(UpgradeFlag, IsReadAsItStandsNow) {
+    sim::load("");
+    EXPECT_EQ(check_upgrade_map(), 0);
+    EXPECT_EQ(clear_upgrade_map(), -1) << "does not create the file";
+    EXPECT_EQ(scenario::Journal(sim::journal()).count("/tmp/upgrade_ing open rw create"), 0U);
+    EXPECT_EQ(set_upgrade_map(), 0);
+    EXPECT_EQ(check_upgrade_map(), 1);
+    EXPECT_EQ(clear_upgrade_map(), 0);
+    EXPECT_EQ(check_upgrade_map(), 0);
+    sim::run("word /tmp/upgrade_ing 2");
+    EXPECT_EQ(check_upgrade_map(), 0);
+    EXPECT_TRUE(journal_follows({"out \"\\e[1;33m[libmarl] WARN (src/flash/flash|check_upgrade_map|"}));
+    sim::run("word /tmp/upgrade_ing 1\ntruncate /tmp/upgrade_ing 3");
+    EXPECT_EQ(check_upgrade_map(), 0) << "a truncated file counts as 0 and raises no signal";
+    sim::run("truncate /tmp/upgrade_ing 0");
+    EXPECT_EQ(check_upgrade_map(), 0);
+    EXPECT_EQ(init_upgrade_map(), 0);
+    EXPECT_EQ(check_upgrade_map(), 0);
+}
+
+TEST(UpgradeFlag, ThatCannotBeReadCountsAsRunning) {
+    sim::load(
+        "word /tmp/upgrade_ing 0\nfault /tmp/upgrade_ing open 1 EACCES\nfault /tmp/upgrade_ing mmap 1 "
+        "ENOMEM");
+    EXPECT_EQ(check_upgrade_map(), -1);
+    EXPECT_EQ(check_upgrade_map(), -1);
+    EXPECT_EQ(check_upgrade_map(), 0);
+    EXPECT_TRUE(journal_follows(
+        {"err \"open /tmp/upgrade_ing failed\\n\"", "err \"mmap /tmp/upgrade_ing failed\\n\""}));
+}
+
+TEST(Watchdog, StaysAloneWithoutAppauto) {
+    sim::load("env a=1");
+    EXPECT_EQ(get_appauto(), 0);
+    EXPECT_EQ(wdt_keepalive(), -1);
+    EXPECT_EQ(wdt_set_period(1000), -1);
+    EXPECT_EQ(scenario::Journal(sim::journal()).count("/dev/misc/wdt"), 0U);
+    EXPECT_EQ(__set_armboot_para("appauto", "1"), 0);
+    EXPECT_EQ(get_appauto(), 1) << "an absent switch is looked up again";
+}
+
+TEST(Watchdog, ServicesReportEachStep) {
+    sim::load("env appauto=1\nmissing /dev/misc/wdt");
+    EXPECT_EQ(wdt_keepalive(), -1);
+    EXPECT_LT(wdt_set_period(7000), 0);
+    EXPECT_TRUE(journal_follows({"err \"open /dev/misc/wdt failed\\n\"", "out \"open wdt failed\\n\""}));
+    sim::run("present /dev/misc/wdt\nfault /dev/misc/wdt ioctl:5 1 EIO\nfault /dev/misc/wdt ioctl:7 1 EIO");
+    EXPECT_LT(wdt_set_period(7000), 0);
+    EXPECT_LT(wdt_set_period(7000), 0);
+    EXPECT_EQ(wdt_set_period(7000), 0);
+    EXPECT_EQ(wdt_keepalive(), 0);
+    EXPECT_TRUE(
+        journal_follows({"out \"ioctl wdt period failed\\n\"", "out \"ioctl wdt resume failed\\n\"",
+                         "/dev/misc/wdt ioctl 0x5 7000", "/dev/misc/wdt ioctl 0x7", "/dev/misc/wdt ioctl 0x4",
+                         "/dev/misc/wdt open rw", "/dev/misc/wdt ioctl 0x4"}));
+}
+
+TEST(Cmos, TransfersCarryTheOffsetInFront) {
+    sim::load("cmos 1 5a\ncmos 200 01 02 03");
+    const uint8_t magic[] = {0xAA, 0x55};
+    EXPECT_EQ(writeCMOS(40, magic, sizeof magic), 3);
+    uint8_t bytes[MARL_CMOS_READ_MAX] = {};
+    EXPECT_EQ(readCMOS(1, bytes, 1), 1);
+    EXPECT_EQ(bytes[0], 0x5A);
+    EXPECT_EQ(readCMOS(200, bytes, 3), 3);
+    EXPECT_EQ(bytes[2], 3);
+    EXPECT_TRUE(journal_follows(
+        {"/dev/misc/rtc open rw", "/dev/misc/rtc write 3: 28 aa 55", "/dev/misc/rtc read 1"}));
+    sim::clear_journal();
+    uint8_t many[MARL_CMOS_WRITE_MAX + 1] = {};
+    for (const uint32_t len : {0U, 128U, UINT32_MAX}) EXPECT_EQ(writeCMOS(0, many, len), -1) << len;
+    for (const uint32_t len : {0U, 65U, UINT32_MAX}) EXPECT_EQ(readCMOS(0, many, len), -1) << len;
+    EXPECT_EQ(sim::journal(), "");
+    EXPECT_EQ(writeCMOS(0, many, MARL_CMOS_WRITE_MAX), MARL_CMOS_WRITE_MAX + 1);
+    EXPECT_EQ(readCMOS(0, bytes, MARL_CMOS_READ_MAX), MARL_CMOS_READ_MAX);
+    bytes[0] = 77;
+    sim::run("fault /dev/misc/rtc read 1 EIO");
+    EXPECT_LT(readCMOS(1, bytes, 1), 0);
+    EXPECT_EQ(bytes[0], 77) << "a failed read leaves the caller's bytes alone";
+}
+
+TEST(Cmos, MissingDeviceIsReportedEveryTimeAndTheExemptModelNeverAsks) {
+    sim::load("missing /dev/misc/rtc");
+    uint8_t byte = 9;
+    const std::string report = "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|openCMOS|";
+    EXPECT_EQ(readCMOS(1, &byte, 1), -1);
+    EXPECT_EQ(writeCMOS(1, &byte, 1), -1);
+    EXPECT_TRUE(journal_follows({report, report}));
+    EXPECT_NE(sim::journal().find("):  can't open /dev/misc/rtc (fd = -1)\\n\\e[m"), std::string::npos);
+    strcpy(HWINFO.product_model, "QZ-CA-KZ9-N");
+    sim::clear_journal();
+    EXPECT_EQ(readCMOS(42, &byte, 1), 0);
+    EXPECT_EQ(byte, 0);
+    EXPECT_EQ(writeCMOS(42, &byte, 1), 0);
+    EXPECT_EQ(sim::journal(), "");
+}
+
+TEST(Wireless, IsPresentWhenTheKernelListsIt) {
+    sim::load("file /proc/net/wireless eth2: 0001 54 200 0");
+    EXPECT_EQ(NetWirelessPresent("eth2"), 0);
+    EXPECT_EQ(NetWirelessPresent("eth3"), -1);
+    sim::load("");
+    EXPECT_EQ(NetWirelessPresent("eth2"), -2);
+    EXPECT_EQ(NetWirelessPresent(nullptr), -1);
+}
+
+}  // namespace
