@@ -1,7 +1,5 @@
 #include "base/object.h"
 
-#include <cstring>
-
 #include "base/diag.h"
 
 namespace marl {
@@ -14,14 +12,12 @@ struct {
 
 }  // namespace
 
-int check_object(const void* thiz, const char* operation, Need need) {
-    if (thiz == nullptr) {
+int detail::check_object(bool given, const ObjectCommon* common, const char* operation, Need need) {
+    if (!given) {
         diag::err("%s: thiz", operation);
         return -1;
     }
     if (need == Need::Object) return 0;
-    const ObjectCommon* common = nullptr;
-    memcpy(&common, thiz, sizeof common);
     if (common == nullptr) {
         diag::err("%s: thiz->priv", operation);
         return -2;

@@ -16,9 +16,18 @@ struct ObjectCommon {
 // How much of an object an operation needs.
 enum class Need { Object, Private, Descriptor };
 
+namespace detail {
+int check_object(bool given, const ObjectCommon* common, const char* operation, Need need);
+}
+
 // Opens every operation: 0 when `thiz` has what is needed. Otherwise a line with the operation's name on
 // standard error and -1 (no object), -2 (no private record) or -3 (no descriptor).
-int check_object(const void* thiz, const char* operation, Need need);
+template <typename Object>
+int check_object(const Object* thiz, const char* operation, Need need) {
+    const bool given = thiz != nullptr;
+    return detail::check_object(given, given ? static_cast<const ObjectCommon*>(thiz->priv) : nullptr,
+                                operation, need);
+}
 
 // `refcount` up by one: 0, or -1 for a record whose count is negative.
 int add_reference(ObjectCommon& common);

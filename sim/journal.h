@@ -1,0 +1,37 @@
+// The record of everything that happened on the board: one line an event.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace sim::record {
+
+// target: a file, "-" for the standard output as it is now, or null for the memory only.
+void open(const char* target);
+void clear();
+std::string text();
+
+// One line being put together; it is written when it goes out of scope.
+class Line {
+public:
+    explicit Line(const char* who);
+    ~Line();
+    Line(const Line&) = delete;
+    Line& operator=(const Line&) = delete;
+
+    Line& add(const char* format, ...) __attribute__((format(printf, 2, 3)));
+    Line& bytes(const void* data, size_t size);
+    Line& quoted(const char* text, size_t size);
+    // " -> ENOENT" when the result is a negated error number, else nothing.
+    Line& failure(int64_t result);
+    void drop() { dropped_ = true; }
+
+private:
+    static constexpr size_t kSize = 4096;
+    char text_[kSize];
+    size_t used_ = 0;
+    bool dropped_;
+};
+
+}  // namespace sim::record

@@ -1,0 +1,29 @@
+// The simulated board as a test program sees it. Link libmarlsim first, so that its open() and friends
+// come before those of the C library.
+#pragma once
+
+#include <string>
+
+#define SIM_EXPORT __attribute__((visibility("default")))
+
+namespace sim {
+
+// A new board: fresh files, time back to 0, empty journal, no faults. Descriptors of devices that the program
+// still holds go on working; a clone task of the board before is killed.
+SIM_EXPORT void load(const char* script);
+
+// Applies further script lines at the present board time.
+SIM_EXPORT void run(const char* script_lines);
+
+SIM_EXPORT const char* root();
+SIM_EXPORT std::string journal();
+SIM_EXPORT void clear_journal();
+SIM_EXPORT double now();
+
+// High-water mark, in bytes, of the stack given to the last clone(); 0 when there was none.
+SIM_EXPORT unsigned clone_stack_used();
+
+// True when open() of this process is the board's: tests must not go on otherwise.
+SIM_EXPORT bool in_place();
+
+}  // namespace sim
