@@ -52,26 +52,41 @@ class PipedConsole {
 };
 
 TEST(Console, TakesOneWholeMessageAtATime) {
-    PipedConsole console;
     const std::string longer(2000, 'm');
-    const int written = diag::error({"src", "fn", 7}, "%s\n", longer.c_str());
-    const std::string text = console.read_all();
+    const std::string start = "\033[0;32;31m[libmarl] ERROR (src|fn|7): mmm";
+    int written = 0;
+    std::string text;
+    {
+        PipedConsole console;
+        written = diag::error({"src", "fn", 7}, "%s\n", longer.c_str());
+        text = console.read_all();
+    }
     EXPECT_EQ(written, static_cast<int>(text.size()));
     EXPECT_LE(text.size(), size_t{diag::kMessageMax});
-    EXPECT_EQ(text.substr(0, 44), "\033[0;32;31m[libmarl] ERROR (src|fn|7): mmmmmmm");
+    EXPECT_EQ(text.substr(0, start.size()), start);
     EXPECT_EQ(text.substr(text.size() - 4), "m\033[m") << "cut, but the colour ends";
 }
 
 TEST(Console, ThatIsGoneOrFullDropsOutput) {
-    PipedConsole console;
-    errno = 42;
-    console.fill();
-    EXPECT_EQ(diag::line("nobody reads this"), -1);
-    console.hang_up();
-    EXPECT_EQ(diag::line("nobody ever will"), -1);
-    close(STDOUT_FILENO);
-    EXPECT_EQ(diag::line("there is no console"), -1);
-    EXPECT_EQ(errno, 42) << "messages leave errno alone";
+    int full = 0;
+    int gone = 0;
+    int closed = 0;
+    int error = 0;
+    {
+        PipedConsole console;
+        console.fill();
+        errno = 42;
+        full = diag::line("nobody reads this");
+        console.hang_up();
+        gone = diag::line("nobody ever will");
+        close(STDOUT_FILENO);
+        closed = diag::line("there is no console");
+        error = errno;
+    }
+    EXPECT_EQ(full, -1);
+    EXPECT_EQ(gone, -1);
+    EXPECT_EQ(closed, -1);
+    EXPECT_EQ(error, 42) << "messages leave errno alone";
 }
 
 TEST(Text, IsBoundedByItsBuffers) {

@@ -42,8 +42,8 @@ TEST(GpioObject, LinesGoToTheDeviceAndNothingElseDoes) {
     EXPECT_EQ(gpio_set_bit(71, 1), 2);
     EXPECT_EQ(pg_gpio->interrupt_enable(pg_gpio, 5, 3), 0);
     EXPECT_EQ(pg_gpio->interrupt_disable(pg_gpio, 5), 0);
-    EXPECT_TRUE(journal_follows({"/dev/misc/gpio write 2: 47 01", "/dev/misc/gpio ioctl 0x1 05 03 00",
-                                 "/dev/misc/gpio ioctl 0x1 05 00 00"}));
+    EXPECT_TRUE(journal_follows({"/dev/misc/gpio write 2: 47 01", "/dev/misc/gpio ioctl 0x1: 05 03 00",
+                                 "/dev/misc/gpio ioctl 0x1: 05 00 00"}));
     sim::clear_journal();
     EXPECT_EQ(gpio_get_bit(72), -1);
     EXPECT_EQ(gpio_set_bit(72, 0), -1);

@@ -21,7 +21,7 @@ struct FieldCase {
 
 TEST(FieldReader, FindsTheFirstLineWithTheKey) {
     const std::string long_key(128, 'k');
-    const std::string long_line = "pad" + std::string(121, '.') + "key:hidden";
+    const std::string long_line = "pad" + std::string(123, '.') + "key:hidden";
     const FieldCase cases[] = {
         {"DEMAC Error               : 0", "DEMAC Error               ", 0, "0", " 0\n"},
         {"a:1\\nab: 22 33\\na:3", "ab", 0, "22", " 22 33\n"},

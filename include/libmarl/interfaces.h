@@ -1,7 +1,7 @@
 /*
  * The network interfaces of the board, their counters and link state, as the kernel's text files tell
- * (/proc/net/dev, /proc/net/wireless) and the Ethernet MAC driver's (/proc/net/emac_link). Every call reads them
- * anew; all are safe from any thread.
+ * (/proc/net/dev, /proc/net/wireless) and the Ethernet MAC driver's (/proc/net/emac_link). Every call reads
+ * them anew; all are safe from any thread.
  *
  * Results are negative on failure. Messages about refused names go to standard error; ERROR and WARN lines to
  * standard output.
@@ -30,39 +30,39 @@ typedef struct NetDeviceStats {
 } NetDeviceStats;
 
 /*
- * The index of an interface name: "eth0" and "lo" 0, "eth2" 2, "ppp0" 3. "eth1" gives -1; any other name gives
- * -1 after "Not support device %s\n", null after "%s :pEthName==NULL" with `caller`, the name of the operation
- * that asks.
+ * The index of an interface name: "eth0" and "lo" 0, "eth2" 2, "ppp0" 3. "eth1" gives -1; any other name
+ * gives -1 after "Not support device %s\n", null after "%s :pEthName==NULL" with `caller`, the name of the
+ * operation that asks.
  */
-MARL_API int NetGetEthIndex(const char *name, const char *caller);
+MARL_API int NetGetEthIndex(const char* name, const char* caller);
 
 /*
- * Enumerates "eth0" to "eth9" into `entries`. The number of entries, at least 1: a board without any has an entry
- * for "eth0". -1 for null `entries` and for a `capacity` above 10 or, after a warning, below 1.
+ * Enumerates "eth0" to "eth9" into `entries`. The number of entries, at least 1: a board without any has an
+ * entry for "eth0". -1 for null `entries` and for a `capacity` above 10 or, after a warning, below 1.
  */
-MARL_API int NetGetEthDevice(NetDeviceEntry *entries, int capacity);
+MARL_API int NetGetEthDevice(NetDeviceEntry* entries, int capacity);
 
 /*
- * The names of all "eth" interfaces but "eth1", and "ppp0", each followed by "::", into `buf` of `len` bytes (at
- * least 10), as many as fit whole; their number in `*count`. "eth0" when /proc/net/dev cannot be read, "eth0::" when
- * it lists none. 0, or -1 for a buffer too short or a null argument.
+ * The names of all "eth" interfaces but "eth1", and "ppp0", each followed by "::", into `buf` of `len` bytes
+ * (at least 10), as many as fit whole; their number in `*count`. "eth0" when /proc/net/dev cannot be read,
+ * "eth0::" when it lists none. 0, or -1 for a buffer too short or a null argument.
  */
-MARL_API int NetGetEthName(char *buf, int len, int *count);
+MARL_API int NetGetEthName(char* buf, int len, int* count);
 
 /* The counters of an interface. Its index (0, 2 or 3) on success. */
-MARL_API int NetGetDeviceState(const char *name, NetDeviceStats *stats);
+MARL_API int NetGetDeviceState(const char* name, NetDeviceStats* stats);
 
 /*
- * The link: 0 up, -1 down (or a name without index), -2 unknown. On multi-port boards the link of "eth0" is up
- * when one of its first five ports is. "ppp0" and "lo" are always up.
+ * The link: 0 up, -1 down (or a name without index), -2 unknown. On multi-port boards the link of "eth0" is
+ * up when one of its first five ports is. "ppp0" and "lo" are always up.
  */
-MARL_API int mii_diag(const char *name);
+MARL_API int mii_diag(const char* name);
 
 /*
  * Whether /proc/net/wireless has a line for the interface `name`: 0 when it has, else the negative result of
  * get_proc_field() (libmarl/proc.h), with its messages.
  */
-MARL_API int NetWirelessPresent(const char *name);
+MARL_API int NetWirelessPresent(const char* name);
 
 MARL_END_DECLS
 

@@ -23,7 +23,7 @@ std::string_view first_word(std::string_view text) {
     const size_t start = text.find_first_not_of(kWhite);
     if (start == std::string_view::npos) return {};
     text.remove_prefix(start);
-    return text.substr(0, text.find_first_of(kWhite));
+    return first_of(text, text.find_first_of(kWhite));
 }
 
 int32_t decimal(const char* text) { return static_cast<int32_t>(strtoll(text, nullptr, 10)); }
@@ -32,6 +32,7 @@ uint64_t hexadecimal(const char* text) { return strtoull(text, nullptr, 16); }
 
 bool LineReader::fill() {
     const ssize_t n = read_some(fd_, buffer_, sizeof buffer_);
+    failed_ = n < 0;
     start_ = 0;
     end_ = n > 0 ? static_cast<size_t>(n) : 0;
     return n > 0;

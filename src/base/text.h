@@ -13,6 +13,17 @@ void copy_text(char* out, size_t size, std::string_view text);
 // The text in a fixed field that has a NUL only when it is shorter than the field.
 std::string_view field_text(const char* field, size_t size);
 
+// Up to the first `count` characters, and what follows them. std::string_view::substr throws, which drags in
+// a runtime that the device does not have.
+constexpr std::string_view first_of(std::string_view text, size_t count) {
+    return {text.data(), count < text.size() ? count : text.size()};
+}
+
+constexpr std::string_view rest_of(std::string_view text, size_t count) {
+    text.remove_prefix(count < text.size() ? count : text.size());
+    return text;
+}
+
 // The first word between blanks, tabs and line ends; empty when there is none.
 std::string_view first_word(std::string_view text);
 
@@ -32,12 +43,16 @@ class LineReader {
     // the end of the file or at an error.
     bool next(char* line, size_t size);
 
+    // Whether it ended with an error instead of the end of the file.
+    bool failed() const { return failed_; }
+
   private:
     bool fill();
 
     int fd_;
     size_t start_ = 0;
     size_t end_ = 0;
+    bool failed_ = false;
     char buffer_[256];
 };
 

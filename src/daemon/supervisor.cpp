@@ -10,6 +10,7 @@
 #include "daemon/core_mount.h"
 #include "daemon/dm365_link.h"
 #include "daemon/dm365_monitor.h"
+#include "daemon/eth_recovery.h"
 #include "daemon/heartbeat.h"
 #include "daemon/recorder_modem.h"
 #include "daemon/reset_button.h"
@@ -71,6 +72,7 @@ void Supervisor::pass() {
     count_pass();
     sync_clock_when_due();
     check_reset_button(product_type_);
+    check_ethernet();
     check_heartbeats_when_due();
     power_recorder_modem_when_due();
     watch_core_mount();

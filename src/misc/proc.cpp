@@ -36,8 +36,7 @@ int read_proc_field(const char* path, const char* key, std::span<char> token, st
     while (reader.next(line, sizeof line)) {
         const char* found = strstr(line, key);
         if (found == nullptr) continue;
-        std::string_view value(found + key_length);
-        value.remove_prefix(std::min<size_t>(1, value.size()));
+        const std::string_view value = rest_of(found, key_length + 1);
         memcpy(raw.data(), value.data(), std::min(value.size(), raw.size()));
         copy_text(token.data(), token.size(), first_word(value));
         return 0;

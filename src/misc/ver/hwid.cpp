@@ -33,7 +33,7 @@ constexpr const char* kDefinitionPath = "/mnt/custom/ProductDefinition";
 std::optional<std::string_view> next_part(std::optional<std::string_view>& rest, char separator) {
     if (!rest) return std::nullopt;
     const size_t end = rest->find(separator);
-    const std::string_view part = rest->substr(0, end);
+    const std::string_view part = first_of(*rest, end);
     if (end == std::string_view::npos) {
         rest.reset();
     } else {

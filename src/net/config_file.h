@@ -1,0 +1,17 @@
+// The text files of the network settings: lines of "key = value".
+#pragma once
+
+#include <cstddef>
+
+namespace marl {
+
+// The paths of an interface index: 0, 2 and 3 have files. False for any other index, or a path that does not
+// fit.
+bool main_config_path(int index, char* out, size_t size);
+bool backup_config_path(int index, char* out, size_t size);
+
+// The value of the first line, in pieces of 79 characters, that holds `key` anywhere and is a setting at all.
+// False when there is none.
+bool read_setting(const char* path, const char* key, char* out, size_t size);
+
+}  // namespace marl

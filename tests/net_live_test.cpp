@@ -1,0 +1,277 @@
+// The running interfaces, on the real kernel: every test makes itself a network namespace with a veth pair in the place
+// of each interface of the board.
+#include <arpa/inet.h>
+#include <libmarl.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <netpacket/packet.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "helpers/scenario.h"
+#include "sim.h"
+
+namespace {
+
+using scenario::journal_follows;
+
+// Runs ip(8) with words separated by blanks; what it prints.
+std::string ip(const std::string& words) {
+    std::vector<std::string> arguments = {"ip"};
+    for (size_t start = 0; start <= words.size();) {
+        const size_t end = std::min(words.find(' ', start), words.size());
+        arguments.push_back(words.substr(start, end - start));
+        start = end + 1;
+    }
+    std::vector<char*> argv;
+    for (std::string& argument : arguments) argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        execvp("ip", argv.data());
+        _exit(127);
+    }
+    close(ends[1]);
+    std::string output;
+    char block[512];
+    for (ssize_t n = 0; (n = read(ends[0], block, sizeof block)) > 0;) output.append(block, static_cast<size_t>(n));
+    close(ends[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0) << "ip " << words;
+    return output;
+}
+
+const std::string kStored =
+    "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\n"
+    "file /mnt/mtd/Config/network SUBMASK = 255.255.255.0\n"
+    "file /mnt/mtd/Config/network GATEWAYIP = 10.0.0.1\n"
+    "file /mnt/mtd/Config/network2 HOSTIP = 10.2.0.2\n"
+    "file /mnt/mtd/Config/network2 SUBMASK = 255.255.0.0\n";
+
+class LiveNetwork : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (unshare(CLONE_NEWNET) != 0) GTEST_SKIP() << "no network namespace of our own";
+        for (const std::string name : {"eth0", "eth2"}) {
+            ip("link add " + name + " address 02:00:00:00:00:0" + name.substr(3) + " type veth peer name peer" +
+               name.substr(3));
+            ip("link set peer" + name.substr(3) + " up");
+        }
+        sim::load(("network real\n" + kStored).c_str());
+    }
+
+    static void address_both() {
+        ASSERT_EQ(SetEthAttr("eth0", NET_ATTR_IP, "10.0.0.2"), 0);
+        ASSERT_EQ(SetEthAttr("eth0", NET_ATTR_NETMASK, "255.255.255.0"), 0);
+        ASSERT_EQ(SetEthAttr("eth2", NET_ATTR_IP, "10.2.0.2"), 0);
+        ASSERT_EQ(SetEthAttr("eth2", NET_ATTR_NETMASK, "255.255.0.0"), 0);
+    }
+};
+
+// The far end of eth0, listening for ARP.
+class FarEnd {
+  public:
+    FarEnd() : fd_(socket(AF_PACKET, SOCK_RAW | SOCK_NONBLOCK, htons(ETH_P_ARP))) {
+        sockaddr_ll where{};
+        where.sll_family = AF_PACKET;
+        where.sll_protocol = htons(ETH_P_ARP);
+        where.sll_ifindex = static_cast<int>(if_nametoindex("peer0"));
+        EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr*>(&where), sizeof where), 0);
+    }
+    ~FarEnd() { close(fd_); }
+    std::string next() const {
+        char frame[256];
+        const ssize_t n = recv(fd_, frame, sizeof frame, 0);
+        return n > 0 ? std::string(frame, static_cast<size_t>(n)) : std::string();
+    }
+
+  private:
+    int fd_;
+};
+
+bool has(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+TEST_F(LiveNetwork, AddressNetmaskFlagsAndMtu) {
+    address_both();
+    const std::string eth0 = ip("addr show dev eth0");
+    EXPECT_TRUE(has(eth0, "inet 10.0.0.2/24")) << eth0;
+    EXPECT_TRUE(has(eth0, ",UP")) << eth0;
+    EXPECT_EQ(NetSetMTU("eth0", 1400), 0);
+    EXPECT_TRUE(has(ip("link show dev eth0"), "mtu 1400"));
+    int mtu = 0;
+    EXPECT_EQ(NetGetMTU("eth0", &mtu), 0);
+    EXPECT_EQ(mtu, 1400);
+    sim::clear_journal();
+    EXPECT_EQ(NetSetMTU("eth0", 1501), -1);
+    EXPECT_EQ(NetSetMTU("eth0", -1), -1);
+    EXPECT_EQ(SetEthAttr("eth0", 7, "10.0.0.2"), -1);
+    EXPECT_EQ(SetEthAttr("eth0", NET_ATTR_IP, nullptr), -1);
+    EXPECT_EQ(scenario::Journal(sim::journal()).count("socket"), 0U);
+    EXPECT_EQ(SetEthAttr("eth0", NET_ATTR_IP, "255.255.255.255"), -1);
+    EXPECT_EQ(SetEthAttr("eth0", NET_ATTR_IP, "10.0.0.x"), -1);
+    EXPECT_EQ(scenario::Journal(sim::journal()).count("socket ioctl"), 0U);
+    EXPECT_TRUE(journal_follows({"out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|SetEthAttr|"}));
+    ip("link set eth0 promisc on");
+    EXPECT_EQ(ResetNetCard("eth0"), 0);
+    EXPECT_TRUE(has(ip("link show dev eth0"), "PROMISC,UP"));
+    char mac[18];
+    EXPECT_EQ(NetGetMAC("eth0", mac, sizeof mac), 0);
+    EXPECT_STREQ(mac, "02:00:00:00:00:00");
+    EXPECT_EQ(NetGetMAC("eth2", mac, 10), 0);
+    EXPECT_STREQ(mac, "02:00:00:");
+    EXPECT_EQ(NetGetMAC("ppp0", mac, sizeof mac), -1);
+    EXPECT_TRUE(journal_follows({"err \"SIOCGIFHWADDR,ppp0\\n\""}));
+}
+
+TEST_F(LiveNetwork, OneDefaultRouteOnly) {
+    address_both();
+    ip("route add default via 10.2.0.1 dev eth2");
+    ip("route add default via 10.0.0.9 dev eth0 metric 5");
+    EXPECT_EQ(SetGateWay("eth0", "10.0.0.1"), 0);
+    EXPECT_EQ(ip("route show default"), "default via 10.0.0.1 dev eth0 \n");
+    EXPECT_EQ(SetGateWay("eth0", "10.9.0.1"), -1);
+    EXPECT_TRUE(journal_follows({"out \"[libmarl] Gateway and ip are in different subnet\\n\""}));
+    EXPECT_EQ(ip("route show default"), "default via 10.0.0.1 dev eth0 \n") << "nothing has changed";
+    EXPECT_EQ(SetGateWay("eth2", "10.2.0.77"), 0);
+    EXPECT_EQ(ip("route show default"), "default via 10.2.0.77 dev eth2 \n");
+    ip("link add ppp0 type dummy");
+    ip("link set ppp0 up");
+    EXPECT_EQ(SetGateWay("ppp0", "anything"), 0);
+    EXPECT_EQ(ip("route show default"), "default dev ppp0 scope link \n");
+    EXPECT_EQ(SetGateWay(nullptr, "10.0.0.1"), -1);
+    EXPECT_EQ(SetGateWay("eth0", nullptr), -1);
+}
+
+TEST_F(LiveNetwork, AnAppliedAddressIsSavedAndAnnouncedInOneFrame) {
+    const FarEnd far_end;
+    EXPECT_EQ(NetApplyIpMask("eth0", "10.0.0.5", "255.255.255.0"), 0);
+    const std::string mac("\x02\x00\x00\x00\x00\x00", 6);
+    const std::string ip_bytes("\x0a\x00\x00\x05", 4);
+    const std::string wanted = std::string(6, '\xFF') + mac + std::string("\x08\x06\x00\x01\x08\x00\x06\x04\x00\x02", 10) +
+                               mac + ip_bytes + std::string(6, '\0') + ip_bytes + std::string(18, '\0');
+    EXPECT_EQ(far_end.next(), wanted);
+    EXPECT_EQ(far_end.next(), "") << "one frame only";
+    EXPECT_TRUE(has(ip("addr show dev eth0"), "inet 10.0.0.5/24"));
+    char value[16];
+    EXPECT_EQ(GetEthAttr("eth0", NET_ATTR_IP, value, sizeof value), 0);
+    EXPECT_STREQ(value, "10.0.0.5");
+    EXPECT_EQ(NetApplyEth0Gateway("10.0.0.7"), 0);
+    EXPECT_EQ(ip("route show default"), "default via 10.0.0.7 dev eth0 \n");
+    EXPECT_EQ(NetGetEth0Gateway(value, sizeof value), 0);
+    EXPECT_STREQ(value, "10.0.0.7");
+    sim::clear_journal();
+    EXPECT_EQ(NetApplyIpMask("eth0", "10.2.0.9", "255.255.0.0"), -1) << "in eth2's subnet";
+    EXPECT_EQ(NetApplyIpMask("eth2", "10.0.0.9", "255.255.255.0"), -1) << "in eth0's subnet";
+    EXPECT_EQ(NetApplyIpMask("eth0", "10.0.0.255", "255.255.255.0"), -1) << "a broadcast address";
+    EXPECT_EQ(NetApplyEth0IpMask("10.0.0.255", "255.255.255.0"), -1);
+    EXPECT_EQ(NetApplyEth0IpMask(nullptr, "255.255.255.0"), -1);
+    EXPECT_EQ(NetApplyIpMask(nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(scenario::Journal(sim::journal()).count("socket"), 0U);
+    EXPECT_EQ(NetSendarp("wlan0"), -1);
+}
+
+struct RequestFault {
+    const char* fault;
+    int result;
+    const char* message;
+};
+
+TEST_F(LiveNetwork, EveryFailingRequestIsReportedAndLeavesNoSocket) {
+    address_both();
+    const auto set_ip = [] { return SetEthAttr("eth0", NET_ATTR_IP, "10.0.0.2"); };
+    const auto set_gateway = [] { return SetGateWay("eth0", "10.0.0.1"); };
+    const auto reset = [] { return ResetNetCard("eth0"); };
+    const auto set_mtu = [] { return NetSetMTU("eth0", 1400); };
+    const auto announce = [] { return NetSendArpFrame("eth0", 1, reinterpret_cast<const uint8_t*>("123456")); };
+    const auto announce_stored = [] { return NetSendarp("eth0"); };
+    const auto mac = [] {
+        char text[18];
+        return NetGetMAC("eth0", text, sizeof text);
+    };
+    const struct {
+        const char* fault;
+        int (*operation)();
+        const char* message;
+        int result = -1;
+    } cases[] = {
+        {"socket open 1 EMFILE", set_ip, "err \"socket: Too many open files\\n\""},
+        {"socket ioctl:0x8916 1 EPERM", set_ip, "err \"set ip error\\n\""},
+        {"socket ioctl:0x8913 1 EIO", set_ip, "err \"SIOCGIFFLAGS\""},
+        {"socket ioctl:0x8914 1 EIO", set_ip, "err \"SIOCSIFFLAGS\""},
+        {"socket open 1 EMFILE", set_gateway, "out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|SetGateWay|"},
+        {"socket ioctl:0x890b 1 EPERM", set_gateway, "out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|SetGateWay|"},
+        {"socket ioctl:0x8914 2 EIO", reset, "err \"SIOCSIFFLAGS: Input/output error\\n\""},
+        {"socket ioctl:0x8922 1 EPERM", set_mtu, "err \"ioctl SIOCSIFMTU error: Operation not permitted\\n\""},
+        {"socket open 1 EPERM", announce, "err \"SOCK_PACKET: Operation not permitted\\n\""},
+        {"socket setsockopt 1 EPERM", announce, "err \"setsockopt: Operation not permitted\\n\""},
+        {"socket sendto 1 ENETDOWN", announce, "err \"sendto arp wrong\""},
+        {"socket sendto 1 ENETDOWN", announce_stored, "err \"sendto arp wrong\"", 0},
+        {"socket ioctl:0x8927 1 EIO", mac, "err \"SIOCGIFHWADDR,eth0\\n\""},
+        {"socket open 1 EMFILE", mac, "err \"socket\\n\""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.fault);
+        sim::load(("network real\n" + kStored + "fault " + c.fault).c_str());
+        EXPECT_EQ(c.operation(), c.result);
+        EXPECT_TRUE(journal_follows({c.message}));
+        const scenario::Journal journal(sim::journal());
+        const bool opened = std::string(c.fault).find("open") == std::string::npos;
+        EXPECT_GE(journal.count("socket close"), opened ? 1U : 0U) << journal.text();
+    }
+}
+
+const std::string kCameraWithMac =
+    "network real\n"
+    "env HWID=IPC-KN1E:1:2:0:a:6\n"
+    "file /proc/qorzo/bootpara qz_keyboard:2\n" +
+    kStored;
+const std::string kError = "file! /proc/net/emac_stats DEMAC Error               : 3\\n\n";
+
+TEST_F(LiveNetwork, ALastingMacErrorRestartsEth0AndRestoresItsRoute) {
+    address_both();
+    const FarEnd far_end;
+    const auto run = scenario::run_sentrel(kCameraWithMac + kError, 30);
+    EXPECT_TRUE(run.journal.follows({{5.2, "/proc/net/emac_stats open r"},
+                                     {9.2, "command \"ifconfig eth0 down\""},
+                                     {11.2, "command \"ifconfig eth0 up\""},
+                                     {13.2, "socket ioctl 0x890b"},
+                                     {13.2, "out \"[libmarl] set success\\n\""},
+                                     {13.2, "socket sendto 60"},
+                                     {13.2, "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=10.0.0.1\\n\""},
+                                     {22.4, "command \"ifconfig eth0 down\""},
+                                     {26.4, "out \"==>net helper: restart eth0,state=3,cnt=1,default gw=10.0.0.1\\n\""}}));
+    EXPECT_EQ(ip("route show default"), "default via 10.0.0.1 dev eth0 \n");
+    EXPECT_EQ(far_end.next().size(), 60U);
+}
+
+TEST_F(LiveNetwork, AMacErrorThatGoesRestartsNothing) {
+    const auto gone = scenario::run_sentrel(
+        kCameraWithMac + kError + "at 6 file! /proc/net/emac_stats DEMAC Error               : 0\\n\n", 30);
+    EXPECT_EQ(gone.journal.count("command"), 0U);
+    EXPECT_TRUE(gone.journal.follows({{6.2, "/proc/net/emac_stats open r"}, {11.4, "/proc/net/emac_stats open r"}}));
+    const auto negative = scenario::run_sentrel(
+        kCameraWithMac + "file /proc/net/emac_stats DEMAC Error               : -3\n", 30);
+    EXPECT_EQ(negative.journal.count("command"), 0U);
+    EXPECT_TRUE(negative.journal.follows({{9.2, "/proc/net/emac_stats open r"}, {14.4, "/proc/net/emac_stats open r"}}));
+    const auto missing = scenario::run_sentrel(kCameraWithMac, 30.1);
+    EXPECT_EQ(missing.journal.count("/proc/net/emac_stats open r"), 125U) << "one try in every pass from the 26th on";
+    EXPECT_EQ(missing.journal.count("out \"==>net helper"), 0U);
+    // Without a stored gateway that can be read the restart goes on with an empty one.
+    const auto unreadable = scenario::run_sentrel(
+        "network real\nenv HWID=IPC-KN1E:1:2\ncmos 40 34 12\nfile /proc/qorzo/bootpara qz_keyboard:2\n" + kError, 15);
+    EXPECT_TRUE(unreadable.journal.follows(
+        {{13.2, "err \"get default gateway error\\n\""},
+         {13.2, "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=\\n\""}}));
+}
+
+}  // namespace
