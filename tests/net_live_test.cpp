@@ -1,5 +1,5 @@
-// The running interfaces, on the real kernel: every test makes itself a network namespace with a veth pair in the place
-// of each interface of the board.
+// The running interfaces, on the real kernel: every test makes itself a network namespace with a veth pair in
+// the place of each interface of the board.
 #include <arpa/inet.h>
 #include <libmarl.h>
 #include <net/ethernet.h>
@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "daemon/eth_recovery.h"
 #include "helpers/scenario.h"
 #include "sim.h"
 
@@ -43,7 +44,8 @@ std::string ip(const std::string& words) {
     close(ends[1]);
     std::string output;
     char block[512];
-    for (ssize_t n = 0; (n = read(ends[0], block, sizeof block)) > 0;) output.append(block, static_cast<size_t>(n));
+    for (ssize_t n = 0; (n = read(ends[0], block, sizeof block)) > 0;)
+        output.append(block, static_cast<size_t>(n));
     close(ends[0]);
     int status = 0;
     waitpid(child, &status, 0);
@@ -63,8 +65,8 @@ class LiveNetwork : public testing::Test {
     void SetUp() override {
         if (unshare(CLONE_NEWNET) != 0) GTEST_SKIP() << "no network namespace of our own";
         for (const std::string name : {"eth0", "eth2"}) {
-            ip("link add " + name + " address 02:00:00:00:00:0" + name.substr(3) + " type veth peer name peer" +
-               name.substr(3));
+            ip("link add " + name + " address 02:00:00:00:00:0" + name.substr(3) +
+               " type veth peer name peer" + name.substr(3));
             ip("link set peer" + name.substr(3) + " up");
         }
         sim::load(("network real\n" + kStored).c_str());
@@ -124,6 +126,14 @@ TEST_F(LiveNetwork, AddressNetmaskFlagsAndMtu) {
     ip("link set eth0 promisc on");
     EXPECT_EQ(ResetNetCard("eth0"), 0);
     EXPECT_TRUE(has(ip("link show dev eth0"), "PROMISC,UP"));
+    EXPECT_EQ(sentrel::SetEthUpDown("eth0", "down"), 0);
+    EXPECT_FALSE(has(ip("link show dev eth0"), ",UP"));
+    EXPECT_EQ(sentrel::SetEthUpDown("eth0", "up"), 0);
+    EXPECT_EQ(sentrel::SetEthUpDown("eth0", "reset"), -1);
+    EXPECT_EQ(sentrel::SetEthUpDown("eth0", nullptr), -1);
+    EXPECT_TRUE(has(ip("link show dev eth0"), ",UP"));
+    EXPECT_TRUE(journal_follows({"out \"[libmarl] eth0 down\\n\"", "out \"[libmarl] eth0 up\\n\"",
+                                 "out \"\\e[0;32;31m[libmarl] ERROR (sentrel|SetEthUpDown|"}));
     char mac[18];
     EXPECT_EQ(NetGetMAC("eth0", mac, sizeof mac), 0);
     EXPECT_STREQ(mac, "02:00:00:00:00:00");
@@ -157,8 +167,9 @@ TEST_F(LiveNetwork, AnAppliedAddressIsSavedAndAnnouncedInOneFrame) {
     EXPECT_EQ(NetApplyIpMask("eth0", "10.0.0.5", "255.255.255.0"), 0);
     const std::string mac("\x02\x00\x00\x00\x00\x00", 6);
     const std::string ip_bytes("\x0a\x00\x00\x05", 4);
-    const std::string wanted = std::string(6, '\xFF') + mac + std::string("\x08\x06\x00\x01\x08\x00\x06\x04\x00\x02", 10) +
-                               mac + ip_bytes + std::string(6, '\0') + ip_bytes + std::string(18, '\0');
+    const std::string wanted = std::string(6, '\xFF') + mac +
+                               std::string("\x08\x06\x00\x01\x08\x00\x06\x04\x00\x02", 10) + mac + ip_bytes +
+                               std::string(6, '\0') + ip_bytes + std::string(18, '\0');
     EXPECT_EQ(far_end.next(), wanted);
     EXPECT_EQ(far_end.next(), "") << "one frame only";
     EXPECT_TRUE(has(ip("addr show dev eth0"), "inet 10.0.0.5/24"));
@@ -192,7 +203,9 @@ TEST_F(LiveNetwork, EveryFailingRequestIsReportedAndLeavesNoSocket) {
     const auto set_gateway = [] { return SetGateWay("eth0", "10.0.0.1"); };
     const auto reset = [] { return ResetNetCard("eth0"); };
     const auto set_mtu = [] { return NetSetMTU("eth0", 1400); };
-    const auto announce = [] { return NetSendArpFrame("eth0", 1, reinterpret_cast<const uint8_t*>("123456")); };
+    const auto announce = [] {
+        return NetSendArpFrame("eth0", 1, reinterpret_cast<const uint8_t*>("123456"));
+    };
     const auto announce_stored = [] { return NetSendarp("eth0"); };
     const auto mac = [] {
         char text[18];
@@ -209,9 +222,11 @@ TEST_F(LiveNetwork, EveryFailingRequestIsReportedAndLeavesNoSocket) {
         {"socket ioctl:0x8913 1 EIO", set_ip, "err \"SIOCGIFFLAGS\""},
         {"socket ioctl:0x8914 1 EIO", set_ip, "err \"SIOCSIFFLAGS\""},
         {"socket open 1 EMFILE", set_gateway, "out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|SetGateWay|"},
-        {"socket ioctl:0x890b 1 EPERM", set_gateway, "out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|SetGateWay|"},
+        {"socket ioctl:0x890b 1 EPERM", set_gateway,
+         "out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|SetGateWay|"},
         {"socket ioctl:0x8914 2 EIO", reset, "err \"SIOCSIFFLAGS: Input/output error\\n\""},
-        {"socket ioctl:0x8922 1 EPERM", set_mtu, "err \"ioctl SIOCSIFMTU error: Operation not permitted\\n\""},
+        {"socket ioctl:0x8922 1 EPERM", set_mtu,
+         "err \"ioctl SIOCSIFMTU error: Operation not permitted\\n\""},
         {"socket open 1 EPERM", announce, "err \"SOCK_PACKET: Operation not permitted\\n\""},
         {"socket setsockopt 1 EPERM", announce, "err \"setsockopt: Operation not permitted\\n\""},
         {"socket sendto 1 ENETDOWN", announce, "err \"sendto arp wrong\""},
@@ -241,15 +256,16 @@ TEST_F(LiveNetwork, ALastingMacErrorRestartsEth0AndRestoresItsRoute) {
     address_both();
     const FarEnd far_end;
     const auto run = scenario::run_sentrel(kCameraWithMac + kError, 30);
-    EXPECT_TRUE(run.journal.follows({{5.2, "/proc/net/emac_stats open r"},
-                                     {9.2, "command \"ifconfig eth0 down\""},
-                                     {11.2, "command \"ifconfig eth0 up\""},
-                                     {13.2, "socket ioctl 0x890b"},
-                                     {13.2, "out \"[libmarl] set success\\n\""},
-                                     {13.2, "socket sendto 60"},
-                                     {13.2, "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=10.0.0.1\\n\""},
-                                     {22.4, "command \"ifconfig eth0 down\""},
-                                     {26.4, "out \"==>net helper: restart eth0,state=3,cnt=1,default gw=10.0.0.1\\n\""}}));
+    EXPECT_TRUE(run.journal.follows(
+        {{5.2, "/proc/net/emac_stats open r"},
+         {9.2, "command \"ifconfig eth0 down\""},
+         {11.2, "command \"ifconfig eth0 up\""},
+         {13.2, "socket ioctl 0x890b"},
+         {13.2, "out \"[libmarl] set success\\n\""},
+         {13.2, "socket sendto 60"},
+         {13.2, "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=10.0.0.1\\n\""},
+         {22.4, "command \"ifconfig eth0 down\""},
+         {26.4, "out \"==>net helper: restart eth0,state=3,cnt=1,default gw=10.0.0.1\\n\""}}));
     EXPECT_EQ(ip("route show default"), "default via 10.0.0.1 dev eth0 \n");
     EXPECT_EQ(far_end.next().size(), 60U);
 }
@@ -258,17 +274,22 @@ TEST_F(LiveNetwork, AMacErrorThatGoesRestartsNothing) {
     const auto gone = scenario::run_sentrel(
         kCameraWithMac + kError + "at 6 file! /proc/net/emac_stats DEMAC Error               : 0\\n\n", 30);
     EXPECT_EQ(gone.journal.count("command"), 0U);
-    EXPECT_TRUE(gone.journal.follows({{6.2, "/proc/net/emac_stats open r"}, {11.4, "/proc/net/emac_stats open r"}}));
+    EXPECT_TRUE(
+        gone.journal.follows({{6.2, "/proc/net/emac_stats open r"}, {11.4, "/proc/net/emac_stats open r"}}));
     const auto negative = scenario::run_sentrel(
         kCameraWithMac + "file /proc/net/emac_stats DEMAC Error               : -3\n", 30);
     EXPECT_EQ(negative.journal.count("command"), 0U);
-    EXPECT_TRUE(negative.journal.follows({{9.2, "/proc/net/emac_stats open r"}, {14.4, "/proc/net/emac_stats open r"}}));
+    EXPECT_TRUE(negative.journal.follows(
+        {{9.2, "/proc/net/emac_stats open r"}, {14.4, "/proc/net/emac_stats open r"}}));
     const auto missing = scenario::run_sentrel(kCameraWithMac, 30.1);
-    EXPECT_EQ(missing.journal.count("/proc/net/emac_stats open r"), 125U) << "one try in every pass from the 26th on";
+    EXPECT_EQ(missing.journal.count("/proc/net/emac_stats open r"), 125U)
+        << "one try in every pass from the 26th on";
     EXPECT_EQ(missing.journal.count("out \"==>net helper"), 0U);
     // Without a stored gateway that can be read the restart goes on with an empty one.
     const auto unreadable = scenario::run_sentrel(
-        "network real\nenv HWID=IPC-KN1E:1:2\ncmos 40 34 12\nfile /proc/qorzo/bootpara qz_keyboard:2\n" + kError, 15);
+        "network real\nenv HWID=IPC-KN1E:1:2\ncmos 40 34 12\nfile /proc/qorzo/bootpara qz_keyboard:2\n" +
+            kError,
+        15);
     EXPECT_TRUE(unreadable.journal.follows(
         {{13.2, "err \"get default gateway error\\n\""},
          {13.2, "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=\\n\""}}));

@@ -20,8 +20,8 @@ std::string file(const std::string& path) {
 const std::string kMain = "/mnt/mtd/Config/network";
 const std::string kBackup = "/mnt/backup/Config/network";
 const std::string kValid = "cmos 40 aa 55\n";
-const std::string kDhcp = "file " + kMain + " USEDHCP = 1\nfile " + kMain + " DHCPIP = 172.16.0.9\nfile " + kMain +
-                          " HOSTIP = 10.1.2.3\n";
+const std::string kDhcp = "file " + kMain + " USEDHCP = 1\nfile " + kMain + " DHCPIP = 172.16.0.9\nfile " +
+                          kMain + " HOSTIP = 10.1.2.3\n";
 
 struct ReadCase {
     const char* what;
@@ -34,41 +34,128 @@ struct ReadCase {
 };
 
 TEST(Store, ReadsTheFirstCopyThatThereIs) {
-    const std::vector<std::string> initialised = {"out \"[libmarl] var=0\\n\"",
-                                                  "/dev/misc/rtc write 3: 28 aa 55",
-                                                  "/dev/misc/rtc write 5: 2c c0 a8 01 6c",
-                                                  "/dev/misc/rtc write 5: 30 ff ff ff 00",
-                                                  "/dev/misc/rtc write 5: 34 c0 a8 01 01"};
+    const std::vector<std::string> initialised = {
+        "out \"[libmarl] var=0\\n\"", "/dev/misc/rtc write 3: 28 aa 55",
+        "/dev/misc/rtc write 5: 2c c0 a8 01 6c", "/dev/misc/rtc write 5: 30 ff ff ff 00",
+        "/dev/misc/rtc write 5: 34 c0 a8 01 01"};
     const ReadCase cases[] = {
-        {"main file", "file " + kMain + " HOSTIP = 10.1.2.3\nfile " + kBackup + " HOSTIP = 10.9.9.9\n", "eth0",
-         NET_ATTR_IP, 0, "10.1.2.3", {}},
-        {"lo has eth0's", "file " + kMain + " SUBMASK = 255.0.0.0\n", "lo", NET_ATTR_NETMASK, 0, "255.0.0.0", {}},
-        {"backup", "file " + kMain + " PRIO = 1\nfile " + kBackup + " HOSTIP = 10.9.9.9\n", "eth0", NET_ATTR_IP, 0,
-         "10.9.9.9", {}},
-        {"no setting is passed over", "file " + kMain + " # HOSTIP of old\nfile " + kMain + " HOSTIP=1.1.1.1\nfile " +
-         kMain + " HOSTIP =10.1.2.3\n", "eth0", NET_ATTR_IP, 0, "10.1.2.3", {}},
-        {"a key inside a value matches", "file " + kMain + " NOTE = HOSTIP\n", "eth0", NET_ATTR_IP, 0, "HOSTIP", {}},
-        {"a long value is cut", "file " + kMain + " HOSTIP = 1234567890123456789\n", "eth0", NET_ATTR_IP, 0,
-         "123456789012345", {}},
-        {"eth2 has its own", "file " + kMain + "2 GATEWAYIP = 10.2.0.1\n", "eth2", NET_ATTR_GATEWAY, 0, "10.2.0.1", {}},
-        {"ppp0 has its own", "file " + kMain + "ppp0 HOSTIP = 10.3.0.1\n", "ppp0", NET_ATTR_IP, 0, "10.3.0.1", {}},
+        {"main file",
+         "file " + kMain + " HOSTIP = 10.1.2.3\nfile " + kBackup + " HOSTIP = 10.9.9.9\n",
+         "eth0",
+         NET_ATTR_IP,
+         0,
+         "10.1.2.3",
+         {}},
+        {"lo has eth0's",
+         "file " + kMain + " SUBMASK = 255.0.0.0\n",
+         "lo",
+         NET_ATTR_NETMASK,
+         0,
+         "255.0.0.0",
+         {}},
+        {"backup",
+         "file " + kMain + " PRIO = 1\nfile " + kBackup + " HOSTIP = 10.9.9.9\n",
+         "eth0",
+         NET_ATTR_IP,
+         0,
+         "10.9.9.9",
+         {}},
+        {"no setting is passed over",
+         "file " + kMain + " # HOSTIP of old\nfile " + kMain + " HOSTIP=1.1.1.1\nfile " + kMain +
+             " HOSTIP =10.1.2.3\n",
+         "eth0",
+         NET_ATTR_IP,
+         0,
+         "10.1.2.3",
+         {}},
+        {"a key inside a value matches",
+         "file " + kMain + " NOTE = HOSTIP\n",
+         "eth0",
+         NET_ATTR_IP,
+         0,
+         "HOSTIP",
+         {}},
+        {"a long value is cut",
+         "file " + kMain + " HOSTIP = 1234567890123456789\n",
+         "eth0",
+         NET_ATTR_IP,
+         0,
+         "123456789012345",
+         {}},
+        {"eth2 has its own",
+         "file " + kMain + "2 GATEWAYIP = 10.2.0.1\n",
+         "eth2",
+         NET_ATTR_GATEWAY,
+         0,
+         "10.2.0.1",
+         {}},
+        {"ppp0 has its own",
+         "file " + kMain + "ppp0 HOSTIP = 10.3.0.1\n",
+         "ppp0",
+         NET_ATTR_IP,
+         0,
+         "10.3.0.1",
+         {}},
         {"DHCP", kDhcp + "file " + kMain + " DHCPHAVEIP = 1\n", "eth0", NET_ATTR_IP, 0, "172.16.0.9", {}},
-        {"DHCP without address", kDhcp, "eth0", NET_ATTR_IP, 0, "10.1.2.3",
+        {"DHCP without address",
+         kDhcp,
+         "eth0",
+         NET_ATTR_IP,
+         0,
+         "10.1.2.3",
          {"err \"can not get IP by DHCP, use IP save in NETWORK\\n\""}},
-        {"DHCP has no priority", kDhcp + "file " + kMain + " DHCPHAVEIP = 1\nfile " + kMain + " PRIO = 1\n", "eth0",
-         NET_ATTR_PRIO, 0, "1", {"err \"unkonw type\\n\""}},
+        {"DHCP has no priority",
+         kDhcp + "file " + kMain + " DHCPHAVEIP = 1\nfile " + kMain + " PRIO = 1\n",
+         "eth0",
+         NET_ATTR_PRIO,
+         0,
+         "1",
+         {"err \"unkonw type\\n\""}},
         {"nothing, CMOS never written", "", "eth0", NET_ATTR_GATEWAY, 0, "192.168.1.1", initialised},
         {"nothing, CMOS valid", kValid + "cmos 44 0a 0b 0c 0d\n", "eth0", NET_ATTR_IP, 0, "10.11.12.13", {}},
         {"nothing, CMOS valid but empty", kValid, "eth0", NET_ATTR_NETMASK, 0, "255.255.255.0", {}},
-        {"nothing, CMOS invalid", "cmos 40 34 12\n", "eth0", NET_ATTR_IP, -1, "192.168.1.108",
+        {"nothing, CMOS invalid",
+         "cmos 40 34 12\n",
+         "eth0",
+         NET_ATTR_IP,
+         -1,
+         "192.168.1.108",
          {"out \"[libmarl] var=0x1234\\n\""}},
-        {"nothing, CMOS unreadable", "fault /dev/misc/rtc read 1 EIO\n", "eth0", NET_ATTR_IP, -1, "192.168.1.108", {}},
-        {"nothing, CMOS half readable", kValid + "fault /dev/misc/rtc read 2 EIO\n", "eth0", NET_ATTR_IP, -1,
-         "192.168.1.108", {"err \"readComs\\n\""}},
+        {"nothing, CMOS unreadable",
+         "fault /dev/misc/rtc read 1 EIO\n",
+         "eth0",
+         NET_ATTR_IP,
+         -1,
+         "192.168.1.108",
+         {}},
+        {"nothing, CMOS half readable",
+         kValid + "fault /dev/misc/rtc read 2 EIO\n",
+         "eth0",
+         NET_ATTR_IP,
+         -1,
+         "192.168.1.108",
+         {"err \"readComs\\n\""}},
         {"nothing, priority", "", "eth0", NET_ATTR_PRIO, 0, "0", {}},
-        {"eth2, eth0 elsewhere", kValid + "cmos 44 0a 0b 0c 0d\n", "eth2", NET_ATTR_IP, 0, "192.168.2.108", {}},
-        {"eth2, eth0 on its default", kValid + "cmos 44 c0 a8 02 6c\n", "eth2", NET_ATTR_IP, 0, "192.168.1.108", {}},
-        {"eth2, CMOS invalid", "cmos 40 34 12\n", "eth2", NET_ATTR_IP, 0, "192.168.2.108",
+        {"eth2, eth0 elsewhere",
+         kValid + "cmos 44 0a 0b 0c 0d\n",
+         "eth2",
+         NET_ATTR_IP,
+         0,
+         "192.168.2.108",
+         {}},
+        {"eth2, eth0 on its default",
+         kValid + "cmos 44 c0 a8 02 6c\n",
+         "eth2",
+         NET_ATTR_IP,
+         0,
+         "192.168.1.108",
+         {}},
+        {"eth2, CMOS invalid",
+         "cmos 40 34 12\n",
+         "eth2",
+         NET_ATTR_IP,
+         0,
+         "192.168.2.108",
          {"out \"[libmarl] var=0x1234\\n\""}},
         {"ppp0 netmask", "", "ppp0", NET_ATTR_NETMASK, 0, "255.255.0.0", {}},
         {"eth1 is refused", "", "eth1", NET_ATTR_IP, -1, "", {}},
@@ -99,9 +186,10 @@ TEST(Store, SavesFilesInOneWriteAndTheCmosCopy) {
     EXPECT_EQ(SaveEthAttr("eth0", NET_ATTR_IP, "10.7.7.7"), 0);
     EXPECT_EQ(file(kMain), "USEDHCP = 0\nHOSTIP = 10.7.7.7\n");
     EXPECT_EQ(file(kBackup), "PRIO = 0\nHOSTIP = 10.7.7.7\n");
-    EXPECT_TRUE(journal_follows({kMain + " open rw create trunc", kMain + " write 30", kMain + " close",
-                                 kBackup + " open rw create trunc", kBackup + " write", "/dev/misc/rtc write 3: 28 aa 55",
-                                 "/dev/misc/rtc write 5: 2c 0a 07 07 07"}));
+    EXPECT_TRUE(
+        journal_follows({kMain + " open rw create trunc", kMain + " write 30", kMain + " close",
+                         kBackup + " open rw create trunc", kBackup + " write",
+                         "/dev/misc/rtc write 3: 28 aa 55", "/dev/misc/rtc write 5: 2c 0a 07 07 07"}));
     sim::clear_journal();
     EXPECT_EQ(SaveEthAttr("eth0", NET_ATTR_PRIO, "1"), 0);
     EXPECT_EQ(SaveEthAttr("eth2", NET_ATTR_GATEWAY, "10.2.0.1"), 0);
@@ -117,12 +205,14 @@ TEST(Store, SavesFilesInOneWriteAndTheCmosCopy) {
 TEST(Store, RewritesPieceByPieceAndRefusesWhatDoesNotFit) {
     const std::string path = "/mnt/mtd/Config/any";
     // A line longer than a piece falls apart where a piece ends.
-    sim::load(("file " + path + " KEY = " + std::string(40, 'v') + "\nfile " + path + " OTHER = 1\n").c_str());
+    sim::load(
+        ("file " + path + " KEY = " + std::string(40, 'v') + "\nfile " + path + " OTHER = 1\n").c_str());
     EXPECT_EQ(NetConfigWriteKey(path.c_str(), "KEY", "new"), 0);
     EXPECT_EQ(file(path), "KEY = new\n" + std::string(15, 'v') + "\nOTHER = 1\n");
     const std::string full(4095 - 8, 'x');
     for (const auto& [content, result] : {std::pair(full, 0), std::pair(full + "x", -1)}) {
-        sim::load(("file! " + path + " " + content.substr(0, 30) + "\\n" + content.substr(31)).c_str());
+        sim::load("");
+        std::ofstream(sim::root() + path) << content.substr(0, 30) << '\n' << content.substr(31);
         EXPECT_EQ(NetConfigWriteKey(path.c_str(), "K", "12"), result);
         EXPECT_EQ(file(path).size(), result == 0 ? 4095U : content.size());
     }
@@ -150,7 +240,8 @@ TEST(Store, SurvivesAPowerCutAtEveryStep) {
     for (int type = 0; type < 4; ++type) {
         char key[16];
         NetAttrKeyName(type, key, sizeof key);
-        for (const std::string& path : {kMain, kBackup}) board += "file " + path + " " + key + " = " + values[type][0] + "\n";
+        for (const std::string& path : {kMain, kBackup})
+            board += "file " + path + " " + key + " = " + values[type][0] + "\n";
     }
     for (int type = 0; type < 4; ++type) {
         int cuts = 0;
@@ -159,13 +250,18 @@ TEST(Store, SurvivesAPowerCutAtEveryStep) {
             scenario::Options options;
             options.root = directory.path();
             options.arguments = {"save", "eth0", std::to_string(type), values[type][1]};
-            finished = scenario::run("tests/setting", board + "cut " + std::to_string(cuts + 1) + "\n", options).status == 0;
+            finished =
+                scenario::run("tests/setting", board + "cut " + std::to_string(cuts + 1) + "\n", options)
+                    .status == 0;
             options.arguments = {"read", "eth0", std::to_string(type)};
             options.keep_output = true;
             const auto read = scenario::run("tests/setting", board, options);
-            const bool is_old = read.output.find(std::string("\nread 0 ") + values[type][0] + "\n") != std::string::npos;
-            const bool is_new = read.output.find(std::string("\nread 0 ") + values[type][1] + "\n") != std::string::npos;
-            EXPECT_TRUE(finished ? is_new : is_old || is_new) << "type " << type << " cut " << cuts << read.output;
+            const bool is_old =
+                read.output.find(std::string("\nread 0 ") + values[type][0] + "\n") != std::string::npos;
+            const bool is_new =
+                read.output.find(std::string("\nread 0 ") + values[type][1] + "\n") != std::string::npos;
+            EXPECT_TRUE(finished ? is_new : is_old || is_new)
+                << "type " << type << " cut " << cuts << read.output;
             ASSERT_LT(cuts, 20);
         }
         EXPECT_GE(cuts, 5) << "the cuts must reach the save";
@@ -198,9 +294,11 @@ TEST(Interfaces, AsTheKernelListsThem) {
     EXPECT_STREQ(entries[0].name, "eth0");
     EXPECT_EQ(NetGetEthName(names, sizeof names, &count), 0);
     EXPECT_STREQ(names, "eth0");
-    sim::run("file /proc/net/dev Inter-|   Receive\nfile /proc/net/dev     lo:  1 1 0 0 0 0 0 0 1 1\n"
-             "file /proc/net/dev   eth0:11 12 0 0 0 0 0 0 13 14 0\nfile /proc/net/dev   eth1: 0\n"
-             "file /proc/net/dev   eth2: 18446744073709551615 22 1 2 3 4 5 6 23 24\nfile /proc/net/dev   ppp0: 1 2 3");
+    sim::run(
+        "file /proc/net/dev Inter-|   Receive\nfile /proc/net/dev     lo:  1 1 0 0 0 0 0 0 1 1\n"
+        "file /proc/net/dev   eth0:11 12 0 0 0 0 0 0 13 14 0\nfile /proc/net/dev   eth1: 0\n"
+        "file /proc/net/dev   eth2: 18446744073709551615 22 1 2 3 4 5 6 23 24\nfile /proc/net/dev   ppp0: 1 "
+        "2 3");
     EXPECT_EQ(NetGetEthDevice(entries, 10), 3);
     EXPECT_STREQ(entries[2].name, "eth2");
     EXPECT_EQ(entries[2].wireless, 1);
@@ -324,14 +422,16 @@ TEST(Identity, ResolverHostNameAndMac) {
     EXPECT_EQ(scenario::Journal(sim::journal()).count("command"), 0U) << "no shell is started";
     EXPECT_EQ(NetSetHostName("cam-1.example"), 0);
     EXPECT_EQ(NetSetHostName(std::string(100, 'n').c_str()), 0);
-    EXPECT_TRUE(journal_follows({"command \"hostname cam-1.example\"", "command \"hostname " + std::string(54, 'n') + "\""}));
+    EXPECT_TRUE(journal_follows(
+        {"command \"hostname cam-1.example\"", "command \"hostname " + std::string(54, 'n') + "\""}));
     EXPECT_EQ(NetSetMAC("eth2", "00:11:22:33:44:55"), 0);
     char mac[32];
     EXPECT_EQ(get_armboot_para("ethaddr", mac, sizeof mac), 0);
     EXPECT_STREQ(mac, "00:11:22:33:44:55");
     EXPECT_EQ(NetSetMAC("ppp0", "00:11:22:33:44:55"), -1);
     EXPECT_EQ(NetSetMAC("eth0", nullptr), -1);
-    EXPECT_TRUE(journal_follows({"err \"not found device ppp0\\n\"", "err \"pEthName or pEthMac is NULL\\n\""}));
+    EXPECT_TRUE(
+        journal_follows({"err \"not found device ppp0\\n\"", "err \"pEthName or pEthMac is NULL\\n\""}));
 }
 
 }  // namespace

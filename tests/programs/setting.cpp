@@ -1,4 +1,5 @@
-// A client of the network store: "save NAME TYPE VALUE" stores an attribute, "read NAME TYPE" prints "result value".
+// A client of the network store: "save NAME TYPE VALUE" stores an attribute, "read NAME TYPE" prints "result
+// value".
 #include <libmarl.h>
 
 #include <cstdio>
