@@ -31,7 +31,9 @@
 #include "libmarl/power_3g.h"
 #include "libmarl/proc.h"
 #include "libmarl/reboot.h"
+#include "libmarl/system.h"
 #include "libmarl/upgrade_flag.h"
+#include "libmarl/usb_phy.h"
 #include "libmarl/watchdog.h"
 
 #endif

@@ -51,11 +51,6 @@ class SigpipeBlocker {
     sigset_t before_;
 };
 
-bool takes_output(int fd) {
-    pollfd console{fd, POLLOUT, 0};
-    return poll(&console, 1, 0) == 1 && console.revents == POLLOUT;
-}
-
 int put(int fd, const char* text, size_t length) {
     const SigpipeBlocker blocker;
     size_t done = 0;
@@ -94,6 +89,11 @@ int put_coloured(const char* heading, const Site& site, const char* format, va_l
 }
 
 }  // namespace
+
+bool takes_output(int fd) {
+    pollfd console{fd, POLLOUT, 0};
+    return poll(&console, 1, 0) == 1 && console.revents == POLLOUT;
+}
 
 int out(const char* format, ...) {
     const ErrnoKeeper keeper;

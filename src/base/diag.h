@@ -22,6 +22,9 @@ struct Site {
         : source(source_name), function(function_name), line(line_number) {}
 };
 
+// Whether a descriptor takes output at this moment without blocking or raising SIGPIPE.
+bool takes_output(int fd);
+
 // All return the number of bytes written, or -1 when the message was dropped.
 
 // Standard output and standard error, exactly as given.

@@ -13,8 +13,6 @@ namespace {
 using namespace marl;
 using catalogue::Encoder;
 
-constexpr int kMainChipDm368 = 6;
-
 // What a rule looks at.
 enum class Match { Group, GroupOnDm368, Encoder, Any };
 
@@ -70,7 +68,8 @@ bool matches(const Rule& rule) {
         case Match::Group:
             return catalogue::is_model_of(rule.group);
         case Match::GroupOnDm368:
-            return catalogue::is_model_of(rule.group) && get_dvr_info(MARL_INFO_DSP_CHIP) == kMainChipDm368;
+            return catalogue::is_model_of(rule.group) &&
+                   get_dvr_info(MARL_INFO_DSP_CHIP) == catalogue::kMainChipDm368;
         case Match::Encoder:
             return catalogue::is_encoder(rule.family);
         case Match::Any:

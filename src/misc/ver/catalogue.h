@@ -56,6 +56,9 @@ inline constexpr const char* kCameras[] = {"QZ-CA-KZ9-N", "QZ-CB-KZ1-N", "IPC-KN
                                            "IPC-KD2",     "IPC-KD3",     "IPC-KD4",  "IPC-KD5",  "IPC-KE1",
                                            "IPC-KE2",     "IPC-KE3",     "IPC-KE4",  "IPC-KE5",  "IPC-KE6"};
 
+// The main processor chip whose boards have the modem switch of the traffic models and their modules.
+inline constexpr int kMainChipDm368 = 6;
+
 // Encoder families: "KXE", the number of video channels, "A" and the family's letter.
 enum class Encoder : char { Af = 'F', Ah = 'H', Am = 'M' };
 
