@@ -20,6 +20,7 @@
 #include "libmarl/cmos.h"
 #include "libmarl/env.h"
 #include "libmarl/export.h"
+#include "libmarl/flash.h"
 #include "libmarl/gpio.h"
 #include "libmarl/hwid.h"
 #include "libmarl/hwinfo.h"

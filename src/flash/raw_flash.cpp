@@ -1,0 +1,362 @@
+#include <fcntl.h>
+#include <mtd/mtd-user.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/diag.h"
+#include "base/fd.h"
+#include "base/object.h"
+#include "flash/flash_fun/fpga_flash.h"
+#include "flash/partitions.h"
+#include "flash/storage_bus.h"
+#include "libmarl/flash.h"
+#include "libmarl/upgrade_flag.h"
+#include "misc/ver/catalogue.h"
+
+namespace {
+
+using namespace marl;
+
+constexpr uint32_t kFpgaBase = 0x4000000;
+constexpr uint32_t kHostSize = 0x1000000;
+constexpr uint32_t kCoprocessorSize = 0x800000;
+constexpr int32_t kCoprocessorMode = 1;
+constexpr uint16_t kUpgradeCommand = 0x2468;
+constexpr const char* kVersionRecord = "/mnt/mtd/dm365_version";
+
+struct PrivateRecord {
+    ObjectCommon
+        common;  // `id` is the current partition, `fd` its descriptor or that of the co-processor link
+    int partition_fds[kMaxPartitions + 2];
+};
+
+// Outlives the object. Written by its operations, which belong to one thread.
+struct {
+    bool coprocessor = false;  // the object is the DM365's flash
+    bool fpga_opened = false;  // the FPGA flash was opened at some time
+    bool unmounted = false;    // /mnt/custom and /mnt/web were detached
+    bool skip_mark = false;
+} constinit g_flash;
+
+PrivateRecord& record_of(RawFlash* thiz) { return *static_cast<PrivateRecord*>(thiz->priv); }
+
+bool is_usable(RawFlash* thiz, const char* operation, Need need) {
+    return check_object(thiz, operation, need) == 0;
+}
+
+uint32_t sector_size() { return g_partitions.CFG_FLASH_SEC_SIZE; }
+
+bool is_fpga_address(uint32_t addr) { return addr >= kFpgaBase; }
+
+bool wraps(uint32_t addr, uint32_t len) { return len > UINT32_MAX - addr; }
+
+// The place of an address in the current partition.
+uint32_t partition_offset(RawFlash* thiz, uint32_t addr) {
+    return addr - g_partitions.MTD_START[record_of(thiz).common.id];
+}
+
+bool is_sector_start(RawFlash* thiz, uint32_t addr) {
+    return partition_offset(thiz, addr) % sector_size() == 0;
+}
+
+bool open_fpga() {
+    if (is_fpga_flash_open()) return true;
+    g_flash.fpga_opened = true;
+    if (fpga_flash_open() == 0) return true;
+    diag::out("\033[1;33m[libmarl] WARN : ##: open fpga flash fail\n\033[m");
+    return false;
+}
+
+int flash_close(RawFlash* thiz) {
+    if (!is_usable(thiz, "flash_close", Need::Private)) return -1;
+    PrivateRecord& record = record_of(thiz);
+    if (g_flash.fpga_opened) fpga_flash_close();
+    if (g_flash.coprocessor) {
+        // The link's descriptor belongs to the process.
+        if (record.common.fd == 0) diag::out("##: close spi fd fail\n");
+        g_flash.coprocessor = false;
+        record.common.fd = -1;
+        return 0;
+    }
+    for (int& fd : record.partition_fds) {
+        if (fd > 0) close(fd);
+        fd = -1;
+    }
+    record.common.id = -1;
+    record.common.fd = -1;
+    return 0;
+}
+
+bool open_coprocessor(PrivateRecord& record) {
+    record.common.fd = dm365_spi_open();
+    if (record.common.fd < 0) diag::err("##: open spi interface fail\n");
+    return record.common.fd >= 0;
+}
+
+bool open_partitions(RawFlash* thiz) {
+    PrivateRecord& record = record_of(thiz);
+    for (int i = 0; i < g_partitions.NUM_MTDS; ++i) {
+        char path[24];
+        snprintf(path, sizeof path, "/dev/mtd/%d", i);
+        record.partition_fds[i] = open_file(path, O_RDWR);
+        if (record.partition_fds[i] < 0) {
+            const int error = errno;
+            diag::out("open %s\n", path);
+            diag::system_error("open mtd", error);
+            flash_close(thiz);
+            return false;
+        }
+    }
+    record.common.fd = record.partition_fds[0];
+    return true;
+}
+
+bool flash_open(RawFlash* thiz) {
+    if (!is_usable(thiz, "flash_open", Need::Private)) return false;
+    return g_flash.coprocessor ? open_coprocessor(record_of(thiz)) : open_partitions(thiz);
+}
+
+RawFlash* allocate_object() {
+    auto* object = static_cast<RawFlash*>(malloc(sizeof(RawFlash)));
+    if (object == nullptr) {
+        diag::err("malloc(sizeof(RawFlash))");
+        return nullptr;
+    }
+    auto* record = static_cast<PrivateRecord*>(malloc(sizeof(PrivateRecord)));
+    if (record == nullptr) {
+        diag::err("malloc(sizeof(priv_module))");
+        free(object);
+        return nullptr;
+    }
+    record->common = {.refcount = 1, .id = 0, .fd = -1};
+    std::fill(std::begin(record->partition_fds), std::end(record->partition_fds), -1);
+    *object = {record,     flash_addref, flash_release, flash_getinfo,
+               flash_read, flash_write,  flash_erase,   flash_skip_cmos_mark};
+    return object;
+}
+
+void free_object(RawFlash* object) {
+    free(object->priv);
+    free(object);
+}
+
+void choose_mode(int32_t selector) {
+    g_flash.coprocessor = selector == kCoprocessorMode && catalogue::is_model_of(catalogue::kKl7);
+    // The co-processor monitor asks for the version of the new firmware when it finds no record of the old
+    // one.
+    if (g_flash.coprocessor) unlink(kVersionRecord);
+}
+
+// The programs on these two run from the flash that is about to change.
+void detach_flash_mounts() {
+    if (g_flash.unmounted) return;
+    g_flash.unmounted = true;
+    int error = 0;
+    for (const char* path : {"/mnt/custom", "/mnt/web"}) {
+        if (umount2(path, MNT_DETACH) == 0) continue;
+        error = errno;
+        diag::err("umount %s", path);
+    }
+    if (error != 0) diag::library_system_error("umount", error);
+}
+
+bool read_at(RawFlash* thiz, uint8_t* buf, uint32_t addr, uint32_t len) {
+    const auto offset = static_cast<off_t>(partition_offset(thiz, addr));
+    const ssize_t n = repeat_interrupted([&] { return pread(record_of(thiz).common.fd, buf, len, offset); });
+    if (n == static_cast<ssize_t>(len)) return true;
+    diag::out("ret=%d,len=%d", static_cast<int>(n), static_cast<int>(len));
+    return false;
+}
+
+// Writes at a sector boundary of a partition that is erased there.
+int flash_write_raw(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
+    if (flash_map(thiz, addr) < 0) return -1;
+    if (!is_sector_start(thiz, addr)) {
+        diag::out("address doesn't  align 0x%x", sector_size());
+        return -1;
+    }
+    const auto offset = static_cast<off_t>(partition_offset(thiz, addr));
+    const ssize_t n = repeat_interrupted([&] { return pwrite(record_of(thiz).common.fd, buf, len, offset); });
+    if (n == static_cast<ssize_t>(len)) return static_cast<int>(len);
+    diag::library_system_error("flash write", n < 0 ? errno : EIO);
+    return -1;
+}
+
+// Brings one sector to what the caller wants of it; `data` has `size` bytes of it, the rest stays as stored.
+bool update_sector(RawFlash* thiz, const uint8_t* data, uint32_t addr, uint32_t size, uint8_t* sector) {
+    if (flash_read(thiz, sector, addr, sector_size()) < 0) return false;
+    if (memcmp(sector, data, size) == 0) return true;
+    memcpy(sector, data, size);
+    return flash_erase(thiz, addr, sector_size()) == 0 &&
+           flash_write_raw(thiz, sector, addr, sector_size()) >= 0;
+}
+
+int update_sectors(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len, uint8_t* sector) {
+    for (uint32_t done = 0; done < len;) {
+        const uint32_t size = std::min(sector_size(), len - done);
+        if (!update_sector(thiz, buf + done, addr + done, size, sector)) return -1;
+        done += size;
+    }
+    return static_cast<int>(len);
+}
+
+// The first partition is erased and written as a whole, without a look at what is stored; only what a last
+// piece leaves of its sector is taken over.
+int rewrite_first_partition(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len,
+                            uint8_t* sector) {
+    const uint32_t tail = len % sector_size();
+    const uint32_t whole = len - tail;
+    if (tail > 0 && flash_read(thiz, sector, addr + whole, sector_size()) < 0) return -1;
+    memcpy(sector, buf + whole, tail);
+    if (flash_erase(thiz, addr, len) < 0) return -1;
+    if (whole > 0 && flash_write_raw(thiz, buf, addr, whole) < 0) return -1;
+    if (tail > 0 && flash_write_raw(thiz, sector, addr + whole, sector_size()) < 0) return -1;
+    return static_cast<int>(len);
+}
+
+int write_partitions(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
+    if (flash_map(thiz, addr) < 0) return -1;
+    if (!is_sector_start(thiz, addr)) {
+        diag::out("address doesn't  align 0x%x", sector_size());
+        return -1;
+    }
+    auto* sector = static_cast<uint8_t*>(calloc(1, sector_size()));
+    if (sector == nullptr) {
+        diag::out("calloc %#x\n", sector_size());
+        return -1;
+    }
+    const bool in_first = addr < g_partitions.MTD_START[1];
+    if (!in_first) detach_flash_mounts();
+    const int result = in_first ? rewrite_first_partition(thiz, buf, addr, len, sector)
+                                : update_sectors(thiz, buf, addr, len, sector);
+    free(sector);
+    return result;
+}
+
+int write_fpga(const uint8_t* buf, uint32_t addr, uint32_t len) {
+    const bool opens = !is_fpga_flash_open();
+    if (!open_fpga()) return -1;
+    if (opens) diag::line("[libmarl] ---------upgrade fpga flash---------");
+    return fpga_flash_write(buf, len, addr - kFpgaBase);
+}
+
+bool erase_blocks(int fd, uint32_t start, uint32_t count) {
+    for (uint32_t block = 0; block < count; ++block) {
+        erase_info_user range{start + block * sector_size(), sector_size()};
+        if (control(fd, MEMERASE, &range) < 0) {
+            diag::library_system_error("perror:flash erase", errno);
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int createRawFlash(const int32_t* mode, RawFlash** out) {
+    if (object_exists(kRawFlashObject) || mode == nullptr || out == nullptr) return -1;
+    if (flash_init() < 0) {
+        diag::err("flash_init failed\n");
+        return -1;
+    }
+    *out = allocate_object();
+    if (*out == nullptr) return -1;
+    choose_mode(*mode);
+    if (!flash_open(*out)) {
+        g_flash.coprocessor = false;
+        free_object(*out);
+        *out = nullptr;
+        return -1;
+    }
+    mark_object(kRawFlashObject, true);
+    return 0;
+}
+
+int flash_addref(RawFlash* thiz) {
+    if (!is_usable(thiz, "flash_addref", Need::Private)) return -1;
+    return add_reference(record_of(thiz).common);
+}
+
+int flash_release(RawFlash* thiz) {
+    if (!is_usable(thiz, "flash_release", Need::Private)) return -1;
+    if (!drop_reference(record_of(thiz).common)) return 0;
+    clear_upgrade_map();
+    flash_close(thiz);
+    free_object(thiz);
+    mark_object(kRawFlashObject, false);
+    return mark_storage_bus_release(g_flash.skip_mark) ? 0 : -1;
+}
+
+int flash_getinfo(RawFlash* thiz, RawFlashInfo* info) {
+    if (thiz == nullptr || info == nullptr) return -1;
+    *info = g_flash.coprocessor ? RawFlashInfo{1, kCoprocessorSize, sector_size() / 2}
+                                : RawFlashInfo{1, kHostSize, sector_size()};
+    return 0;
+}
+
+int flash_map(RawFlash* thiz, uint32_t addr) {
+    if (!is_usable(thiz, "flash_map", Need::Descriptor)) return -1;
+    const uint32_t* start = g_partitions.MTD_START;
+    const int count = g_partitions.NUM_MTDS;
+    if (addr < start[0] || addr >= start[count]) {
+        diag::out("addr=%#lx,MTD_START[0]=%#x,MTD_START[%d]=%#x\n", static_cast<unsigned long>(addr),
+                  start[0], count, start[count]);
+        return -1;
+    }
+    ObjectCommon& common = record_of(thiz).common;
+    common.id = static_cast<int32_t>(std::upper_bound(start, start + count, addr) - start) - 1;
+    common.fd = record_of(thiz).partition_fds[common.id];
+    return 0;
+}
+
+int flash_read(RawFlash* thiz, uint8_t* buf, uint32_t addr, uint32_t len) {
+    if (!is_usable(thiz, "flash_read", Need::Descriptor)) return -1;
+    if (g_flash.coprocessor) {
+        diag::line("dm6446 spi driver not support !");
+        return -1;
+    }
+    if (buf == nullptr || wraps(addr, len)) return -1;
+    if (is_fpga_address(addr)) return open_fpga() ? fpga_flash_read(buf, len, addr - kFpgaBase) : -1;
+    if (flash_map(thiz, addr) < 0) {
+        diag::out("addr=%#lx\n", static_cast<unsigned long>(addr));
+        return -1;
+    }
+    return read_at(thiz, buf, addr, len) ? static_cast<int>(len) : -1;
+}
+
+int flash_write(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
+    if (!is_usable(thiz, "flash_write", Need::Descriptor)) return -1;
+    if (buf == nullptr || wraps(addr, len)) return -1;
+    if (!release_storage_bus()) return -1;
+    set_upgrade_map();  // a flag that cannot be raised is reported, and does not stop the upgrade
+    if (g_flash.coprocessor)
+        return dm365_upgrade_write(record_of(thiz).common.fd, buf, len, addr, kUpgradeCommand);
+    return is_fpga_address(addr) ? write_fpga(buf, addr, len) : write_partitions(thiz, buf, addr, len);
+}
+
+int flash_erase(RawFlash* thiz, uint32_t addr, uint32_t len) {
+    if (!is_usable(thiz, "flash_erase", Need::Descriptor)) return -1;
+    if (g_flash.coprocessor || wraps(addr, len) || wraps(len, sector_size() - 1)) return -1;
+    if (flash_map(thiz, addr) < 0) return -1;
+    set_upgrade_map();
+    if (!is_sector_start(thiz, addr)) {
+        diag::out("address doesn't  align %#x", sector_size());
+        return -1;
+    }
+    const uint32_t blocks = (len + sector_size() - 1) / sector_size();
+    diag::out("[libmarl] flash erase: addr=%#lx,block_nums=%d, block_size=0x%x\n",
+              static_cast<unsigned long>(addr), static_cast<int>(blocks), sector_size());
+    return erase_blocks(record_of(thiz).common.fd, partition_offset(thiz, addr), blocks) ? 0 : -1;
+}
+
+int flash_skip_cmos_mark(RawFlash* /*thiz*/) {
+    g_flash.skip_mark = true;
+    return 0;
+}
