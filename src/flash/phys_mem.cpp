@@ -48,6 +48,7 @@ struct {
 // The board's software expects the registers at their physical address.
 bool map_registers() {
     if (g_memory.registers != nullptr) return true;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     void* const wanted = reinterpret_cast<void*>(uintptr_t{MARL_SYSTEM_MODULE_BASE});
     void* got = mmap64(wanted, kRegistersSize, PROT_READ | PROT_WRITE, MAP_SHARED, g_memory.fd,
                        off64_t{MARL_SYSTEM_MODULE_BASE});

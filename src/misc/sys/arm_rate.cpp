@@ -48,8 +48,10 @@ int DRV_mMapClose(int fd) {
 void* DRV_mMap(int fd, uint32_t phys, uint32_t len) {
     void* map = mmap64(nullptr, len, PROT_READ | PROT_WRITE | PROT_EXEC, MAP_SHARED, fd, off64_t{phys});
     if (map != MAP_FAILED && map != nullptr) return map;
-    diag::error({kSource, "DRV_mMap"}, "mmap Fail, %p, %d , pMemMap = %p\n",
-                reinterpret_cast<void*>(uintptr_t{phys}), static_cast<int>(len), map);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the address is only printed
+    const void* address = reinterpret_cast<void*>(uintptr_t{phys});
+    diag::error({kSource, "DRV_mMap"}, "mmap Fail, %p, %d , pMemMap = %p\n", address, static_cast<int>(len),
+                map);
     return nullptr;
 }
 
