@@ -5,8 +5,6 @@
 
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
-#include <cstring>
 
 #include "clock.h"
 #include "clone.h"
@@ -31,120 +29,81 @@ namespace board {
 namespace {
 
 constexpr const char* kPrefixes[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
-// What stays the machine's own; a test framework keeps what it captures in the last.
-constexpr const char* kPassed[] = {"/dev/null",  "/dev/tty",       "/dev/urandom",
-                                   "/proc/self", "/etc/localtime", "/tmp/gtest_captured_"};
+constexpr const char* kPassed[] = {"/dev/null", "/proc/self"};  // what stays the machine's own
+// What the program finds empty; the rest comes with the script's files.
 constexpr const char* kDirectories[] = {
-    "/dev", "/dev/misc", "/dev/mtd", "/proc", "/proc/net", "/proc/qorzo", "/proc/bus", "/proc/bus/usb", "/mnt",
-    "/mnt/mtd", "/mnt/mtd/Config", "/mnt/mtd/Log", "/mnt/backup", "/mnt/backup/Config", "/mnt/custom", "/tmp", "/etc",
-    "/sys", "/sys/devices", "/sys/devices/platform"};
+    "/dev/mtd/", "/proc/", "/mnt/mtd/Config/", "/mnt/mtd/Log/", "/mnt/backup/Config/", "/mnt/custom/",
+    "/tmp/",     "/etc/"};
 constexpr size_t kDescriptors = 1024;
+constexpr size_t kLengthInEntry = 16, kNameInEntry = 19;  // of getdents64(2)
 
 std::atomic<int> stage{0};
 char root_path[kPathSize / 2] = "";
-size_t root_length = 0;
 bool root_is_ours = false;
 bool made_before = false;
 pid_t owner = 0;
 int pending_exit = 0;
 constinit OpenFile files[kDescriptors];
 
-bool starts(const char* text, const char* prefix, size_t length) { return strncmp(text, prefix, length) == 0; }
+// By which a clone task asks for the end of the process that it shares.
+int end_signal() { return SIGRTMIN + 7; }
 
-bool board_prefix(const char* path) {
-    for (const char* prefix : kPrefixes) {
+// Whether path is one of the list or lies below it.
+template <size_t kCount>
+bool is_under(const char* const (&list)[kCount], const char* path) {
+    for (const char* prefix : list) {
         const size_t length = strlen(prefix);
-        if (starts(path, prefix, length) && (path[length] == '/' || path[length] == '\0')) return true;
+        if (strncmp(path, prefix, length) == 0 && (path[length] == '/' || path[length] == '\0')) return true;
     }
     return false;
 }
 
-bool passed(const char* path) {
-    for (const char* prefix : kPassed) {
-        if (starts(path, prefix, strlen(prefix))) return true;
+void make_parents(char* path) {
+    for (char* slash = path + strlen(root_path) + 1; (slash = strchr(slash, '/')) != nullptr; ++slash) {
+        *slash = '\0';
+        real.mkdir(path, 0755);
+        *slash = '/';
     }
-    const char* list = getenv("MARL_SIM_PASS");
-    while (list != nullptr && *list != '\0') {
-        const size_t length = strcspn(list, ":");
-        if (length > 0 && starts(path, list, length)) return true;
-        list += length + (list[length] == ':' ? 1 : 0);
-    }
-    return false;
-}
-
-// A clone task cannot end the process it shares: it asks, and the process does it here.
-void end_requested(int) {
-    clean_up();
-    _exit(pending_exit);
-}
-
-void forked() {
-    clone_task::forget_all();
-    clock::forget_others();
 }
 
 void choose_root() {
     const char* wanted = getenv("MARL_SIM_ROOT");
-    if (wanted != nullptr && *wanted != '\0') {
-        snprintf(root_path, sizeof root_path, "%s", wanted);
-        real.mkdir(root_path, 0755);
-    } else {
-        snprintf(root_path, sizeof root_path, "/tmp/board.XXXXXX");
-        root_is_ours = mkdtemp(root_path) != nullptr;
-        if (!root_is_ours) abort();
-    }
-    root_length = strlen(root_path);
+    root_is_ours = wanted == nullptr || *wanted == '\0';
+    snprintf(root_path, sizeof root_path, "%s", root_is_ours ? "/tmp/board.XXXXXX" : wanted);
+    if (root_is_ours && mkdtemp(root_path) == nullptr) abort();
+    real.mkdir(root_path, 0755);
     owner = getpid();
 }
 
-void make_files() {
+void power_on(const char* script_text) {
     char path[kPathSize];
-    snprintf(path, sizeof path, "%s/.made", root_path);
-    made_before = real.access(path, F_OK) == 0;
+    clone_task::prepare();
+    made_before = place_inside("/.made", path) && real.access(path, F_OK) == 0;
     for (const char* volatile_part : {"/tmp", "/proc", "/sys"}) {
         if (made_before && place_inside(volatile_part, path)) remove_tree(path, true);
     }
     for (const char* directory : kDirectories) {
-        if (place_inside(directory, path)) real.mkdir(path, 0755);
+        if (place_inside(directory, path)) make_parents(path);
     }
     devices::reset();
-}
-
-// Descriptors of flash partitions that the program holds lead to the new board's flash.
-void move_descriptors() {
-    char path[kPathSize];
-    for (int fd = 0; fd < static_cast<int>(kDescriptors); ++fd) {
-        const OpenFile* file = tracked(fd);
-        if (file == nullptr || !starts(file->name, "/dev/", 5) || !place_inside(file->name, path)) continue;
-        const int fresh = real.open(path, (file->flags & ~(O_CREAT | O_TRUNC | O_EXCL)) | O_CLOEXEC);
-        if (fresh < 0) continue;
-        dup3(fresh, fd, file->flags & O_CLOEXEC);
-        real.close(fresh);
-    }
-}
-
-void power_on(const char* script_text) {
-    clone_task::prepare();
-    make_files();
     script::reset();
     record::Line("board").add(" start");
-    if (script_text != nullptr && !script::apply(script_text)) _exit(2);
+    script::apply(script_text);
     made_before = false;
-    write_file("/.made", O_CREAT | O_TRUNC, "", 0);
+    write_file("/.made", O_CREAT, "", 0);
 }
 
-// Maps a script file; it stays mapped.
-const char* read_script(const char* path) {
-    if (path == nullptr) return nullptr;
+// What is in a file of the host; negative when it cannot be read.
+ssize_t read_host_file(const char* path, void* data, size_t size) {
     const int fd = real.open(path, O_RDONLY | O_CLOEXEC);
-    struct stat info {};
-    if (fd < 0 || fstat(fd, &info) != 0) {
-        fprintf(stderr, "simulated board: cannot read %s\n", path);
-        _exit(2);
-    }
-    auto* text = static_cast<char*>(calloc(static_cast<size_t>(info.st_size) + 1, 1));
-    if (text != nullptr && real.read(fd, text, static_cast<size_t>(info.st_size)) < 0) text[0] = '\0';
+    const ssize_t got = real.read(fd, data, size);
     real.close(fd);
+    return got;
+}
+
+const char* read_script(const char* path) {
+    static char text[256U << 10];
+    if (read_host_file(path, text, sizeof text - 1) < 0) end("cannot read its script", kBadScript);
     return text;
 }
 
@@ -167,10 +126,13 @@ void boot() {
     clone_task::use_threads(is("MARL_SIM_CLONE", "thread"));
     choose_root();
     record::open(getenv("MARL_SIM_JOURNAL"));
-    pthread_atfork(nullptr, nullptr, forked);
-    signal(SIGRTMIN + 7, end_requested);
-    power_on(read_script(getenv("MARL_SIM_BOARD")));
-    if (const char* seconds = getenv("MARL_SIM_FOR")) script::end_at(seconds);
+    signal(end_signal(), [](int) {
+        clean_up();
+        _exit(pending_exit);
+    });
+    const char* script = getenv("MARL_SIM_BOARD");
+    power_on(script != nullptr ? read_script(script) : "");
+    if (const char* seconds = getenv("MARL_SIM_FOR")) script::end_at(strtod(seconds, nullptr));
 }
 
 void clean_up() {
@@ -179,91 +141,87 @@ void clean_up() {
     if (root_is_ours) remove_tree(root_path, false);
 }
 
-void end(const char* reason, int exit_code) {
+void end(const char* reason, ExitCode code) {
     record::Line("board").add(" %s", reason);
+    if (code == kBadScript) dprintf(2, "simulated board: %s\n", reason);
     clone_task::report_use();
     if (clone_task::inside()) {
-        pending_exit = exit_code;
-        kill(owner, SIGRTMIN + 7);
+        pending_exit = code;
+        kill(owner, end_signal());
         for (;;) pause();
     }
     clean_up();
-    _exit(exit_code);
+    _exit(code);
 }
 
 const char* place(const char* path, char (&out)[kPathSize]) {
-    if (path == nullptr || !board_prefix(path) || root_length == 0) return nullptr;
-    if (starts(path, root_path, root_length) || passed(path)) return nullptr;
+    if (path == nullptr || !is_under(kPrefixes, path) || is_under(kPassed, path)) return nullptr;
+    if (root_path[0] == '\0' || strncmp(path, root_path, strlen(root_path)) == 0) return nullptr;
     snprintf(out, sizeof out, "%s%s", root_path, path);
+    // With real interfaces their counters are the kernel's, unless the script has others.
+    const bool counters = devices::state.network && strcmp(path, "/proc/net/dev") == 0;
+    if (counters && real.access(out, F_OK) != 0) snprintf(out, sizeof out, "%s", path);
     return out;
 }
 
 bool place_inside(const char* path, char (&out)[kPathSize]) {
-    if (starts(path, root_path, root_length)) path += root_length;
-    if (path[0] != '/' || strstr(path, "..") != nullptr) return false;
-    if (!board_prefix(path) && path[1] != '.') return false;
+    if (path[0] != '/' || path[1] == '\0' || strstr(path, "..") != nullptr) return false;
     return snprintf(out, sizeof out, "%s%s", root_path, path) < static_cast<int>(sizeof out);
 }
 
 OpenFile* tracked(int descriptor) {
     if (descriptor < 0 || descriptor >= static_cast<int>(kDescriptors)) return nullptr;
-    OpenFile& file = files[descriptor];
-    return file.tracked ? &file : nullptr;
+    return files[descriptor].used ? &files[descriptor] : nullptr;
 }
 
-void track(int descriptor, const char* name, int flags) {
-    if (descriptor < 0 || descriptor >= static_cast<int>(kDescriptors)) return;
+void track(int descriptor, const char* name) {
+    if (descriptor >= static_cast<int>(kDescriptors)) return;
     OpenFile& file = files[descriptor];
     snprintf(file.name, sizeof file.name, "%s", name);
-    file.flags = flags;
-    file.model = devices::find(name);
-    file.tracked = true;
+    file.model = &devices::find(name);
+    file.used = true;
 }
 
 void forget(int descriptor) {
-    if (OpenFile* file = tracked(descriptor)) file->tracked = false;
+    if (OpenFile* file = tracked(descriptor)) file->used = false;
 }
 
 bool write_file(const char* path, int open_flags, const void* data, size_t size, off_t offset) {
     char there[kPathSize];
     if (!place_inside(path, there)) return false;
+    if ((open_flags & O_CREAT) != 0) make_parents(there);
     const int fd = real.open(there, open_flags | O_WRONLY | O_CLOEXEC, 0644);
     if (fd < 0) return false;
-    const ssize_t done = (open_flags & O_APPEND) != 0 ? real.write(fd, data, size)
-                                                      : real.pwrite64(fd, data, size, offset);
+    // Where everything is appended, the offset counts for nothing.
+    const ssize_t done = real.pwrite(fd, data, size, offset);
     real.close(fd);
     return done == static_cast<ssize_t>(size);
 }
 
+void read_file(const char* path, void* data, size_t size) {
+    char there[kPathSize];
+    if (place_inside(path, there)) read_host_file(there, data, size);
+}
+
 // By the bare system calls: opendir() would take memory, which a clone task must not.
 bool remove_tree(const char* path, bool contents_only) {
-    struct Entry {
-        uint64_t inode;
-        int64_t offset;
-        uint16_t length;
-        uint8_t type;
-        char name[1];
-    };
-    alignas(Entry) char buffer[1024];
-    char below[kPathSize];
     if (!contents_only && real.unlink(path) == 0) return true;
+    const int fd = real.open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return false;
+    alignas(uint64_t) char entries[1024];
     for (long size = 1; size > 0;) {
-        // From the start each time round: what was read is gone by then.
-        const int fd = real.open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        if (fd < 0) return false;
-        size = real.syscall(SYS_getdents64, fd, buffer, sizeof buffer);
-        real.close(fd);
-        bool any = false;
+        size = real.syscall(SYS_getdents64, fd, entries, sizeof entries);
         for (long at = 0; at < size;) {
-            const auto* entry = reinterpret_cast<const Entry*>(buffer + at);
-            at += entry->length;
-            if (strcmp(entry->name, ".") == 0 || strcmp(entry->name, "..") == 0) continue;
-            snprintf(below, sizeof below, "%s/%s", path, entry->name);
-            any = remove_tree(below, false) || any;
+            const char* name = entries + at + kNameInEntry;
+            at += *reinterpret_cast<const uint16_t*>(entries + at + kLengthInEntry);
+            if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
+            char below[kPathSize];
+            snprintf(below, sizeof below, "%s/%s", path, name);
+            remove_tree(below, false);
         }
-        if (!any) break;
     }
-    return contents_only || real.rmdir(path) == 0;
+    real.close(fd);
+    return contents_only || rmdir(path) == 0;
 }
 
 bool was_made_before() { return made_before; }
@@ -275,18 +233,13 @@ void load(const char* script_text) {
     clone_task::kill_all();
     clock::restart();
     record::clear();
-    if (getpid() != board::owner) {
-        board::choose_root();  // the root so far belongs to the parent of this process
-    } else {
-        board::remove_tree(board::root_path, true);
-    }
+    board::remove_tree(board::root_path, true);
     board::power_on(script_text);
-    board::move_descriptors();
 }
 
 void run(const char* script_lines) {
     board::boot();
-    if (!script::apply(script_lines)) abort();
+    script::apply(script_lines);
 }
 
 const char* root() {

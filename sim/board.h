@@ -13,34 +13,35 @@ namespace sim::board {
 
 constexpr size_t kPathSize = 512;
 
-enum ExitCode { kEndOfTime = 0, kReset = 3, kHalt = 4 };
+// How the process ends when the board does.
+enum ExitCode { kEndOfTime = 0, kBadScript = 2, kReset = 3, kStuck = 5, kCut = 6 };
 
 void boot();  // at the first call of anything; later calls cost a comparison
 
 // The board goes down and the process with it. Never returns to the caller.
-[[noreturn]] void end(const char* reason, int exit_code);
+[[noreturn]] void end(const char* reason, ExitCode code);
 
 // Kills clone tasks and removes the files, if they are this process' own.
 void clean_up();
 
-// Where a path of the program lies: its place under the root, or null when it is not the board's.
+// Where a path of the program lies, or null when it is not the board's.
 const char* place(const char* path, char (&out)[kPathSize]);
 // The same for scripts and commands, for which nothing outside of the board exists.
 bool place_inside(const char* path, char (&out)[kPathSize]);
 
 struct OpenFile {
-    bool tracked = false;
-    int flags = 0;
-    const devices::Model* model = nullptr;  // null: an ordinary file
+    bool used = false;
+    const devices::Model* model = nullptr;
     char name[128] = {};
 };
 
 OpenFile* tracked(int descriptor);  // null: no business of the board
-void track(int descriptor, const char* name, int flags);
+void track(int descriptor, const char* name);
 void forget(int descriptor);
 
-// Files of the board, by the path the program uses; none of these is journaled. No failure but a full disk.
+// Files of the board, by the path the program uses; none of these is journaled.
 bool write_file(const char* path, int open_flags, const void* data, size_t size, off_t offset = 0);
+void read_file(const char* path, void* data, size_t size);
 bool remove_tree(const char* path, bool contents_only);  // a path of the host
 bool was_made_before();
 

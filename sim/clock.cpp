@@ -5,8 +5,9 @@
 #include <sys/syscall.h>
 
 #include <algorithm>
-#include <climits>
-#include <cstring>
+#include <iterator>
+#include <mutex>
+#include <tuple>
 
 #include "board.h"
 #include "clone.h"
@@ -17,9 +18,11 @@ namespace sim::clock {
 namespace {
 
 constexpr size_t kParticipants = 128;
+constexpr Nanos kAtOnce = -1;  // the deadline of those that are ready: before any event
 
 constinit Participant table[kParticipants];
 __thread Participant* own __attribute__((tls_model("initial-exec"))) = nullptr;
+constinit Lock table_lock;  // real time only: in virtual time the baton is one
 std::atomic<size_t> alive{0};
 uint64_t orders = 0;
 bool virtual_time = true;
@@ -44,78 +47,48 @@ void await_baton(Participant& me) {
     me.begun = true;
 }
 
-void make_ready(Participant& participant) {
-    participant.state = State::kReady;
-    participant.deadline = 0;
-    participant.order = ++orders;
-}
-
-Participant* first(State state) {
-    Participant* best = nullptr;
-    for (Participant& each : table) {
-        if (each.state != state) continue;
-        if (best == nullptr || each.deadline < best->deadline ||
-            (each.deadline == best->deadline && each.order < best->order)) {
-            best = &each;
-        }
-    }
-    return best;
-}
-
-// Moves time on until somebody can run.
-Participant& choose() {
-    for (;;) {
-        if (Participant* ready = first(State::kReady)) return *ready;
-        Participant* sleeper = first(State::kSleeping);
-        const Nanos wake = sleeper != nullptr ? sleeper->deadline : kNever;
-        const Nanos event = script::next_due();
-        if (wake == kNever && event == kNever) board::end("stuck: everybody waits for somebody else", 5);
-        if (event > wake) {
-            virtual_now = std::max(virtual_now, wake);
-            return *sleeper;
-        }
-        virtual_now = std::max(virtual_now, event);
-        script::run_due();
-    }
-}
-
 void hand_over(Participant& next) {
-    next.state = State::kRunning;
     next.baton.store(1, std::memory_order_release);
     futex(next.baton, FUTEX_WAKE_PRIVATE, 1);
 }
 
-void give_up(Participant& me) {
+bool earlier(const Participant& one, const Participant& other) {
+    if (one.used != other.used) return one.used;
+    return std::tie(one.deadline, one.order) < std::tie(other.deadline, other.order);
+}
+
+// Moves time on until somebody can run. What the script has for a moment comes before those who sleep until
+// then.
+Participant& choose() {
+    for (;;) {
+        Participant* best = std::min_element(std::begin(table), std::end(table), earlier);
+        const Nanos wake = best->used ? best->deadline : kNever;
+        const Nanos event = script::next_due();
+        if (wake == kNever && event == kNever) {
+            board::end("stuck: everybody waits for somebody else", board::kStuck);
+        }
+        virtual_now = std::max(virtual_now, std::min(wake, event));
+        if (wake < event) return *best;
+        script::run_due();
+    }
+}
+
+void give_up(Participant& me, Nanos deadline) {
+    me.deadline = deadline;
     me.order = ++orders;
     Participant& next = choose();
-    if (&next == &me) {
-        me.state = State::kRunning;
-        return;
-    }
+    if (&next == &me) return;
     hand_over(next);
     await_baton(me);
 }
 
-bool virtual_sleep(Participant& me, Nanos deadline) {
-    if (alive == 1 && deadline < script::next_due()) {
-        virtual_now = deadline;
-        return true;
-    }
-    me.deadline = deadline;
-    me.state = State::kSleeping;
-    give_up(me);
-    return !me.killed;
-}
-
 void real_wait(Nanos duration) {
-    timespec time{};
-    time.tv_sec = static_cast<time_t>(duration / kSecond);
-    time.tv_nsec = static_cast<long>(duration % kSecond);
+    const timespec time{static_cast<time_t>(duration / kSecond), static_cast<long>(duration % kSecond)};
     real.clock_nanosleep(CLOCK_MONOTONIC, 0, &time, nullptr);
 }
 
 // In slices, so that events come in time and a killall is seen.
-bool real_sleep(Participant* me, Nanos deadline) {
+bool real_sleep(const Participant* me, Nanos deadline) {
     for (;;) {
         script::run_due();
         if (me != nullptr && me->killed) return false;
@@ -126,25 +99,20 @@ bool real_sleep(Participant* me, Nanos deadline) {
     }
 }
 
-// Also when the thread ends through pthread_exit().
-struct LeaveAtEnd {
-    Participant* participant;
-    ~LeaveAtEnd() { leave(participant); }
-};
-
 void* thread_main(void* slot) {
     auto* me = static_cast<Participant*>(slot);
     own = me;
-    // A sanitizer's creator spins until its own start routine has run: there, the wait for the baton is put off to
-    // the thread's first call.
+    // A sanitizer's creator spins until its own start routine has run: there, the wait for the baton is put
+    // off to the thread's first call.
     if (!sanitized) begin(me);
-    const LeaveAtEnd at_end{me};
-    return me->start(me->argument);
+    void* result = me->start(me->argument);
+    leave(me);
+    return result;
 }
 
 }  // namespace
 
-void Lock::acquire() {
+void Lock::lock() {
     while (taken_.exchange(true, std::memory_order_acquire)) sched_yield();
 }
 
@@ -154,36 +122,30 @@ void start(bool in_virtual_time) {
     thread_sanitized = dlsym(RTLD_DEFAULT, "__tsan_init") != nullptr;
     sanitized = thread_sanitized || dlsym(RTLD_DEFAULT, "__asan_init") != nullptr;
     own = add();
-    own->thread = pthread_self();
-    own->state = State::kRunning;
     own->begun = true;
 }
 
 void restart() {
-    const Nanos gone = now();
     for (Participant& each : table) {
-        if (each.state == State::kSleeping) each.deadline -= gone;
+        if (each.deadline > 0 && each.deadline < kNever) each.deadline -= now();
     }
     virtual_now = 0;
     real_start = monotonic();
 }
 
-bool is_virtual() { return virtual_time; }
 bool shared() { return virtual_time && alive > 1; }
 Nanos now() { return virtual_time ? virtual_now : monotonic() - real_start; }
 
 Participant* self() {
-    if (Participant* task = clone_task::on_stack(__builtin_frame_address(0))) return task;
-    return own;
+    Participant* task = clone_task::on_stack(__builtin_frame_address(0));
+    return task != nullptr ? task : own;
 }
 
 void enter() {
-    if (!virtual_time) {
-        script::run_due();
-    } else if (alive > 1) {
-        Participant* me = self();
-        if (me != nullptr && !me->begun) await_baton(*me);
-    }
+    if (!virtual_time) script::run_due();
+    if (!shared()) return;
+    Participant* me = self();
+    if (me != nullptr && !me->begun) await_baton(*me);
 }
 
 bool sleep(Nanos duration) {
@@ -191,18 +153,27 @@ bool sleep(Nanos duration) {
     const Nanos time = now();
     const Nanos deadline = duration < kNever - time ? time + std::max<Nanos>(duration, 0) : kNever;
     if (!virtual_time) return real_sleep(me, deadline);
-    if (me != nullptr) return virtual_sleep(*me, deadline);
-    real_wait(duration);
-    return true;
+    if (me == nullptr) {
+        real_wait(duration);
+    } else if (alive == 1 && deadline < script::next_due()) {
+        virtual_now = deadline;  // nobody else and nothing else: months go by in seconds
+    } else {
+        give_up(*me, deadline);
+    }
+    return me == nullptr || !me->killed;
 }
 
 Participant* add() {
+    const std::lock_guard guard(table_lock);
     for (Participant& each : table) {
-        if (each.state != State::kFree) continue;
-        each.killed = each.begun = false;
+        if (each.used) continue;
+        each.begun = each.killed = false;
         each.command[0] = '\0';
+        each.awaited = nullptr;
         each.baton.store(0);
-        make_ready(each);
+        each.deadline = kAtOnce;
+        each.order = ++orders;
+        each.used = true;
         ++alive;
         return &each;
     }
@@ -210,11 +181,9 @@ Participant* add() {
 }
 
 void remove(Participant* participant) {
-    participant->state = State::kFree;
+    const std::lock_guard guard(table_lock);
+    participant->used = false;
     --alive;
-    for (Participant& each : table) {
-        if (each.state == State::kWaiting && each.awaited == participant) make_ready(each);
-    }
 }
 
 void adopt(Participant* participant) { own = participant; }
@@ -224,84 +193,50 @@ void begin(Participant* participant) {
 }
 
 void leave(Participant* participant) {
-    static Lock lock;
-    if (virtual_time) {
-        if (!participant->begun) await_baton(*participant);
-        remove(participant);
-        hand_over(choose());
-    } else {
-        const Guard guard(lock);
-        remove(participant);
-    }
-}
-
-void forget_others() {
-    for (Participant& each : table) {
-        if (&each != self()) each.state = State::kFree;
-    }
-    alive = 1;
+    if (virtual_time && !participant->begun) await_baton(*participant);
+    remove(participant);
+    if (virtual_time) hand_over(choose());
 }
 
 bool under_thread_sanitizer() { return thread_sanitized; }
-bool is_foreign(const pthread_attr_t* attributes) { return thread_sanitized && attributes == nullptr; }
 
 int create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
     Participant* made = add();
-    if (made == nullptr) return real.pthread_create(thread, attributes, start, argument);
+    if (made == nullptr) return EAGAIN;
     made->start = start;
     made->argument = argument;
     const int error = real.pthread_create(thread, attributes, thread_main, made);
-    if (error != 0) {
-        remove(made);
-    } else if (virtual_time) {
-        made->thread = *thread;
-    }
+    if (error != 0) remove(made);
     return error;
 }
 
-int join(pthread_t thread, void** result) {
-    Participant* me = self();
-    for (Participant& each : table) {
-        if (!virtual_time || me == nullptr || each.state == State::kFree || &each == me) continue;
-        if (!pthread_equal(each.thread, thread)) continue;
-        me->awaited = &each;
-        me->state = State::kWaiting;
-        give_up(*me);
-        break;
-    }
-    return real.pthread_join(thread, result);
-}
-
 int lock_mutex(pthread_mutex_t* mutex) {
-    if (!virtual_time || alive < 2) return real.pthread_mutex_lock(mutex);
-    Participant* me = self();
+    Participant* me = shared() ? self() : nullptr;
     if (me == nullptr) return real.pthread_mutex_lock(mutex);
     for (;;) {
         const int error = real.pthread_mutex_trylock(mutex);
         if (error != EBUSY) return error;
         me->awaited = mutex;
-        me->state = State::kWaiting;
-        give_up(*me);
+        give_up(*me, kNever);
     }
 }
 
 int unlock_mutex(pthread_mutex_t* mutex) {
     const int error = real.pthread_mutex_unlock(mutex);
-    if (!virtual_time || alive < 2) return error;
-    Participant* waiter = nullptr;
+    if (!shared()) return error;
     for (Participant& each : table) {
-        if (each.state != State::kWaiting || each.awaited != mutex) continue;
-        if (waiter == nullptr || each.order < waiter->order) waiter = &each;
+        if (!each.used || each.awaited != mutex) continue;
+        each.awaited = nullptr;
+        each.deadline = kAtOnce;
     }
-    if (waiter != nullptr) make_ready(*waiter);
     return error;
 }
 
 void kill_commands(const char* name) {
     for (Participant& each : table) {
-        if (each.state == State::kFree || strcmp(each.command, name) != 0) continue;
+        if (!each.used || strcmp(each.command, name) != 0) continue;
         each.killed = true;
-        if (virtual_time && each.state == State::kSleeping) make_ready(each);
+        each.deadline = kAtOnce;
     }
 }
 

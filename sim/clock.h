@@ -1,8 +1,8 @@
 // Board time, and who may run in it.
 //
-// In virtual time exactly one participant (the initial thread, a thread, a clone task) runs: it holds the baton
-// until it sleeps, ends, joins or waits for a mutex. When nobody can run, time jumps to the next deadline. In real
-// time everybody runs and sleeps as the kernel has it.
+// In virtual time exactly one participant (the initial thread, a thread, a clone task) runs: it holds the
+// baton until it sleeps, ends or waits for a mutex. When nobody can run, time jumps to the next
+// deadline. In real time everybody runs and sleeps as the kernel has it.
 #pragma once
 
 #include <pthread.h>
@@ -18,46 +18,31 @@ constexpr Nanos kNever = INT64_MAX;
 
 // A lock that may be taken on a clone task, which shares its thread-local storage with another thread.
 class Lock {
-public:
-    void acquire();
-    void release() { taken_.store(false, std::memory_order_release); }
+  public:
+    void lock();
+    void unlock() { taken_.store(false, std::memory_order_release); }
 
-private:
+  private:
     std::atomic<bool> taken_{false};
 };
 
-class Guard {
-public:
-    explicit Guard(Lock& lock) : lock_(lock) { lock_.acquire(); }
-    ~Guard() { lock_.release(); }
-    Guard(const Guard&) = delete;
-    Guard& operator=(const Guard&) = delete;
-
-private:
-    Lock& lock_;
-};
-
-enum class State : uint8_t { kFree, kReady, kRunning, kSleeping, kWaiting };
-
 struct Participant {
     std::atomic<int> baton{0};
-    State state = State::kFree;
-    bool begun = false;   // it has had its first turn
-    bool killed = false;  // a killall ended the command it runs
-    char command[32] = {};
-    Nanos deadline = 0;
-    uint64_t order = 0;               // who came first among equals
-    const void* awaited = nullptr;    // a mutex, or the participant being joined
-    pthread_t thread{};
+    bool used = false;
+    bool begun = false;     // it has had its first turn
+    bool killed = false;    // a killall ended the command it runs
+    char command[32] = {};  // that command
+    Nanos deadline = 0;     // when it can run again
+    uint64_t order = 0;     // who came first among equals
+    const pthread_mutex_t* awaited = nullptr;
     void* (*start)(void*) = nullptr;
     void* argument = nullptr;
 };
 
 void start(bool virtual_time);
 void restart();  // back to 0; sleepers keep what is left of their sleep
-bool is_virtual();
-bool shared();  // virtual time has more than one participant
 Nanos now();
+bool shared();  // several participants in virtual time: who runs is the board's to decide
 
 // At each interposed call: in real time runs what is due.
 void enter();
@@ -70,17 +55,13 @@ void remove(Participant* participant);
 void adopt(Participant* participant);  // this thread is it
 void begin(Participant* participant);  // on the new stack: waits for its turn
 void leave(Participant* participant);  // its last act
-void forget_others();                  // in a forked child
 
 bool under_thread_sanitizer();
-// A thread about to be made that is none of the program's: the thread sanitizer's, which never sleeps here.
-bool is_foreign(const pthread_attr_t* attributes);
 int create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
-int join(pthread_t thread, void** result);
 int lock_mutex(pthread_mutex_t* mutex);
 int unlock_mutex(pthread_mutex_t* mutex);
 
-// Ends the scripted commands whose first word is name.
+// Ends the scripted commands of that name.
 void kill_commands(const char* name);
 
 }  // namespace sim::clock

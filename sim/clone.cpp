@@ -3,20 +3,30 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <csignal>
-#include <cstring>
+#include <iterator>
 
 #include "board.h"
 #include "journal.h"
 #include "real.h"
-#include "sim.h"
 
-// What sanitizers must know: what came before clone() came before the task; a killed task's frames are gone.
+// What the thread sanitizer must know: what came before clone() came before the task.
 extern "C" {
-__attribute__((weak)) void __asan_unpoison_memory_region(const volatile void* address, size_t size);
 __attribute__((weak)) void __tsan_acquire(void* address);
 __attribute__((weak)) void __tsan_release(void* address);
 }
+
+// void call_on(char* stack_top, void (*function)(void*), void* argument)
+#if defined(__x86_64__)
+asm(".text\n.globl call_on\n.hidden call_on\ncall_on: push %rbx\n mov %rsp, %rbx\n mov %rdi, %rsp\n mov "
+    "%rdx, %rdi\n call *%rsi\n"
+    "mov %rbx, %rsp\n pop %rbx\n ret");
+#else
+asm(".text\n.globl call_on\n.hidden call_on\ncall_on: push {r4, lr}\n mov r4, sp\n mov sp, r0\n mov r0, r2\n "
+    "blx r1\n mov sp, r4\n pop {r4, "
+    "pc}");
+#endif
 
 namespace sim::clone_task {
 namespace {
@@ -47,7 +57,18 @@ bool thread_in_making = false;
 bool spare = false;  // a thread waits for a task
 std::atomic<Task*> handed{nullptr};
 
-bool within(const char* address, const char* bottom, const char* top) { return address >= bottom && address < top; }
+// The task whose stack, or whose part of the board's, address lies in.
+Task* task_at(const void* address, bool on_its_own) {
+    const auto within = [at = static_cast<const char*>(address)](const char* bottom, const char* top) {
+        return at >= bottom && at < top;
+    };
+    for (size_t i = 0; i < std::min(made, kTasks); ++i) {
+        Task& task = tasks[i];
+        if (on_its_own ? within(task.bottom, task.top) : within(task.board_stack, std::end(task.board_stack)))
+            return &task;
+    }
+    return nullptr;
+}
 
 // Runs at the very top of the small stack: no frame larger than it must be.
 int task_main(void* context) {
@@ -67,36 +88,32 @@ int task_main(void* context) {
     return result;
 }
 
-// In thread mode the thread waits from the start: a sanitizer's clone() holds what its pthread_create() wants.
+// In thread mode the thread waits from the start: a sanitizer's clone() holds what its pthread_create()
+// wants.
 void* spare_main(void*) {
     Task* task = nullptr;
     const timespec moment{0, 1'000'000};
-    while ((task = handed.exchange(nullptr)) == nullptr) real.clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
+    while ((task = handed.exchange(nullptr)) == nullptr)
+        real.clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
     if (__tsan_acquire != nullptr) __tsan_acquire(task);
     clock::adopt(task->participant);
     // The thread sanitizer's own frames do not fit on the small stack.
     if (clock::under_thread_sanitizer()) {
         task->top = task->bottom;
-        task_main(task);
-    } else {
-        call_on(task->top, [](void* inner) { task_main(inner); }, task);
+        return task_main(task), nullptr;
     }
+    call_on(
+        task->top, [](void* inner) { task_main(inner); }, task);
     return nullptr;
 }
 
 int64_t begin_task(Task& task, void* stack, int flags) {
+    if (!as_threads) return or_errno(real.clone(task_main, stack, flags, &task));
     prepare();
-    task.participant = clock::add();
-    if (task.participant == nullptr) return -EAGAIN;
-    if (as_threads) {
-        spare = false;
-        if (__tsan_release != nullptr) __tsan_release(&task);
-        handed = &task;
-        return kThreadTaskId;
-    }
-    const int64_t id = or_errno(real.clone(task_main, stack, flags, &task));
-    if (id < 0) clock::remove(task.participant);
-    return id;
+    spare = false;
+    if (__tsan_release != nullptr) __tsan_release(&task);
+    handed = &task;
+    return kThreadTaskId;
 }
 
 }  // namespace
@@ -113,46 +130,38 @@ void prepare() {
     if (spare) pthread_detach(thread);
 }
 
+// Slots are taken in turn: a task that has just ended is still on its way down the stacks of its own.
 int64_t create(int (*function)(void*), void* stack, int flags, void* argument) {
-    for (size_t i = 0; i < kTasks; ++i) {
-        Task& task = tasks[(made + i) % kTasks];
-        if (task.used) continue;
-        task.top = reinterpret_cast<char*>(reinterpret_cast<uintptr_t>(stack) & ~uintptr_t{15});
-        task.bottom = static_cast<char*>(stack) + sizeof(void*) - kBlock;
-        task.function = function;
-        task.argument = argument;
-        task.pid = 0;
-        task.used = true;
-        const auto size = static_cast<size_t>(task.top - task.bottom);
-        if (__asan_unpoison_memory_region != nullptr) __asan_unpoison_memory_region(task.bottom, size);
-        memset(task.bottom, kPaint, size);
-        last = &task;
-        ++made;
-        const int64_t id = begin_task(task, stack, flags);
-        task.used = id >= 0;
-        task.pid = static_cast<int>(id);
-        return id;
+    Task& task = tasks[made % kTasks];
+    clock::Participant* participant = task.used ? nullptr : clock::add();
+    if (participant == nullptr) return -EAGAIN;
+    task.used = true;
+    task.participant = participant;
+    task.top = reinterpret_cast<char*>(reinterpret_cast<uintptr_t>(stack) & ~uintptr_t{15});
+    task.bottom = static_cast<char*>(stack) + sizeof(void*) - kBlock;
+    task.function = function;
+    task.argument = argument;
+    memset(task.bottom, kPaint, static_cast<size_t>(task.top - task.bottom));
+    last = &task;
+    ++made;
+    const int64_t id = begin_task(task, stack, flags);
+    task.pid = static_cast<int>(id);
+    if (id < 0) {
+        task.used = false;
+        clock::remove(participant);
     }
-    return -EAGAIN;
+    return id;
 }
 
 clock::Participant* on_stack(const void* address) {
-    if (made == 0) return nullptr;
-    const auto* at = static_cast<const char*>(address);
-    for (Task& task : tasks) {
-        const bool mine = within(at, task.bottom, task.top) ||
-                          within(at, task.board_stack, task.board_stack + kBoardStack);
-        if (task.used && mine) return task.participant;
-    }
-    return nullptr;
+    Task* task = task_at(address, true);
+    if (task == nullptr) task = task_at(address, false);
+    return task != nullptr && task->used ? task->participant : nullptr;
 }
 
 char* board_stack_for(const void* address) {
-    if (made == 0) return nullptr;
-    for (Task& task : tasks) {
-        if (within(static_cast<const char*>(address), task.bottom, task.top)) return task.board_stack + kBoardStack;
-    }
-    return nullptr;
+    Task* task = task_at(address, true);
+    return task != nullptr ? std::end(task->board_stack) : nullptr;
 }
 
 bool making_thread() { return thread_in_making; }
@@ -170,49 +179,13 @@ void kill_all() {
     }
 }
 
-void forget_all() {
-    for (Task& task : tasks) task.used = false;
-    spare = false;
-}
-
 void report_use() {
-    if (const unsigned used = clone_stack_used(); used > 0) {
-        record::Line("clone").add(" stack used %u of %u", used, static_cast<unsigned>(kBlock));
-    }
+    if (last == nullptr || last->bottom == nullptr) return;
+    const volatile char* at = last->bottom;
+    while (at < last->top && static_cast<unsigned char>(*at) == kPaint) ++at;
+    if (at == last->top) return;
+    record::Line("clone").add(" stack used %d of %d", static_cast<int>(last->top - at),
+                              static_cast<int>(kBlock));
 }
-
-#if defined(__x86_64__)
-void call_on(char* stack_top, void (*function)(void*), void* argument) {
-    asm volatile(
-        "mov %%rsp, %%rbx\n\tmov %1, %%rsp\n\tcall *%0\n\tmov %%rbx, %%rsp"
-        : "+r"(function), "+r"(stack_top), "+D"(argument)
-        :
-        : "rbx", "rax", "rcx", "rdx", "rsi", "r8", "r9", "r10", "r11", "memory", "cc", "xmm0", "xmm1", "xmm2", "xmm3",
-          "xmm4", "xmm5", "xmm6", "xmm7", "xmm8", "xmm9", "xmm10", "xmm11", "xmm12", "xmm13", "xmm14", "xmm15");
-}
-#elif defined(__arm__)
-void call_on(char* stack_top, void (*function)(void*), void* argument) {
-    register void* first asm("r0") = argument;
-    asm volatile("mov r4, sp\n\tmov sp, %1\n\tblx %0\n\tmov sp, r4"
-                 : "+r"(function), "+r"(stack_top), "+r"(first)
-                 :
-                 : "r1", "r2", "r3", "r4", "ip", "lr", "memory", "cc");
-}
-#else
-#error "the simulated board changes stacks on x86-64 and 32-bit ARM only"
-#endif
 
 }  // namespace sim::clone_task
-
-namespace sim {
-
-// The program's frames leave the sanitizer's marks in this memory: they are no concern of a look at the paint.
-__attribute__((no_sanitize("address", "thread"))) unsigned clone_stack_used() {
-    using clone_task::last;
-    if (last == nullptr || last->bottom == nullptr) return 0;
-    const volatile char* at = last->bottom;
-    while (at < last->top && static_cast<unsigned char>(*at) == clone_task::kPaint) ++at;
-    return static_cast<unsigned>(last->top - at);
-}
-
-}  // namespace sim

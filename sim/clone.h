@@ -1,8 +1,11 @@
-// The task made with clone(): it shares memory and thread-local storage with its creator and has a very small stack,
-// which belongs to the program alone. The board does its own work for it on a stack of the board.
+// The task made with clone(): it shares memory and thread-local storage with its creator and has a very small
+// stack, which belongs to the program alone. The board does its own work for it on a stack of the board.
 #pragma once
 
 #include "clock.h"
+
+extern "C" __attribute__((visibility("hidden"))) void call_on(char* stack_top, void (*function)(void*),
+                                                              void* argument);
 
 namespace sim::clone_task {
 
@@ -11,14 +14,12 @@ void prepare();  // outside of any call of the program
 int64_t create(int (*function)(void*), void* stack, int flags, void* argument);
 clock::Participant* on_stack(const void* address);
 void kill_all();
-void forget_all();  // in a forked child
-bool inside();      // running as a task that is no thread of this process
+bool inside();         // running as a task that is no thread of this process
 bool making_thread();  // the pthread_create() going on is this module's own
 void report_use();
 
 // The top of the board's stack when address lies in a task's small stack, else null.
 char* board_stack_for(const void* address);
-void call_on(char* stack_top, void (*function)(void*), void* argument);
 
 template <class Body>
 void on_board_stack(Body& body) {
@@ -26,7 +27,8 @@ void on_board_stack(Body& body) {
     if (stack == nullptr) {
         body();
     } else {
-        call_on(stack, [](void* context) { (*static_cast<Body*>(context))(); }, &body);
+        call_on(
+            stack, [](void* context) { (*static_cast<Body*>(context))(); }, &body);
     }
 }
 

@@ -1,111 +1,115 @@
-#include <cstdio>
-#include <cstring>
+// The shell commands of the board. No shell ever sees them.
+#include <net/if.h>
 
 #include "board.h"
 #include "clock.h"
+#include "devices.h"
 #include "journal.h"
 #include "real.h"
 #include "script.h"
 #include "words.h"
 
-// The shell commands of the board. No shell ever sees them.
 namespace sim::script {
 namespace {
 
 constexpr int kRefused = 1 << 8;
 constexpr int kTerminated = 15;
+constexpr size_t kCommandSize = 1024;
 
-// True when the command took its time undisturbed.
-bool take_time(std::string_view name, clock::Nanos duration) {
+// The status of a command that takes its time, unless a killall disturbs it.
+int take_time(const char* name, clock::Nanos duration, int status) {
     clock::Participant* me = clock::self();
-    if (me == nullptr) return clock::sleep(duration);
-    me->killed = false;
-    snprintf(me->command, sizeof me->command, "%.*s", static_cast<int>(name.size()), name.data());
+    if (me == nullptr || duration == 0) return status;
+    snprintf(me->command, sizeof me->command, "%s", name);
     const bool undisturbed = clock::sleep(duration);
     me->command[0] = '\0';
     me->killed = false;
-    return undisturbed;
+    return undisturbed ? status : kTerminated;
+}
+
+// Does something with every path that is named; what begins with '-' is an option.
+template <class Body>
+int each_path(Words& words, Body body) {
+    int status = 0;
+    while (words.more()) {
+        const char* word = words.next();
+        char path[board::kPathSize];
+        if (word[0] != '-' && (!board::place_inside(word, path) || !body(path))) status = kRefused;
+    }
+    return status;
 }
 
 int do_rm(Words& words) {
-    int status = 0;
-    char path[board::kPathSize];
-    for (std::string_view word = words.next(); !word.empty(); word = words.next()) {
-        if (word.front() == '-') continue;
-        const bool contents = word.ends_with("/*");
-        if (contents) word.remove_suffix(2);
-        if (word.find('*') != word.npos || !board::place_inside(Text(word), path)) {
-            status = kRefused;
-        } else if (real.access(path, F_OK) == 0 && !board::remove_tree(path, contents)) {
-            status = kRefused;
-        }
-    }
-    return status;
+    return each_path(words, [](char* path) {
+        char* last = path + strlen(path) - 2;
+        const bool contents = strcmp(last, "/*") == 0;
+        if (contents) *last = '\0';
+        if (strchr(path, '*') != nullptr) return false;
+        return real.access(path, F_OK) != 0 || board::remove_tree(path, contents);
+    });
 }
 
 int do_mkdir(Words& words) {
-    int status = 0;
-    char path[board::kPathSize];
-    for (std::string_view word = words.next(); !word.empty(); word = words.next()) {
-        if (word.front() == '-') continue;
-        if (!board::place_inside(Text(word), path) || real.mkdir(path, 0755) != 0) status = kRefused;
-    }
-    return status;
-}
-
-int do_reboot(Words&) {
-    reset_board("reset command", clock::kSecond);
-    return 0;
+    return each_path(words, [](const char* path) { return real.mkdir(path, 0755) == 0; });
 }
 
 int do_killall(Words& words) {
-    for (std::string_view word = words.next(); !word.empty(); word = words.next()) {
-        if (word.front() != '-') clock::kill_commands(Text(word));
-    }
+    while (words.more()) clock::kill_commands(words.next());
     return 0;
 }
 
-int do_sleep(Words& words) { return take_time("sleep", words.seconds()) ? 0 : kTerminated; }
+int do_ifconfig(Words& words) {
+    if (!devices::state.network) return 0;
+    ifreq request{};
+    snprintf(request.ifr_name, sizeof request.ifr_name, "%s", words.next());
+    const char* wanted = words.next();
+    const bool up = strcmp(wanted, "up") == 0;
+    const int fd =
+        up || strcmp(wanted, "down") == 0 ? real.socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0) : -1;
+    int result = real.ioctl(fd, SIOCGIFFLAGS, &request);
+    const int flags = up ? request.ifr_flags | IFF_UP : request.ifr_flags & ~IFF_UP;
+    request.ifr_flags = static_cast<short>(flags);
+    if (result == 0) result = real.ioctl(fd, SIOCSIFFLAGS, &request);
+    real.close(fd);
+    return result == 0 ? 0 : kRefused;
+}
 
 struct BuiltIn {
-    std::string_view name;
+    const char* name;
     int (*run)(Words& words);
 };
 
 constexpr BuiltIn kBuiltIns[] = {
-    {"rm", do_rm}, {"mkdir", do_mkdir}, {"reboot", do_reboot}, {"killall", do_killall}, {"sleep", do_sleep},
+    {"rm", do_rm},
+    {"mkdir", do_mkdir},
+    {"killall", do_killall},
+    {"ifconfig", do_ifconfig},
+    {"reboot", [](Words&) { return reset_board("reset command", clock::kSecond), 0; }},
 };
 
-int perform(std::string_view name, Words& words) {
-    if (const Answer* answer = scripted_answer(name)) {
-        return answer->duration == 0 || take_time(name, answer->duration) ? answer->status : kTerminated;
-    }
+int perform(const char* name, Words& words) {
+    if (const Answer* answer = scripted_answer(name))
+        return take_time(name, answer->duration, answer->status);
     for (const BuiltIn& each : kBuiltIns) {
-        if (each.name == name) return each.run(words);
+        if (strcmp(each.name, name) == 0) return each.run(words);
     }
     return 0;
 }
 
 }  // namespace
 
-int run_command(const char* text) {
-    Words words(text);
-    std::string_view name = words.next();
-    if (const size_t slash = name.rfind('/'); slash != name.npos) name.remove_prefix(slash + 1);
-    const Answer* answer = scripted_answer(name);
-    if (name == "sleep" || (answer != nullptr && answer->duration > 0)) {
-        record::Line("command").quoted(text, strlen(text)).add(" begins");
-    }
-    const int64_t fault = fault_of(Text(name), "system");
-    const int status = fault < 0 ? -1 : perform(name, words);
+int64_t run_command(const char* text) {
+    char copy[kCommandSize];
+    snprintf(copy, sizeof copy, "%s", text);
+    Words words(copy);
+    const char* path = words.next();
+    const char* slash = strrchr(path, '/');
+    const char* name = slash != nullptr ? slash + 1 : path;
+    const int64_t fault = fault_of(name, "system");
+    const int64_t status = fault < 0 ? fault : perform(name, words);
     record::Line line("command");
-    line.quoted(text, strlen(text));
-    if (fault < 0) {
-        line.failure(fault);
-        errno = static_cast<int>(-fault);
-    } else {
-        line.add(" -> %d", status);
-    }
+    line.quoted(text, strlen(text)).failure(status);
+    if (status >= 0) line.add(" -> %d", static_cast<int>(status));
     return status;
 }
 

@@ -1,16 +1,11 @@
 // The functions of the C library that the board puts itself in front of.
-#undef _FORTIFY_SOURCE
 #include <dlfcn.h>
 #include <sys/mount.h>
-#include <sys/reboot.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 
-#include <climits>
 #include <algorithm>
 #include <cstdarg>
-#include <cstdlib>
-#include <cstring>
 
 #include "board.h"
 #include "clone.h"
@@ -30,9 +25,9 @@ using record::Line;
 
 unsigned opens = 0;
 
-// The body answers as the kernel does; errno is set from that, and left alone otherwise.
+// On the board's stack, and without a trace in errno.
 template <class Body>
-int64_t call(Body body) {
+int64_t aside(Body body) {
     const int saved = errno;
     int64_t result = 0;
     auto whole = [&] {
@@ -41,159 +36,195 @@ int64_t call(Body body) {
         result = body();
     };
     clone_task::on_board_stack(whole);
-    errno = result < 0 && result > -4096 ? static_cast<int>(-result) : saved;
-    return result < 0 && result > -4096 ? -1 : result;
+    errno = saved;
+    return result;
 }
 
-const char* access_name(int flags) {
-    return (flags & O_ACCMODE) == O_RDONLY ? "r" : (flags & O_ACCMODE) == O_WRONLY ? "w" : "rw";
+// The body answers as the kernel does.
+template <class Result = int, class Body>
+Result call(Body body) {
+    const int64_t result = aside(body);
+    if (result >= 0 || result < -4095) return static_cast<Result>(result);
+    errno = static_cast<int>(-result);
+    return -1;
 }
 
-void journal_open(const char* path, int flags, int64_t result) {
-    Line line(path);
-    line.add(" open %s%s%s%s%s", access_name(flags), (flags & O_CREAT) != 0 ? " create" : "",
-             (flags & O_TRUNC) != 0 ? " trunc" : "", (flags & O_EXCL) != 0 ? " excl" : "",
-             (flags & O_APPEND) != 0 ? " append" : "");
-    line.failure(result);
+template <class Body>
+int64_t unless_faulty(const char* what, const char* op, Body body) {
+    const int64_t fault = script::fault_of(what, op);
+    return fault < 0 ? fault : or_errno(body());
 }
+
+// --- Files and devices
 
 int64_t do_open(const char* path, int flags, mode_t mode) {
     ++opens;
     char there[board::kPathSize];
-    const bool ours = board::place(path, there) != nullptr;
-    int real_flags = flags | O_LARGEFILE;
-    if (ours && devices::find(path) != nullptr) real_flags &= ~(O_CREAT | O_EXCL | O_TRUNC);
-    const int64_t fault = ours ? script::fault_of(path, "open") : script::kNoFault;
-    const int64_t result = fault < 0 ? fault : or_errno(real.open(ours ? there : path, real_flags, mode));
-    if (result >= 0) board::forget(static_cast<int>(result));
-    if (!ours) return result;
-    if (result >= 0) board::track(static_cast<int>(result), path, flags);
-    journal_open(path, flags, result);
-    return result;
-}
-
-FILE* do_fopen(decltype(real.fopen) function, const char* path, const char* mode) {
-    FILE* file = nullptr;
-    call([&]() -> int64_t {
-        char there[board::kPathSize];
-        const bool ours = board::place(path, there) != nullptr;
-        const int64_t fault = ours ? script::fault_of(path, "open") : script::kNoFault;
-        if (fault >= 0) file = function(ours ? there : path, mode);
-        const int64_t result = fault < 0 ? fault : file == nullptr ? -errno : 0;
-        if (!ours) return result;
-        const int kind = mode[0] == 'r' ? O_RDONLY : O_WRONLY | O_CREAT | (mode[0] == 'a' ? O_APPEND : O_TRUNC);
-        journal_open(path, strchr(mode, '+') != nullptr ? (kind & ~O_ACCMODE) | O_RDWR : kind, result);
-        return result;
+    if (board::place(path, there) == nullptr) return or_errno(real.open(path, flags, mode));
+    const int64_t result = unless_faulty(path, "open", [&] {
+        if ((flags & (O_CREAT | O_TRUNC)) != 0) script::count_change();
+        return real.open(there, flags, mode);
     });
-    return file;
-}
-
-// A read or write of a tracked descriptor: faults, then the model or the real file.
-template <class Model, class File>
-int64_t transfer(const OpenFile& file, const char* op, void* data, size_t size, Model model, File real_one) {
-    const int64_t fault = script::fault_of(file.name, op);
-    const unsigned address = size > 0 ? *static_cast<unsigned char*>(data) : 0;
-    if (fault != script::kNoFault && fault >= 0) size = std::min(size, static_cast<size_t>(fault));
-    const int64_t result = fault < 0 ? fault : model != nullptr ? model(data, size) : or_errno(real_one(size));
-    Line line(file.name);
-    line.add(" %s %lld", op, result < 0 ? static_cast<long long>(size) : static_cast<long long>(result));
-    if (result > 0) line.bytes(data, static_cast<size_t>(result));
-    if (file.model != nullptr && file.model->address != nullptr && op[0] == 'r') {
-        line.add(" (%s %u)", file.model->address, address);
-    }
+    if (result >= 0) board::track(static_cast<int>(result), path);
+    static constexpr const char* kAccess[] = {"r", "w", "rw", ""};
+    Line line(path);
+    line.add(" open %s%s", kAccess[flags & O_ACCMODE], (flags & O_CREAT) != 0 ? " create" : "");
+    line.add("%s%s", (flags & O_TRUNC) != 0 ? " trunc" : "", (flags & O_APPEND) != 0 ? " append" : "");
     line.failure(result);
     return result;
 }
 
-template <class File>
-ssize_t do_read(int fd, void* data, size_t size, File real_one) {
-    return static_cast<ssize_t>(call([&]() -> int64_t {
-        const OpenFile* file = board::tracked(fd);
-        if (file == nullptr) return or_errno(real_one(size));
-        return transfer(*file, "read", data, size, file->model != nullptr ? file->model->read : nullptr, real_one);
-    }));
-}
-
-int64_t console(int fd, const void* data, size_t size) {
-    const char* who = fd == 1 ? "out" : "err";
+int64_t console(const char* who, const void* data, size_t size, int fd) {
     const int64_t fault = script::fault_of(who, "write");
-    if (fault != script::kNoFault && fault >= 0) size = std::min(size, static_cast<size_t>(fault));
+    size = std::min<uint64_t>(size, static_cast<uint64_t>(fault));
     const int64_t result = fault < 0 ? fault : or_errno(real.write(fd, data, size));
     Line(who).quoted(static_cast<const char*>(data), size).failure(result);
     return result;
 }
 
-template <class File>
-ssize_t do_write(int fd, const void* data, size_t size, File real_one) {
-    const int64_t result = call([&]() -> int64_t {
-        const OpenFile* file = board::tracked(fd);
-        if (file == nullptr) return fd == 1 || fd == 2 ? console(fd, data, size) : or_errno(real_one(size));
-        auto* model = file->model != nullptr ? file->model->write : nullptr;
-        const int64_t done = transfer(*file, "write", const_cast<void*>(data), size, model, real_one);
-        script::run_due();  // the write may have reset the board
-        return done;
-    });
-    return static_cast<ssize_t>(result);
-}
-
-int64_t do_ioctl(int fd, uint32_t request, void* argument) {
-    const OpenFile* file = board::tracked(fd);
-    if (file == nullptr) return or_errno(real.ioctl(fd, request, argument));
-    Line line(file->name);
-    line.add(" ioctl 0x%x", request);
-    int64_t result = script::fault_of(file->name, "ioctl", request);
-    if (result == script::kNoFault) {
-        result = file->model != nullptr ? file->model->control(fd, request, argument, line)
-                                        : or_errno(real.ioctl(fd, request, argument));
-    }
+// A read or write of a descriptor of the board: faults, then the model or the real file. A fault that is no
+// error number is the number of bytes that pass.
+template <class Kernel>
+int64_t transfer(const OpenFile& file, const char* op, void* data, size_t size, Kernel kernel) {
+    const bool reading = op[0] == 'r';
+    const devices::Transfer model = reading ? file.model->read : file.model->write;
+    const unsigned address = size > 0 ? *static_cast<uint8_t*>(data) : 0;
+    const int64_t fault = script::fault_of(file.name, op);
+    if (fault >= 0 && !reading && file.model->lasting) script::count_change();
+    size = std::min<uint64_t>(size, static_cast<uint64_t>(fault));
+    const int64_t result = fault < 0          ? fault
+                           : model != nullptr ? model(static_cast<uint8_t*>(data), size)
+                                              : or_errno(kernel(size));
+    Line line(file.name);
+    line.add(" %s %lld", op, result < 0 ? static_cast<long long>(size) : static_cast<long long>(result));
+    if (result > 0) line.bytes(data, static_cast<size_t>(result));
+    if (reading && file.model->address != nullptr) line.add(" (%s %u)", file.model->address, address);
     line.failure(result);
     return result;
 }
 
-int64_t do_seek(int fd, int64_t offset, int whence) {
+template <class Kernel>
+ssize_t do_transfer(const char* op, int fd, const void* data, size_t size, Kernel kernel) {
+    return call<ssize_t>([&]() -> int64_t {
+        const OpenFile* file = board::tracked(fd);
+        const bool to_console = (fd == 1 || fd == 2) && op[0] == 'w';
+        if (file == nullptr && to_console) return console(fd == 1 ? "out" : "err", data, size, fd);
+        if (file == nullptr) return or_errno(kernel(size));
+        const int64_t result = transfer(*file, op, const_cast<void*>(data), size, kernel);
+        script::run_due();  // it may have reset the board
+        return result;
+    });
+}
+
+int64_t do_ioctl(int fd, uint32_t request, void* argument) {
     const OpenFile* file = board::tracked(fd);
-    if (file == nullptr) return or_errno(real.lseek64(fd, offset, whence));
-    const int64_t fault = script::fault_of(file->name, "lseek");
-    const int64_t result = fault < 0 ? fault : or_errno(real.lseek64(fd, offset, whence));
-    Line(file->name).add(" seek %lld", static_cast<long long>(result < 0 ? offset : result)).failure(result);
+    // A local socket would do to reach the machine's network.
+    if (file == nullptr && request >> 8 == 0x89 && !devices::state.network) return -EAFNOSUPPORT;
+    if (file == nullptr) return or_errno(real.ioctl(fd, request, argument));
+    Line line(file->name);
+    line.add(" ioctl 0x%x", request);
+    const int64_t fault = script::fault_of(file->name, "ioctl", request);
+    const int64_t result = fault < 0 ? fault : devices::control(*file->model, fd, request, argument, line);
+    line.failure(result);
     return result;
 }
 
-void* do_mmap(void* at, size_t size, int protection, int flags, int fd, int64_t offset) {
-    const OpenFile* file = (flags & MAP_ANONYMOUS) != 0 || real.mmap64 == nullptr ? nullptr : board::tracked(fd);
-    if (file == nullptr) {
-        find_real_functions();
-        return real.mmap64(at, size, protection, flags, fd, offset);
-    }
-    void* mapped = MAP_FAILED;
-    call([&]() -> int64_t {
-        const int64_t fault = script::fault_of(file->name, "mmap");
-        if (fault >= 0) mapped = real.mmap64(at, size, protection, flags, fd, offset);
-        const int64_t result = fault < 0 ? fault : mapped == MAP_FAILED ? -errno : 0;
-        Line(file->name).add(" mmap %zu", size).failure(result);
+// A call on a descriptor that is journaled as its name and one number.
+template <class Result = int, class Kernel>
+Result on_file(const char* op, int fd, int64_t number, Kernel kernel) {
+    return call<Result>([&]() -> int64_t {
+        const OpenFile* file = board::tracked(fd);
+        if (file == nullptr) return or_errno(kernel());
+        const int64_t result = unless_faulty(file->name, op, [&] {
+            if (op[0] == 'f') script::count_change();
+            return kernel();
+        });
+        Line(file->name)
+            .add(" %s %lld", op[0] == 'l' ? "seek" : op, static_cast<long long>(number))
+            .failure(result);
         return result;
     });
-    return mapped;
 }
 
-template <class Operation>
-int by_path(const char* name, const char* path, Operation operation) {
-    return static_cast<int>(call([&]() -> int64_t {
+template <class Kernel>
+int by_path(const char* op, const char* path, Kernel kernel) {
+    return call([&]() -> int64_t {
         char there[board::kPathSize];
-        if (board::place(path, there) == nullptr) return or_errno(operation(path));
-        const int64_t fault = script::fault_of(path, name);
-        const int64_t result = fault < 0 ? fault : or_errno(operation(there));
-        Line(path).add(" %s", name).failure(result);
+        if (board::place(path, there) == nullptr) return or_errno(kernel(path));
+        const int64_t result = unless_faulty(path, op, [&] {
+            if (strcmp(op, "unlink") == 0 || strcmp(op, "rename") == 0) script::count_change();
+            return kernel(there);
+        });
+        Line(path).add(" %s", op).failure(result);
         return result;
-    }));
+    });
 }
 
-// What would change the machine: recorded, never done.
-int recorded(const char* what, int64_t result = 0) {
-    return static_cast<int>(call([&] {
-        Line(what).failure(result);
-        return result;
-    }));
+int64_t do_socket(int domain, int type, int protocol) {
+    if (domain == AF_UNIX) return or_errno(real.socket(domain, type, protocol));
+    const int64_t result = unless_faulty("socket", "open", [&] {
+        if (devices::state.network) return real.socket(domain, type, protocol);
+        errno = EAFNOSUPPORT;
+        return -1;
+    });
+    if (result >= 0) board::track(static_cast<int>(result), "socket");
+    Line("socket").add(" open %s", domain == AF_PACKET ? "packet" : "inet").failure(result);
+    return result;
+}
+
+// --- Time, threads, the machine itself
+
+int do_sleep(int64_t duration) {
+    return call([&] {
+        return unless_faulty("*", "sleep", [&] {
+            clock::sleep(duration);
+            return 0;
+        });
+    });
+}
+
+int do_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
+    // Threads that are none of the program's; the thread sanitizer's own comes without attributes.
+    if (clone_task::making_thread() || (clock::under_thread_sanitizer() && attributes == nullptr)) {
+        return real.pthread_create(thread, attributes, start, argument);
+    }
+    const int64_t fault = script::fault_of("thread", "pthread_create");
+    const int error =
+        fault < 0 ? static_cast<int>(-fault) : clock::create(thread, attributes, start, argument);
+    Line("thread").add(" start").failure(-error);
+    return error;
+}
+
+// The thread sanitizer's clone() makes its child as fork() does, which is wrong for a thread: past its
+// wrapper.
+void unwrap(int (*&function)(void*), void*& argument) {
+    struct Wrapped {
+        int (*function)(void*);
+        void* argument;
+    };
+    Dl_info outermost{}, own{};
+    dladdr(dlsym(RTLD_DEFAULT, "clone"), &outermost);
+    dladdr(reinterpret_cast<void*>(&clone_task::create), &own);
+    if (!clock::under_thread_sanitizer() || outermost.dli_fbase == own.dli_fbase) return;
+    const Wrapped wrapped = *static_cast<Wrapped*>(argument);
+    function = wrapped.function;
+    argument = wrapped.argument;
+}
+
+int64_t do_clone(int (*function)(void*), void* stack, int flags, void* argument) {
+    if ((flags & CLONE_VM) == 0) return or_errno(real.clone(function, stack, flags, argument));
+    const int64_t fault = script::fault_of("clone", "clone");
+    if (fault >= 0) unwrap(function, argument);
+    const int64_t result = fault < 0 ? fault : clone_task::create(function, stack, flags, argument);
+    Line("clone").add(" task").failure(result);
+    return result;
+}
+
+int recorded(const char* what, int error = 0) {
+    return call([&] {
+        Line(what).failure(-error);
+        return -error;
+    });
 }
 
 int64_t set_clock(const timeval* time, const struct timezone* zone) {
@@ -203,26 +234,6 @@ int64_t set_clock(const timeval* time, const struct timezone* zone) {
     if (zone != nullptr) line.add(" west %d", zone->tz_minuteswest);
     line.failure(fault);
     return fault < 0 ? fault : 0;
-}
-
-int64_t do_reboot(unsigned command) {
-    const bool halt = command == static_cast<unsigned>(RB_HALT_SYSTEM) ||
-                      command == static_cast<unsigned>(RB_POWER_OFF);
-    Line("reboot").add(" 0x%x", command);
-    if (halt) board::end("halt", board::kHalt);
-    if (command == static_cast<unsigned>(RB_AUTOBOOT)) board::end("reset reboot", board::kReset);
-    return 0;
-}
-
-int64_t nanos(const timespec& time) { return time.tv_sec * clock::kSecond + time.tv_nsec; }
-
-int do_sleep(int64_t duration) {
-    return static_cast<int>(call([&]() -> int64_t {
-        const int64_t fault = script::fault_of("*", "sleep");
-        if (fault < 0) return fault;
-        clock::sleep(duration);
-        return 0;
-    }));
 }
 
 }  // namespace
@@ -240,223 +251,115 @@ using namespace sim;
 
 // --- Descriptors
 
-#define OPEN_LIKE(name)                                                                                        \
-    EXPORT int name(const char* path, int flags, ...) {                                                        \
-        va_list arguments;                                                                                     \
-        va_start(arguments, flags);                                                                            \
-        const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;              \
-        va_end(arguments);                                                                                     \
-        return static_cast<int>(call([&] { return do_open(path, flags, mode); }));                             \
-    }
-OPEN_LIKE(open)
-OPEN_LIKE(open64)
-
-EXPORT int openat(int directory, const char* path, int flags, ...) {
+EXPORT int open(const char* path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    if (directory == AT_FDCWD || path[0] == '/') {
-        return static_cast<int>(call([&] { return do_open(path, flags, mode); }));
-    }
-    return static_cast<int>(call([&] { return or_errno(real.syscall(SYS_openat, directory, path, flags, mode)); }));
+    return call([&] { return do_open(path, flags, mode); });
 }
-
-EXPORT int __open_2(const char* path, int flags);
-EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
-EXPORT int __open64_2(const char* path, int flags);
-EXPORT int __open64_2(const char* path, int flags) { return open(path, flags); }
 
 EXPORT int close(int fd) {
-    return static_cast<int>(call([&] {
-        if (OpenFile* file = board::tracked(fd)) {
-            Line(file->name).add(" close");
-            board::forget(fd);
-        }
+    return call([&] {
+        if (const OpenFile* file = board::tracked(fd)) Line(file->name).add(" close");
+        board::forget(fd);
         return or_errno(real.close(fd));
-    }));
+    });
 }
 
-EXPORT int fclose(FILE* file) {
-    find_real_functions();
-    board::forget(fileno(file));
-    return real.fclose(file);
-}
+#define TRANSFER(name, op, parameters, arguments)                                                 \
+    EXPORT ssize_t name parameters {                                                              \
+        return do_transfer(op, fd, data, size, [&](size_t most) { return real.name arguments; }); \
+    }
+TRANSFER(read, "read", (int fd, void* data, size_t size), (fd, data, most))
+TRANSFER(pread, "read", (int fd, void* data, size_t size, off_t offset), (fd, data, most, offset))
+TRANSFER(write, "write", (int fd, const void* data, size_t size), (fd, data, most))
+TRANSFER(pwrite, "write", (int fd, const void* data, size_t size, off_t offset), (fd, data, most, offset))
+TRANSFER(sendto, "sendto",
+         (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t length),
+         (fd, data, most, flags, to, length))
 
-EXPORT ssize_t read(int fd, void* data, size_t size) {
-    return do_read(fd, data, size, [&](size_t most) { return real.read(fd, data, most); });
-}
-
-EXPORT ssize_t pread64(int fd, void* data, size_t size, off64_t offset) {
-    return do_read(fd, data, size, [&](size_t most) { return real.pread64(fd, data, most, offset); });
-}
-
-EXPORT ssize_t write(int fd, const void* data, size_t size) {
-    return do_write(fd, data, size, [&](size_t most) { return real.write(fd, data, most); });
-}
-
-EXPORT ssize_t pwrite64(int fd, const void* data, size_t size, off64_t offset) {
-    return do_write(fd, data, size, [&](size_t most) { return real.pwrite64(fd, data, most, offset); });
-}
-
-EXPORT ssize_t pread(int fd, void* data, size_t size, off_t offset) { return pread64(fd, data, size, offset); }
-EXPORT ssize_t pwrite(int fd, const void* data, size_t size, off_t offset) { return pwrite64(fd, data, size, offset); }
-
-EXPORT ssize_t __read_chk(int fd, void* data, size_t size, size_t room);
-EXPORT ssize_t __read_chk(int fd, void* data, size_t size, size_t room) {
-    if (size > room) abort();
-    return read(fd, data, size);
-}
-
-EXPORT ssize_t __pread_chk(int fd, void* data, size_t size, off_t offset, size_t room);
-EXPORT ssize_t __pread_chk(int fd, void* data, size_t size, off_t offset, size_t room) {
-    if (size > room) abort();
-    return pread64(fd, data, size, offset);
-}
+// What the C library's checking headers may make of open().
+EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
 
 EXPORT int ioctl(int fd, unsigned long request, ...) noexcept {
     va_list arguments;
     va_start(arguments, request);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    return static_cast<int>(call([&] { return do_ioctl(fd, static_cast<uint32_t>(request), argument); }));
+    return call([&] { return do_ioctl(fd, static_cast<uint32_t>(request), argument); });
 }
 
-EXPORT off64_t lseek64(int fd, off64_t offset, int whence) noexcept {
-    return call([&] { return do_seek(fd, offset, whence); });
-}
+#define DESCRIPTOR_CALL(type, name, number, parameters, arguments)                    \
+    EXPORT type name parameters noexcept {                                            \
+        return on_file<type>(#name, fd, number, [&] { return real.name arguments; }); \
+    }
+DESCRIPTOR_CALL(off_t, lseek, offset, (int fd, off_t offset, int whence), (fd, offset, whence))
+DESCRIPTOR_CALL(int, ftruncate, size, (int fd, off_t size), (fd, size))
+DESCRIPTOR_CALL(int, setsockopt, option, (int fd, int level, int option, const void* value, socklen_t size),
+                (fd, level, option, value, size))
 
-EXPORT off_t lseek(int fd, off_t offset, int whence) noexcept {
-    return static_cast<off_t>(call([&] { return do_seek(fd, offset, whence); }));
-}
-
+// Also called by sanitizers before anything else is there.
 EXPORT void* mmap64(void* at, size_t size, int protection, int flags, int fd, off64_t offset) noexcept {
-    return do_mmap(at, size, protection, flags, fd, offset);
+    find_real_functions();
+    const auto map = [&] { return real.mmap64(at, size, protection, flags, fd, offset); };
+    if ((flags & MAP_ANONYMOUS) != 0 || board::tracked(fd) == nullptr) return map();
+    void* mapped = MAP_FAILED;
+    on_file("mmap", fd, static_cast<int64_t>(size), [&] {
+        mapped = map();
+        return mapped == MAP_FAILED ? -1 : 0;
+    });
+    return mapped;
 }
 
 EXPORT void* mmap(void* at, size_t size, int protection, int flags, int fd, off_t offset) noexcept {
-    return do_mmap(at, size, protection, flags, fd, offset);
+    return mmap64(at, size, protection, flags, fd, offset);
+}
+
+EXPORT int socket(int domain, int type, int protocol) noexcept {
+    return call([&] { return do_socket(domain, type, protocol); });
 }
 
 // --- Paths
 
-EXPORT FILE* fopen(const char* path, const char* mode) {
-    find_real_functions();
-    return do_fopen(real.fopen, path, mode);
-}
-
-EXPORT FILE* fopen64(const char* path, const char* mode) {
-    find_real_functions();
-    return do_fopen(real.fopen64, path, mode);
-}
-
-#define STAT_LIKE(name, type)                                                                                  \
-    EXPORT int name(const char* path, type* out) noexcept {                                                    \
-        return by_path("stat", path, [&](const char* there) { return real.name(there, out); });                \
+#define PATH_CALL(name, parameters, arguments)                                               \
+    EXPORT int name parameters noexcept {                                                    \
+        return by_path(#name, path, [&](const char* there) { return real.name arguments; }); \
     }
-STAT_LIKE(stat, struct stat)
-STAT_LIKE(stat64, struct stat64)
-STAT_LIKE(lstat, struct stat)
-STAT_LIKE(lstat64, struct stat64)
+PATH_CALL(stat, (const char* path, struct stat* out), (there, out))
+PATH_CALL(access, (const char* path, int mode), (there, mode))
+PATH_CALL(mkdir, (const char* path, mode_t mode), (there, mode))
+PATH_CALL(unlink, (const char* path), (there))
 
-#define STAT_AT_LIKE(name, type)                                                                               \
-    EXPORT int name(int directory, const char* path, type* out, int flags) noexcept {                          \
-        return by_path("stat", path, [&](const char* there) { return real.name(directory, there, out, flags); }); \
-    }
-STAT_AT_LIKE(fstatat, struct stat)
-STAT_AT_LIKE(fstatat64, struct stat64)
-
-EXPORT int access(const char* path, int mode) noexcept {
-    return by_path("access", path, [&](const char* there) { return real.access(there, mode); });
-}
-
-EXPORT int unlink(const char* path) noexcept {
-    return by_path("unlink", path, [](const char* there) { return real.unlink(there); });
-}
-
-EXPORT int mkdir(const char* path, mode_t mode) noexcept {
-    return by_path("mkdir", path, [&](const char* there) { return real.mkdir(there, mode); });
-}
-
-EXPORT int rmdir(const char* path) noexcept {
-    return by_path("rmdir", path, [](const char* there) { return real.rmdir(there); });
-}
-
-EXPORT int rename(const char* from, const char* to) noexcept {
-    return by_path("rename", from, [&](const char* there) {
-        char target[board::kPathSize];
-        return real.rename(there, board::place(to, target) != nullptr ? target : to);
-    });
-}
-
-EXPORT DIR* opendir(const char* path) {
-    DIR* directory = nullptr;
-    by_path("opendir", path, [&](const char* there) {
-        directory = real.opendir(there);
-        return directory != nullptr ? 0 : -1;
-    });
-    return directory;
+EXPORT int rename(const char* path, const char* to) noexcept {
+    char target[board::kPathSize];
+    if (board::place(to, target) != nullptr) to = target;
+    return by_path("rename", path, [&](const char* there) { return real.rename(there, to); });
 }
 
 // --- Time
 
 EXPORT int select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* timeout) {
-    if (timeout == nullptr || in != nullptr || out != nullptr || except != nullptr) {
-        find_real_functions();
-        return real.select(count, in, out, except, timeout);
-    }
+    find_real_functions();
+    if (timeout == nullptr || count > 0) return real.select(count, in, out, except, timeout);
     const int result = do_sleep(timeout->tv_sec * clock::kSecond + timeout->tv_usec * 1000LL);
     if (result == 0) *timeout = {};
     return result;
 }
 
-EXPORT int nanosleep(const timespec* duration, timespec*) { return do_sleep(nanos(*duration)); }
 EXPORT int usleep(useconds_t micros) { return do_sleep(int64_t{micros} * 1000); }
-EXPORT unsigned sleep(unsigned seconds) { return do_sleep(seconds * clock::kSecond) == 0 ? 0 : seconds; }
-
-EXPORT int clock_nanosleep(clockid_t id, int flags, const timespec* time, timespec*) {
-    timespec present{};
-    if ((flags & TIMER_ABSTIME) != 0) clock_gettime(id, &present);
-    return do_sleep(nanos(*time) - nanos(present)) == 0 ? 0 : errno;
-}
 
 // --- Threads and tasks
 
 EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                           void* argument) noexcept {
-    int error = 0;
-    call([&]() -> int64_t {
-        const bool silent = clone_task::making_thread() || clock::is_foreign(attributes);
-        if (silent) {
-            error = real.pthread_create(thread, attributes, start, argument);
-            return 0;
-        }
-        const int64_t fault = script::fault_of("thread", "pthread_create");
-        error = fault < 0 ? static_cast<int>(-fault) : clock::create(thread, attributes, start, argument);
-        Line("thread").add(" start").failure(-error);
-        return 0;
-    });
-    return error;
-}
-
-EXPORT int pthread_join(pthread_t thread, void** result) {
-    int error = 0;
-    call([&]() -> int64_t {
-        error = clock::join(thread, result);
-        return 0;
-    });
-    return error;
+    return static_cast<int>(aside([&] { return do_create(thread, attributes, start, argument); }));
 }
 
 EXPORT int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
     find_real_functions();
     if (!clock::shared()) return real.pthread_mutex_lock(mutex);
-    int error = 0;
-    call([&]() -> int64_t {
-        error = clock::lock_mutex(mutex);
-        return 0;
-    });
-    return error;
+    return static_cast<int>(aside([&] { return clock::lock_mutex(mutex); }));
 }
 
 EXPORT int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
@@ -464,39 +367,14 @@ EXPORT int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
     return clock::unlock_mutex(mutex);
 }
 
-struct Wrapped {
-    int (*function)(void*);
-    void* argument;
-};
-
 EXPORT int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) noexcept {
-    return static_cast<int>(call([&]() -> int64_t {
-        if ((flags & CLONE_VM) == 0) return or_errno(real.clone(function, stack, flags, argument));
-        const int64_t fault = script::fault_of("clone", "clone");
-        // The thread sanitizer's clone() makes its child as fork() does, which is wrong for a thread: past its wrapper.
-        Dl_info outermost{}, own{};
-        dladdr(dlsym(RTLD_DEFAULT, "clone"), &outermost);
-        dladdr(reinterpret_cast<void*>(&clone_task::create), &own);
-        auto* wrapped = static_cast<Wrapped*>(argument);
-        const bool wrapper = clock::under_thread_sanitizer() && outermost.dli_fbase != own.dli_fbase;
-        const int64_t result = fault < 0 ? fault
-                               : wrapper ? clone_task::create(wrapped->function, stack, flags, wrapped->argument)
-                                         : clone_task::create(function, stack, flags, argument);
-        Line("clone").add(" task").failure(result);
-        return result;
-    }));
+    return call([&] { return do_clone(function, stack, flags, argument); });
 }
 
 // --- The machine itself
 
 EXPORT int system(const char* command) {
-    if (command == nullptr) return 1;
-    int status = 0;
-    call([&]() -> int64_t {
-        status = script::run_command(command);
-        return status < 0 ? -errno : 0;
-    });
-    return status;
+    return command == nullptr ? 1 : call([&] { return script::run_command(command); });
 }
 
 // A process that ends this way leaves no board behind either. (A vforked child only looks like one.)
@@ -504,24 +382,27 @@ EXPORT void _exit(int code) {
     board::clean_up();
     for (;;) real.syscall(SYS_exit_group, code);
 }
-EXPORT void _Exit(int code) noexcept { _exit(code); }
 
+// A vforked child that wants a shell: the board's commands are that.
+EXPORT int execve(const char* path, char* const* arguments, char* const* environment) noexcept {
+    find_real_functions();
+    if (strcmp(path, "/bin/sh") != 0) return real.execve(path, arguments, environment);
+    const int status = system(arguments[2]);
+    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
+}
+
+// What would change the machine: recorded, never done.
 EXPORT void sync() noexcept { recorded("sync"); }
 EXPORT int umount(const char*) noexcept { return recorded("umount"); }
 EXPORT int umount2(const char*, int) noexcept { return recorded("umount"); }
 EXPORT int mount(const char*, const char*, const char*, unsigned long, const void*) noexcept {
     return recorded("mount");
 }
-
-EXPORT int reboot(int command) noexcept {
-    return static_cast<int>(call([&] { return do_reboot(static_cast<unsigned>(command)); }));
-}
-
+EXPORT int reboot(int) noexcept { return recorded("reboot"); }
 EXPORT int settimeofday(const timeval*, const struct timezone*) noexcept {
-    return recorded("clock settimeofday refused", -EINVAL);
+    return recorded("settimeofday", EINVAL);
 }
-
-EXPORT int clock_settime(clockid_t, const timespec*) noexcept { return recorded("clock clock_settime", -EPERM); }
+EXPORT int clock_settime(clockid_t, const timespec*) noexcept { return recorded("clock_settime", EPERM); }
 
 EXPORT long syscall(long number, ...) noexcept {
     va_list arguments;
@@ -530,16 +411,11 @@ EXPORT long syscall(long number, ...) noexcept {
     for (long& each : a) each = va_arg(arguments, long);
     va_end(arguments);
     find_real_functions();
-    switch (number) {
-        case SYS_settimeofday:
-            return static_cast<long>(call([&] {
-                return set_clock(reinterpret_cast<timeval*>(a[0]), reinterpret_cast<struct timezone*>(a[1]));
-            }));
-        case SYS_reboot: return reboot(static_cast<int>(a[2]));
-        case SYS_sync: return recorded("sync");
-        case SYS_mount: return recorded("mount");
-        case SYS_umount2: return recorded("umount");
-        case SYS_clock_settime: return recorded("clock clock_settime", -EPERM);
-        default: return real.syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
-    }
+    const bool changes_machine = number == SYS_reboot || number == SYS_sync || number == SYS_mount ||
+                                 number == SYS_umount2 || number == SYS_clock_settime;
+    if (changes_machine) return recorded("syscall", EPERM);
+    if (number != SYS_settimeofday) return real.syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+    return call([&] {
+        return set_clock(reinterpret_cast<timeval*>(a[0]), reinterpret_cast<struct timezone*>(a[1]));
+    });
 }

@@ -1,8 +1,8 @@
 #include "journal.h"
 
+#include <algorithm>
 #include <cstdarg>
-#include <cstdio>
-#include <cstring>
+#include <mutex>
 
 #include "clock.h"
 #include "real.h"
@@ -15,41 +15,32 @@ constexpr size_t kBytesShown = 16;
 // Out of the way of the program's descriptors: some of its tests count them.
 constexpr int kFirstDescriptor = 900;
 
-char* memory = nullptr;
+char memory[kMemory];
 size_t used = 0;
 int file = -1;
 constinit clock::Lock lock;
 
-// Nothing would keep the line: a run of many days does not pay for it.
-bool deaf() { return file < 0 && (memory == nullptr || used + 4096 > kMemory); }
-
 }  // namespace
 
 void open(const char* target) {
-    if (memory == nullptr) {
-        void* at = real.mmap64(nullptr, kMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        memory = at == MAP_FAILED ? nullptr : static_cast<char*>(at);
-    }
     if (target == nullptr) return;
-    const bool to_stdout = strcmp(target, "-") == 0;
-    const int opened = to_stdout ? 1 : real.open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (opened < 0) return;
+    const int opened = real.open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     file = fcntl(opened, F_DUPFD_CLOEXEC, kFirstDescriptor);
-    if (file < 0) file = fcntl(opened, F_DUPFD_CLOEXEC, 3);
-    if (!to_stdout) real.close(opened);
+    real.close(opened);
 }
 
 void clear() {
-    const clock::Guard guard(lock);
+    const std::lock_guard guard(lock);
     used = 0;
 }
 
 std::string text() {
-    const clock::Guard guard(lock);
+    const std::lock_guard guard(lock);
     return {memory, used};
 }
 
-Line::Line(const char* who) : dropped_(deaf()) {
+// A line that nothing would keep is not made: a run of many days does not pay for it.
+Line::Line(const char* who) : dropped_(file < 0 && used + kSize > kMemory) {
     const int64_t millis = clock::now() / 1'000'000;
     add("%lld.%03d %s", static_cast<long long>(millis / 1000), static_cast<int>(millis % 1000), who);
 }
@@ -57,8 +48,8 @@ Line::Line(const char* who) : dropped_(deaf()) {
 Line::~Line() {
     if (dropped_) return;
     text_[used_++] = '\n';
-    const clock::Guard guard(lock);
-    if (memory != nullptr && used + used_ <= kMemory) {
+    const std::lock_guard guard(lock);
+    if (used + used_ <= kMemory) {
         memcpy(memory + used, text_, used_);
         used += used_;
     }
@@ -72,14 +63,14 @@ Line& Line::add(const char* format, ...) {
     const size_t room = kSize - 1 - used_;
     const int wanted = vsnprintf(text_ + used_, room, format, arguments);
     va_end(arguments);
-    if (wanted > 0) used_ += static_cast<size_t>(wanted) < room ? static_cast<size_t>(wanted) : room - 1;
+    used_ += std::min(static_cast<size_t>(std::max(wanted, 0)), room - 1);
     return *this;
 }
 
 Line& Line::bytes(const void* data, size_t size) {
     const auto* byte = static_cast<const unsigned char*>(data);
     if (size > 0) add(":");
-    for (size_t i = 0; i < size && i < kBytesShown; ++i) add(" %02x", byte[i]);
+    for (size_t i = 0; i < std::min(size, kBytesShown); ++i) add(" %02x", byte[i]);
     return size > kBytesShown ? add(" ...") : *this;
 }
 
@@ -92,19 +83,16 @@ Line& Line::quoted(const char* text, size_t size) {
         const char* known = byte == 0 ? nullptr : strchr(kEscaped, byte);
         if (known != nullptr) {
             add("\\%c", kLetters[known - kEscaped]);
-        } else if (byte < ' ' || byte == 0x7F) {
-            add("\\x%02x", byte);
         } else {
-            add("%c", byte);
+            add(byte < ' ' || byte == 0x7F ? "\\x%02x" : "%c", byte);
         }
     }
     return add("\"");
 }
 
 Line& Line::failure(int64_t result) {
-    if (result >= 0) return *this;
-    const char* name = strerrorname_np(static_cast<int>(-result));
-    return name != nullptr ? add(" -> %s", name) : add(" -> error %d", static_cast<int>(-result));
+    const char* name = result < 0 ? strerrorname_np(static_cast<int>(-result)) : nullptr;
+    return name != nullptr ? add(" -> %s", name) : *this;
 }
 
 }  // namespace sim::record

@@ -7,14 +7,13 @@
 
 namespace sim::record {
 
-// target: a file, "-" for the standard output as it is now, or null for the memory only.
-void open(const char* target);
+void open(const char* target);  // a file, or null for the memory only
 void clear();
 std::string text();
 
 // One line being put together; it is written when it goes out of scope.
 class Line {
-public:
+  public:
     explicit Line(const char* who);
     ~Line();
     Line(const Line&) = delete;
@@ -25,9 +24,8 @@ public:
     Line& quoted(const char* text, size_t size);
     // " -> ENOENT" when the result is a negated error number, else nothing.
     Line& failure(int64_t result);
-    void drop() { dropped_ = true; }
 
-private:
+  private:
     static constexpr size_t kSize = 4096;
     char text_[kSize];
     size_t used_ = 0;

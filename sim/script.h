@@ -1,23 +1,18 @@
 // The script that drives a board: its files and answers, what happens at which time, which calls fail.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <string_view>
-
 #include "clock.h"
 
 namespace sim::script {
 
 void reset();
-// Runs the lines; says on stderr which one makes no sense, and returns false.
-bool apply(const char* text);
+// Runs the lines. One that cannot be done ends the board: a test must not go on without it.
+void apply(const char* text);
 
 // Events, for the scheduler.
 clock::Nanos next_due();
 void run_due();
-void reschedule();  // something that has a deadline of its own changed
-void end_at(const char* seconds);
+void end_at(double seconds);
 void reset_board(const char* reason, clock::Nanos delay);
 
 // What a scripted fault makes of a call of op ("open", "read", ...) on what: a negated error number, or the
@@ -25,14 +20,18 @@ void reset_board(const char* reason, clock::Nanos delay);
 constexpr int64_t kNoFault = INT64_MAX;
 int64_t fault_of(const char* what, const char* op, uint32_t request = 0);
 
+// To be called before anything takes effect that outlasts the board's power: it may be cut here.
+void count_change();
+
 // The scripted answer to a shell command.
 struct Answer {
+    const char* command;
     int status;
     clock::Nanos duration;
 };
-const Answer* scripted_answer(std::string_view command);
+const Answer* scripted_answer(const char* command);
 
-// Does what the board makes of a shell command; the wait status, or -1 with errno set.
-int run_command(const char* text);
+// Does what the board makes of a shell command; the wait status, or a negated error number.
+int64_t run_command(const char* text);
 
 }  // namespace sim::script

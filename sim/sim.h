@@ -20,9 +20,6 @@ SIM_EXPORT std::string journal();
 SIM_EXPORT void clear_journal();
 SIM_EXPORT double now();
 
-// High-water mark, in bytes, of the stack given to the last clone(); 0 when there was none.
-SIM_EXPORT unsigned clone_stack_used();
-
 // True when open() of this process is the board's: tests must not go on otherwise.
 SIM_EXPORT bool in_place();
 

@@ -1,77 +1,71 @@
-// A script line, a word at a time. Works on the line itself and allocates nothing.
+// A line of a script or a command, taken apart where it lies: nothing is allocated.
 #pragma once
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
+#include <utility>
 
 #include "clock.h"
 
 namespace sim {
 
-// A terminated copy of a short text, for calls that want one.
-class Text {
-public:
-    explicit Text(std::string_view text) {
-        const size_t size = text.size() < sizeof text_ ? text.size() : sizeof text_ - 1;
-        memcpy(text_, text.data(), size);
-        text_[size] = '\0';
-    }
-    operator const char*() const { return text_; }
-
-private:
-    char text_[256];
-};
-
 class Words {
-public:
-    explicit Words(const char* line) : rest_(line) { skip(" \t\r"); }
+  public:
+    explicit Words(char* line) : rest_(line) {}
 
-    // The next word; empty at the end.
-    std::string_view next() {
-        const std::string_view word(rest_, strcspn(rest_, " \t\r"));
-        rest_ += word.size();
-        skip(" \t");
+    // The next word; "" at the end.
+    const char* next() {
+        const char* word = skip();
+        rest_ += strcspn(rest_, " \t");
+        if (*rest_ != '\0') *rest_++ = '\0';
         return word;
     }
 
-    // All that is left; the text is terminated.
-    std::string_view rest() const { return rest_; }
+    // All that is left.
+    char* rest() {
+        static char end[1];
+        skip();
+        return std::exchange(rest_, end);
+    }
 
-    size_t number() { return number(next()); }
-    static size_t number(std::string_view word, int base = 0) { return static_cast<size_t>(strtoull(Text(word), nullptr, base)); }
+    bool more() { return *skip() != '\0'; }
+
+    // Takes these words, if they come next. A text that ends in ':' may be the beginning of a word.
+    bool is(const char* words) {
+        const size_t length = strlen(words);
+        if (strncmp(skip(), words, length) != 0) return false;
+        if (words[length - 1] != ':' && strchr(" \t", rest_[length]) == nullptr) return false;
+        rest_ += length;
+        return true;
+    }
+
+    off_t size() { return static_cast<off_t>(number()); }
+    uint32_t number(int base = 0) { return number(next(), base); }
+    uint32_t number(const char* text, int base = 0) {
+        char* end = nullptr;
+        const unsigned long long value = strtoull(text, &end, base);
+        check(text, end);
+        return static_cast<uint32_t>(value);
+    }
 
     clock::Nanos seconds() {
-        const double value = strtod(Text(next()), nullptr);
+        const char* text = next();
+        char* end = nullptr;
+        const double value = strtod(text, &end);
+        check(text, end);
         return value > 9e9 ? clock::kNever : static_cast<clock::Nanos>(value * 1e6 + 0.5) * 1000;
     }
 
-    // All that is left with \n, \t, \\ and \xHH made into what they stand for. out has room for any line.
-    size_t unescaped_rest(char* out) const {
-        char* at = out;
-        for (const char* from = rest_; *from != '\0'; ++from) {
-            if (from[0] != '\\' || from[1] == '\0') {
-                *at++ = *from;
-                continue;
-            }
-            switch (*++from) {
-                case 'n': *at++ = '\n'; break;
-                case 't': *at++ = '\t'; break;
-                case 'x':
-                    *at++ = static_cast<char>(number({from + 1, strnlen(from + 1, 2)}, 16));
-                    from += strnlen(from + 1, 2);
-                    break;
-                default: *at++ = *from;
-            }
-        }
-        return static_cast<size_t>(at - out);
-    }
+    // False when something that had to be a number was none, or words are left.
+    bool good() { return good_ && !more(); }
 
-private:
-    void skip(const char* characters) { rest_ += strspn(rest_, characters); }
+  private:
+    char* skip() { return rest_ += strspn(rest_, " \t"); }
+    void check(const char* text, const char* end) { good_ = good_ && end != text && *end == '\0'; }
 
-    const char* rest_;
+    char* rest_;
+    bool good_ = true;
 };
 
 }  // namespace sim
