@@ -63,6 +63,26 @@ int64_t expander_read(uint8_t* data, size_t size) {
     return 1;
 }
 
+uint32_t crc32(const uint8_t* data, size_t size) {
+    uint32_t crc = ~0U;
+    for (size_t bit = 0; bit < 8 * size; ++bit) {
+        if (bit % 8 == 0) crc ^= data[bit / 8];
+        crc = (crc >> 1) ^ (0xEDB88320U & (0U - (crc & 1U)));
+    }
+    return ~crc;
+}
+
+// A frame of a firmware upgrade, which the co-processor checks before it acknowledges it.
+int64_t take_frame(uint8_t* data, size_t size) {
+    constexpr size_t kHeader = 16;
+    if (size < kHeader) return -EINVAL;
+    const bool is_end = size == kHeader && get_u32(data, 12) == 0x1234;
+    const bool is_whole = get_u32(data, 4) == size - kHeader && get_u32(data, 12) == 0;
+    const bool is_right = is_whole && crc32(data + kHeader, size - kHeader) == get_u32(data, 8);
+    state.link_ack = is_end ? 0x99BB : is_right ? 0x55AA : 0x7788;
+    return static_cast<int64_t>(size);
+}
+
 constexpr Model kModels[] = {
     {"/dev/misc/wdt", true, false, nullptr, refuse, refuse},
     {"/dev/misc/rtc", true, true, "at", cmos_read, cmos_write},
@@ -70,7 +90,8 @@ constexpr Model kModels[] = {
     {"/dev/misc/gio_expd_in", true, false, nullptr, expander_read, refuse},
     {"/dev/misc/gio_expander", true, false, nullptr, refuse, take_two},
     {"/dev/mcu", false, false, nullptr, no_data, take_all},
-    {"/dev/misc/spi0", false, false, nullptr, refuse, refuse},
+    {"/dev/misc/spi0", false, false, nullptr, refuse, take_frame},
+    {"/dev/misc/spi1", false, true, nullptr, nullptr, nullptr},
     {"/dev/davinci_vpfe", false, false, nullptr, refuse, refuse},
     {"/dev/mtd/", false, true, nullptr, nullptr, nullptr},
     {"socket", false, false, nullptr, nullptr, nullptr},
@@ -101,6 +122,44 @@ int64_t answer(int, void* argument, Line& line) {
     memcpy(argument, &(state.*kWord), sizeof(uint32_t));
     line.add(" -> 0x%x", state.*kWord);
     return 0;
+}
+
+// Other programs feed the watchdog too; without them the board resets a period after the last feed.
+int64_t feed(int, void*, Line&) {
+    const clock::Nanos last = std::max(clock::now(), state.fed_until);
+    if (state.armed && last != clock::kNever)
+        script::watchdog_at(last + state.period_ms * (clock::kSecond / 1000));
+    return 0;
+}
+
+int64_t resume(int descriptor, void* argument, Line& line) {
+    state.armed = true;
+    return feed(descriptor, argument, line);
+}
+
+int64_t set_period(int descriptor, void* argument, Line& line) {
+    state.period_ms = get_u32(argument);
+    return show_word(descriptor, argument, line);
+}
+
+int64_t set_link_mode(int descriptor, void* argument, Line& line) {
+    state.link_status = get_u32(argument);
+    return show_word(descriptor, argument, line);
+}
+
+int64_t acknowledge(int, void* argument, Line& line) {
+    const bool scripted = state.acks_taken < state.acks_used;
+    const uint32_t answer = scripted             ? state.acks[state.acks_taken++]
+                            : state.acknowledges ? state.link_ack
+                                                 : 0;
+    memcpy(argument, &answer, sizeof answer);
+    line.add(" -> 0x%x", answer);
+    return 0;
+}
+
+int64_t identify(int, void*, Line& line) {
+    line.add(" -> %u", state.fpga_id);
+    return state.fpga_id;
 }
 
 int64_t stall_record(int descriptor, void* argument, Line& line) {
@@ -154,9 +213,9 @@ struct Request {
 };
 
 constexpr Request kRequests[] = {
-    {"/dev/misc/wdt", 4, nothing},    // feed
-    {"/dev/misc/wdt", 5, show_word},  // period
-    {"/dev/misc/wdt", 7, nothing},    // resume
+    {"/dev/misc/wdt", 4, feed},
+    {"/dev/misc/wdt", 5, set_period},
+    {"/dev/misc/wdt", 7, resume},
     {"/dev/misc/rtc", 0x80247009, read_rtc},
     {"/dev/misc/gpio", 1, show_three_bytes},
     {"/dev/misc/spi0", 0x4004730B, show_value},  // begin
@@ -168,6 +227,13 @@ constexpr Request kRequests[] = {
     {"/dev/misc/spi0", 0x4004730A, answer<&State::query_2a>},
     {"/dev/misc/spi0", 0x40047309, version},
     {"/dev/misc/spi0", 0x4004730D, version},
+    {"/dev/misc/spi0", 0x40047301, set_link_mode},
+    {"/dev/misc/spi0", 0x80047304, acknowledge},
+    {"/dev/misc/spi1", 0xC004650C, identify},
+    {"/dev/misc/spi1", 0xC0046501, nothing},  // start programming
+    {"/dev/misc/spi1", 0xC004650B, nothing},  // open the protection
+    {"/dev/misc/spi1", 0xC0046508, erase_flash},
+    {"/dev/misc/spi1", 0xC0046502, nothing},  // end programming
     {"/dev/davinci_vpfe", 0x80145603, stall_record},
     {"/dev/davinci_vpfe", 0x80045609, show_word},
     {"/dev/mtd/", 0x40084D02, erase_flash},

@@ -34,7 +34,15 @@ struct State {
     uint32_t query_2a = 0;
     char version[64] = {};  // name, second version at 32, first at 48
     uint32_t stalled = 0;
-    bool network = false;  // sockets are real
+    bool network = false;                    // sockets are real
+    uint32_t period_ms = 0;                  // of the watchdog
+    bool armed = false;                      // the watchdog runs
+    clock::Nanos fed_until = clock::kNever;  // other programs feed it up to then
+    uint32_t fpga_id = 500;
+    uint32_t link_ack = 0;   // acknowledges the last frame on the link
+    uint32_t acks[16] = {};  // scripted acknowledgements, which come first
+    uint32_t acks_used = 0, acks_taken = 0;
+    bool acknowledges = true;
 };
 
 extern State state;

@@ -27,8 +27,9 @@
     X(pwrite)                                                                                               \
     X(ioctl)                                                                                                \
     X(lseek)                                                                                                \
-    X(mmap64) X(ftruncate) X(stat) X(access) X(unlink) X(rename) X(mkdir) X(socket) X(sendto) X(setsockopt) \
-        X(select) X(clock_nanosleep) X(syscall) X(clone) X(execve) X(pthread_create) X(pthread_mutex_lock)  \
+    X(mmap64)                                                                                               \
+    X(ftruncate) X(stat) X(access) X(unlink) X(rename) X(mkdir) X(socket) X(sendto) X(setsockopt) X(select) \
+        X(clock_nanosleep) X(syscall) X(clone) X(execve) X(pthread_create) X(pthread_mutex_lock)            \
             X(pthread_mutex_trylock) X(pthread_mutex_unlock)
 
 namespace sim {

@@ -59,6 +59,7 @@ size_t kept = 0;
 size_t environment_used = 0;
 Nanos end_time = kNever;
 Nanos reset_time = kNever;
+Nanos watchdog_time = kNever;
 const char* reset_reason = "";
 uint32_t changes_to_cut = 0;  // 0: the power stays
 bool starting = false;        // the script's first pass over a board
@@ -172,6 +173,15 @@ bool do_version(Words& words) {
     return sscanf(words.rest(), "%31s %15s %15s", version, version + 48, version + 32) == 3;
 }
 
+bool do_acks(Words& words) {
+    state.acks_taken = 0;
+    for (state.acks_used = 0; words.more(); ++state.acks_used) {
+        if (state.acks_used == std::size(state.acks)) return false;
+        state.acks[state.acks_used] = words.number(16);
+    }
+    return true;
+}
+
 // --- Commands, faults, time
 
 bool do_command(Words& words) {
@@ -242,6 +252,10 @@ constexpr Verb kVerbs[] = {
     {"level", [](Words& words) { return put_bytes(words, state.levels, 10); }},
     {"cmos", do_cmos},
     {"spi0 version", do_version},
+    {"spi0 acks", do_acks},
+    {"spi0 mute", [](Words&) { return !(state.acknowledges = false); }},
+    {"wdt fed", [](Words& words) { return (state.fed_until = words.seconds()) >= 0; }},
+    {"fpga id", nullptr, &state.fpga_id},
     {"command", do_command},
     {"fault", do_fault},
     {"beat", do_beat},
@@ -298,7 +312,7 @@ void run_events(Nanos until) {
 void reset() {
     events.used = faults.used = answers.used = kept = environment_used = 0;
     changes_to_cut = 0;
-    end_time = reset_time = kNever;
+    end_time = reset_time = watchdog_time = kNever;
     starting = true;
 }
 
@@ -312,7 +326,7 @@ void apply(const char* text) {
     run_due();
 }
 
-Nanos next_due() { return std::min({earliest_event(), reset_time, end_time}); }
+Nanos next_due() { return std::min({earliest_event(), reset_time, watchdog_time, end_time}); }
 
 void run_due() {
     if (next_due() > clock::now()) return;
@@ -320,6 +334,7 @@ void run_due() {
     const Nanos time = clock::now();
     run_events(time);
     if (reset_time <= time) board::end(reset_reason, board::kReset);
+    if (watchdog_time <= time) board::end("reset watchdog", board::kReset);
     if (end_time <= time) board::end("end time", board::kEndOfTime);
 }
 
@@ -330,6 +345,8 @@ void reset_board(const char* reason, Nanos delay) {
     reset_reason = reason;
     reset_time = clock::now() + delay;
 }
+
+void watchdog_at(Nanos time) { watchdog_time = time; }
 
 int64_t fault_of(const char* what, const char* op, uint32_t request) {
     int64_t effect = kNoFault;

@@ -14,6 +14,7 @@ clock::Nanos next_due();
 void run_due();
 void end_at(double seconds);
 void reset_board(const char* reason, clock::Nanos delay);
+void watchdog_at(clock::Nanos time);  // when it bites, unless fed before
 
 // What a scripted fault makes of a call of op ("open", "read", ...) on what: a negated error number, or the
 // number of bytes it may transfer. kNoFault when nothing was said about it.

@@ -201,18 +201,17 @@ TEST(Flash, SurvivesAFaultAtEveryCall) {
             sim::run((std::string("fault ") + call + " " + std::to_string(nth) + " EIO").c_str());
             const int32_t mode = 0;
             RawFlash* flash = nullptr;
-            if (createRawFlash(&mode, &flash) == 0) {
-                const int result = write(flash, image, kSecond);
-                EXPECT_EQ(result < 0,
-                          Journal(sim::journal()).text().find("/dev/mtd/1") != std::string::npos &&
-                              Journal(sim::journal()).text().find("-> EIO") != std::string::npos &&
-                              std::string(call).find("upgrade_ing") == std::string::npos);
-                flash->release(flash);
+            int tries = 0;
+            for (bool complete = false; !complete; ++tries) {
+                ASSERT_LT(tries, 6);
+                if (createRawFlash(&mode, &flash) < 0) continue;
+                complete = write(flash, image, kSecond) == static_cast<int>(image.size());
+                EXPECT_EQ(flash->release(flash), 0);
+                EXPECT_EQ(count("/dev/mtd/1 open rw"), count("/dev/mtd/1 close"));
             }
-            EXPECT_EQ(count("/dev/mtd/1 open rw"), count("/dev/mtd/1 close"));
-            flash = create();
-            EXPECT_EQ(write(flash, image, kSecond), static_cast<int>(image.size()));
-            flash->release(flash);
+            EXPECT_EQ(tries > 1, sim::journal().find("/dev/mtd") != std::string::npos &&
+                                     sim::journal().find("-> EIO") != std::string::npos &&
+                                     std::string(call).find("upgrade_ing") == std::string::npos);
             EXPECT_EQ(stored(store(1), 0, image.size()), image);
         }
     }
@@ -353,7 +352,7 @@ TEST(CoprocessorUpgrade, ShipsChecksummedFrames) {
     EXPECT_NEAR(sim::now() - before, 5, 0.001);
     EXPECT_TRUE(journal_follows({"/dev/misc/spi0 write 16: 00 00 00 02 64 00 00 00",
                                  "out \"======>: upgrade365 sucess: <========\\n\""}));
-    sim::run("spi0 ack 0");
+    sim::run("spi0 mute");
     const double unanswered = sim::now();
     EXPECT_EQ(upgrade(end), 16);
     EXPECT_NEAR(sim::now() - unanswered, 5 + 90 + 5, 0.001);

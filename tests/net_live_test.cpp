@@ -154,7 +154,8 @@ TEST_F(LiveNetwork, OneDefaultRouteOnly) {
     EXPECT_EQ(ip("route show default"), "default via 10.0.0.1 dev eth0 \n") << "nothing has changed";
     EXPECT_EQ(SetGateWay("eth2", "10.2.0.77"), 0);
     EXPECT_EQ(ip("route show default"), "default via 10.2.0.77 dev eth2 \n");
-    ip("link add ppp0 type dummy");
+    ip("link add ppp0 type veth peer name far");
+    ip("link set far up");
     ip("link set ppp0 up");
     EXPECT_EQ(SetGateWay("ppp0", "anything"), 0);
     EXPECT_EQ(ip("route show default"), "default dev ppp0 scope link \n");

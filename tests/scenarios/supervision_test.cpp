@@ -115,6 +115,12 @@ TEST(Heartbeat, AFileThatShrinksGoesOrComesAgainEndsNothing) {
     EXPECT_TRUE(deleted.journal.follows(reboot_from(83.2)));
 }
 
+TEST(WatchdogReset, ComesWhenNobodyFeedsIt) {
+    const auto run = run_sentrel(kTraffic + kEncodeBeats + kMediaGuardBeats + "wdt fed 40\n", 100);
+    EXPECT_EQ(run.status, kBoardReset);
+    EXPECT_TRUE(run.journal.follows({{65, "board reset watchdog"}})) << "25 s after the last feed";
+}
+
 // Whatever else is broken, the stall is noticed and the board comes back.
 TEST(Heartbeat, NoFaultOfAnotherDeviceStopsTheSupervision) {
     const char* const faults[] = {
