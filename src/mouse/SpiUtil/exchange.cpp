@@ -1,0 +1,106 @@
+// Requests and their answers, and what is made of them: power switches and shutdown.
+#include <algorithm>
+#include <iterator>
+#include <optional>
+
+#include "base/clock.h"
+#include "libmarl/mcu.h"
+#include "mouse/SpiUtil/common.h"
+#include "mouse/SpiUtil/ring.h"
+#include "mouse/SpiUtil/ring_table.h"
+
+namespace {
+
+using namespace marl;
+using spi_util::kSource;
+
+constexpr int kAnswerWaits = 300;
+constexpr uint32_t kSwitchSettlesMs = 1000;
+constexpr uint32_t kPowerSwitches[] = {18, 21, 23, 24, 25};
+
+constexpr uint8_t kSet = 0;
+constexpr uint8_t kQuery = 1;
+constexpr size_t kValueByte = 3;
+
+struct Frame {
+    Frame(uint32_t command, uint8_t operation, uint32_t value)
+        : bytes{0xA1, static_cast<uint8_t>(command), operation, static_cast<uint8_t>(value), 0, 0, 0x0A} {}
+
+    uint8_t bytes[MCU_FRAME_SIZE];
+};
+
+bool is_power_switch(uint32_t command) {
+    return std::find(std::begin(kPowerSwitches), std::end(kPowerSwitches), command) !=
+           std::end(kPowerSwitches);
+}
+
+// All `len` bytes or none: the count, -1 without a ring, nothing when they are not there yet.
+std::optional<int> take(uint32_t command, uint8_t* buf, uint32_t len) {
+    const spi_util::HeldRing ring(command);
+    if (!ring.exists()) return -1;
+    mcu_fifo& fifo = ring.get();
+    if (fifo_level(fifo) < len) return std::nullopt;
+    const uint32_t taken = fifo_get(fifo, buf, len);
+    if (fifo_level(fifo) == 0) fifo.in = fifo.out = 0;
+    return static_cast<int>(taken);
+}
+
+}  // namespace
+
+int get_spi_data(uint32_t cmd, uint8_t* buf, uint32_t len) {
+    if (buf == nullptr || len > MCU_RING_SIZE) return -1;
+    if (mcu_open() < 0) return -1;
+    for (int waits = 0;;) {
+        if (const auto taken = take(cmd, buf, len)) return *taken;
+        if (cmd != MCU_MOUSE && waits++ == kAnswerWaits) break;
+        sleep_ms(spi_util::kPollMs);
+    }
+    diag::error({kSource, "get_spi_data"}, "SPI_CMD: 0x%x  read timeout !!!\n", cmd);
+    return -1;
+}
+
+int mcu_send_frame(uint32_t, const uint8_t* frame) {
+    return mcu_write(frame, MCU_FRAME_SIZE) == MCU_FRAME_SIZE ? 0 : -1;
+}
+
+int mcu_transact(uint32_t cmd, uint8_t* frame) {
+    if (mcu_send_frame(cmd, frame) < 0) {
+        spi_util::report_assertion();
+        return -1;
+    }
+    return get_spi_data(cmd, frame, MCU_FRAME_SIZE) == MCU_FRAME_SIZE ? 0 : -1;
+}
+
+int mcu_query_status(uint32_t cmd, uint8_t* state) {
+    if (state == nullptr || !is_power_switch(cmd)) return -1;
+    Frame frame(cmd, kQuery, 0);
+    if (mcu_transact(cmd, frame.bytes) < 0) return -1;
+    *state = frame.bytes[kValueByte];
+    return 0;
+}
+
+int PowerControl(uint32_t cmd, uint32_t on) {
+    if (!is_power_switch(cmd) || on > 1) return -1;
+    const Frame set(cmd, kSet, on);
+    if (mcu_send_frame(cmd, set.bytes) < 0) {
+        diag::error({kSource, "PowerControl"}, "Send CMD2SPI to mcu fail!\n");
+        return -1;
+    }
+    sleep_ms(kSwitchSettlesMs);
+    uint8_t state = 0;
+    if (mcu_query_status(cmd, &state) < 0) {
+        diag::error({kSource, "PowerControl"}, "Set and QueryStatus fail!\n");
+        return -1;
+    }
+    if (state != on) {
+        diag::error({kSource, "PowerControl"}, "Set CMD:0x%x fail!\n", cmd);
+        return -1;
+    }
+    diag::out("[libmarl] Set CMD:0x%x *************************success\n\n", cmd);
+    return 0;
+}
+
+int mcu_shutdown() {
+    const Frame shutdown(MCU_SHUTDOWN, kSet, 0);
+    return mcu_write(shutdown.bytes, sizeof shutdown.bytes);
+}
