@@ -12,7 +12,7 @@ namespace marl {
 void copy_text(char* out, size_t size, std::string_view text) {
     if (size == 0) return;
     const size_t length = std::min(text.size(), size - 1);
-    memcpy(out, text.data(), length);
+    std::copy_n(text.data(), length, out);
     out[length] = '\0';
 }
 

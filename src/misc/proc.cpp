@@ -37,7 +37,7 @@ int read_proc_field(const char* path, const char* key, std::span<char> token, st
         const char* found = strstr(line, key);
         if (found == nullptr) continue;
         const std::string_view value = rest_of(found, key_length + 1);
-        memcpy(raw.data(), value.data(), std::min(value.size(), raw.size()));
+        std::copy_n(value.data(), std::min(value.size(), raw.size()), raw.data());
         copy_text(token.data(), token.size(), first_word(value));
         return 0;
     }
