@@ -17,15 +17,12 @@ __attribute__((weak)) void __tsan_acquire(void* address);
 __attribute__((weak)) void __tsan_release(void* address);
 }
 
-// void call_on(char* stack_top, void (*function)(void*), void* argument)
+// void call_on(char* stack_top, void (*function)(void*), void* argument), for x86-64 and for 32-bit ARM.
+asm(".text; .globl call_on; .hidden call_on; call_on:");
 #if defined(__x86_64__)
-asm(".text\n.globl call_on\n.hidden call_on\ncall_on: push %rbx\n mov %rsp, %rbx\n mov %rdi, %rsp\n mov "
-    "%rdx, %rdi\n call *%rsi\n"
-    "mov %rbx, %rsp\n pop %rbx\n ret");
+asm("push %rbx; mov %rsp, %rbx; mov %rdi, %rsp; mov %rdx, %rdi; call *%rsi; mov %rbx, %rsp; pop %rbx; ret");
 #else
-asm(".text\n.globl call_on\n.hidden call_on\ncall_on: push {r4, lr}\n mov r4, sp\n mov sp, r0\n mov r0, r2\n "
-    "blx r1\n mov sp, r4\n pop {r4, "
-    "pc}");
+asm("push {r4, lr}; mov r4, sp; mov sp, r0; mov r0, r2; blx r1; mov sp, r4; pop {r4, pc}");
 #endif
 
 namespace sim::clone_task {

@@ -49,41 +49,35 @@ Result call(Body body) {
     return -1;
 }
 
+// Beside opening and writing, what changes files.
+bool is_change(const char* op) {
+    return strcmp(op, "ftruncate") == 0 || strcmp(op, "unlink") == 0 || strcmp(op, "rename") == 0;
+}
+
 template <class Body>
 int64_t unless_faulty(const char* what, const char* op, Body body) {
     const int64_t fault = script::fault_of(what, op);
-    return fault < 0 ? fault : or_errno(body());
+    if (fault < 0) return fault;
+    if (is_change(op)) script::count_change();
+    return or_errno(body());
+}
+
+// How much of size passes: a fault that is no error number is a number of bytes.
+size_t bounded(size_t size, int64_t fault) {
+    return fault >= 0 && static_cast<uint64_t>(fault) < size ? static_cast<size_t>(fault) : size;
 }
 
 // --- Files and devices
 
-int64_t do_open(const char* path, int flags, mode_t mode) {
-    ++opens;
-    char there[board::kPathSize];
-    if (board::place(path, there) == nullptr) return or_errno(real.open(path, flags, mode));
-    const int64_t result = unless_faulty(path, "open", [&] {
-        if ((flags & (O_CREAT | O_TRUNC)) != 0) script::count_change();
-        return real.open(there, flags, mode);
-    });
-    if (result >= 0) board::track(static_cast<int>(result), path);
-    static constexpr const char* kAccess[] = {"r", "w", "rw", ""};
-    Line line(path);
-    line.add(" open %s%s", kAccess[flags & O_ACCMODE], (flags & O_CREAT) != 0 ? " create" : "");
-    line.add("%s%s", (flags & O_TRUNC) != 0 ? " trunc" : "", (flags & O_APPEND) != 0 ? " append" : "");
-    line.failure(result);
-    return result;
-}
-
 int64_t console(const char* who, const void* data, size_t size, int fd) {
     const int64_t fault = script::fault_of(who, "write");
-    size = std::min<uint64_t>(size, static_cast<uint64_t>(fault));
+    size = bounded(size, fault);
     const int64_t result = fault < 0 ? fault : or_errno(real.write(fd, data, size));
     Line(who).quoted(static_cast<const char*>(data), size).failure(result);
     return result;
 }
 
-// A read or write of a descriptor of the board: faults, then the model or the real file. A fault that is no
-// error number is the number of bytes that pass.
+// A read or write of a descriptor of the board: faults, then the model or the real file.
 template <class Kernel>
 int64_t transfer(const OpenFile& file, const char* op, void* data, size_t size, Kernel kernel) {
     const bool reading = op[0] == 'r';
@@ -91,7 +85,7 @@ int64_t transfer(const OpenFile& file, const char* op, void* data, size_t size, 
     const unsigned address = size > 0 ? *static_cast<uint8_t*>(data) : 0;
     const int64_t fault = script::fault_of(file.name, op);
     if (fault >= 0 && !reading && file.model->lasting) script::count_change();
-    size = std::min<uint64_t>(size, static_cast<uint64_t>(fault));
+    size = bounded(size, fault);
     const int64_t result = fault < 0          ? fault
                            : model != nullptr ? model(static_cast<uint8_t*>(data), size)
                                               : or_errno(kernel(size));
@@ -116,31 +110,15 @@ ssize_t do_transfer(const char* op, int fd, const void* data, size_t size, Kerne
     });
 }
 
-int64_t do_ioctl(int fd, uint32_t request, void* argument) {
-    const OpenFile* file = board::tracked(fd);
-    // A local socket would do to reach the machine's network.
-    if (file == nullptr && request >> 8 == 0x89 && !devices::state.network) return -EAFNOSUPPORT;
-    if (file == nullptr) return or_errno(real.ioctl(fd, request, argument));
-    Line line(file->name);
-    line.add(" ioctl 0x%x", request);
-    const int64_t fault = script::fault_of(file->name, "ioctl", request);
-    const int64_t result = fault < 0 ? fault : devices::control(*file->model, fd, request, argument, line);
-    line.failure(result);
-    return result;
-}
-
 // A call on a descriptor that is journaled as its name and one number.
 template <class Result = int, class Kernel>
 Result on_file(const char* op, int fd, int64_t number, Kernel kernel) {
     return call<Result>([&]() -> int64_t {
         const OpenFile* file = board::tracked(fd);
         if (file == nullptr) return or_errno(kernel());
-        const int64_t result = unless_faulty(file->name, op, [&] {
-            if (op[0] == 'f') script::count_change();
-            return kernel();
-        });
+        const int64_t result = unless_faulty(file->name, op, kernel);
         Line(file->name)
-            .add(" %s %lld", op[0] == 'l' ? "seek" : op, static_cast<long long>(number))
+            .add(" %s %lld", strcmp(op, "lseek") == 0 ? "seek" : op, static_cast<long long>(number))
             .failure(result);
         return result;
     });
@@ -151,25 +129,10 @@ int by_path(const char* op, const char* path, Kernel kernel) {
     return call([&]() -> int64_t {
         char there[board::kPathSize];
         if (board::place(path, there) == nullptr) return or_errno(kernel(path));
-        const int64_t result = unless_faulty(path, op, [&] {
-            if (strcmp(op, "unlink") == 0 || strcmp(op, "rename") == 0) script::count_change();
-            return kernel(there);
-        });
+        const int64_t result = unless_faulty(path, op, [&] { return kernel(there); });
         Line(path).add(" %s", op).failure(result);
         return result;
     });
-}
-
-int64_t do_socket(int domain, int type, int protocol) {
-    if (domain == AF_UNIX) return or_errno(real.socket(domain, type, protocol));
-    const int64_t result = unless_faulty("socket", "open", [&] {
-        if (devices::state.network) return real.socket(domain, type, protocol);
-        errno = EAFNOSUPPORT;
-        return -1;
-    });
-    if (result >= 0) board::track(static_cast<int>(result), "socket");
-    Line("socket").add(" open %s", domain == AF_PACKET ? "packet" : "inet").failure(result);
-    return result;
 }
 
 // --- Time, threads, the machine itself
@@ -181,18 +144,6 @@ int do_sleep(int64_t duration) {
             return 0;
         });
     });
-}
-
-int do_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument) {
-    // Threads that are none of the program's; the thread sanitizer's own comes without attributes.
-    if (clone_task::making_thread() || (clock::under_thread_sanitizer() && attributes == nullptr)) {
-        return real.pthread_create(thread, attributes, start, argument);
-    }
-    const int64_t fault = script::fault_of("thread", "pthread_create");
-    const int error =
-        fault < 0 ? static_cast<int>(-fault) : clock::create(thread, attributes, start, argument);
-    Line("thread").add(" start").failure(-error);
-    return error;
 }
 
 // The thread sanitizer's clone() makes its child as fork() does, which is wrong for a thread: past its
@@ -209,15 +160,6 @@ void unwrap(int (*&function)(void*), void*& argument) {
     const Wrapped wrapped = *static_cast<Wrapped*>(argument);
     function = wrapped.function;
     argument = wrapped.argument;
-}
-
-int64_t do_clone(int (*function)(void*), void* stack, int flags, void* argument) {
-    if ((flags & CLONE_VM) == 0) return or_errno(real.clone(function, stack, flags, argument));
-    const int64_t fault = script::fault_of("clone", "clone");
-    if (fault >= 0) unwrap(function, argument);
-    const int64_t result = fault < 0 ? fault : clone_task::create(function, stack, flags, argument);
-    Line("clone").add(" task").failure(result);
-    return result;
 }
 
 int recorded(const char* what, int error = 0) {
@@ -256,7 +198,22 @@ EXPORT int open(const char* path, int flags, ...) {
     va_start(arguments, flags);
     const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
-    return call([&] { return do_open(path, flags, mode); });
+    return call([&]() -> int64_t {
+        ++opens;
+        char there[board::kPathSize];
+        if (board::place(path, there) == nullptr) return or_errno(real.open(path, flags, mode));
+        const int64_t result = unless_faulty(path, "open", [&] {
+            if ((flags & (O_CREAT | O_TRUNC)) != 0) script::count_change();
+            return real.open(there, flags, mode);
+        });
+        if (result >= 0) board::track(static_cast<int>(result), path);
+        static constexpr const char* kAccess[] = {"r", "w", "rw", ""};
+        Line line(path);
+        line.add(" open %s%s", kAccess[flags & O_ACCMODE], (flags & O_CREAT) != 0 ? " create" : "");
+        line.add("%s%s", (flags & O_TRUNC) != 0 ? " trunc" : "", (flags & O_APPEND) != 0 ? " append" : "");
+        line.failure(result);
+        return result;
+    });
 }
 
 EXPORT int close(int fd) {
@@ -282,12 +239,25 @@ TRANSFER(sendto, "sendto",
 // What the C library's checking headers may make of open().
 EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
 
-EXPORT int ioctl(int fd, unsigned long request, ...) noexcept {
+EXPORT int ioctl(int fd, unsigned long number, ...) noexcept {
+    const auto request = static_cast<uint32_t>(number);
     va_list arguments;
-    va_start(arguments, request);
+    va_start(arguments, number);
     void* argument = va_arg(arguments, void*);
     va_end(arguments);
-    return call([&] { return do_ioctl(fd, static_cast<uint32_t>(request), argument); });
+    return call([&]() -> int64_t {
+        const OpenFile* file = board::tracked(fd);
+        // A local socket would do to reach the machine's network.
+        if (file == nullptr && request >> 8 == 0x89 && !devices::state.network) return -EAFNOSUPPORT;
+        if (file == nullptr) return or_errno(real.ioctl(fd, request, argument));
+        Line line(file->name);
+        line.add(" ioctl 0x%x", request);
+        const int64_t fault = script::fault_of(file->name, "ioctl", request);
+        const int64_t result =
+            fault < 0 ? fault : devices::control(*file->model, fd, request, argument, line);
+        line.failure(result);
+        return result;
+    });
 }
 
 #define DESCRIPTOR_CALL(type, name, number, parameters, arguments)                    \
@@ -317,7 +287,18 @@ EXPORT void* mmap(void* at, size_t size, int protection, int flags, int fd, off_
 }
 
 EXPORT int socket(int domain, int type, int protocol) noexcept {
-    return call([&] { return do_socket(domain, type, protocol); });
+    return call([&]() -> int64_t {
+        if (domain == AF_UNIX) return or_errno(real.socket(domain, type, protocol));
+        const int64_t result = unless_faulty("socket", "open", [&] {
+            if (devices::state.network) return real.socket(domain, type, protocol);
+            errno = EAFNOSUPPORT;
+            return -1;
+        });
+        if (result >= 0) board::track(static_cast<int>(result), "socket");
+        const char* name = domain == AF_INET ? "inet" : domain == AF_PACKET ? "packet" : "other";
+        Line("socket").add(" open %s", name).failure(result);
+        return result;
+    });
 }
 
 // --- Paths
@@ -353,7 +334,17 @@ EXPORT int usleep(useconds_t micros) { return do_sleep(int64_t{micros} * 1000); 
 
 EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                           void* argument) noexcept {
-    return static_cast<int>(aside([&] { return do_create(thread, attributes, start, argument); }));
+    return static_cast<int>(aside([&]() -> int64_t {
+        // Threads that are none of the program's; the thread sanitizer's own comes without attributes.
+        if (clone_task::making_thread() || (clock::under_thread_sanitizer() && attributes == nullptr)) {
+            return real.pthread_create(thread, attributes, start, argument);
+        }
+        const int64_t fault = script::fault_of("thread", "pthread_create");
+        const int error =
+            fault < 0 ? static_cast<int>(-fault) : clock::create(thread, attributes, start, argument);
+        Line("thread").add(" start").failure(-error);
+        return error;
+    }));
 }
 
 EXPORT int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
@@ -368,7 +359,14 @@ EXPORT int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
 }
 
 EXPORT int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) noexcept {
-    return call([&] { return do_clone(function, stack, flags, argument); });
+    return call([&]() -> int64_t {
+        if ((flags & CLONE_VM) == 0) return or_errno(real.clone(function, stack, flags, argument));
+        const int64_t fault = script::fault_of("clone", "clone");
+        if (fault >= 0) unwrap(function, argument);
+        const int64_t result = fault < 0 ? fault : clone_task::create(function, stack, flags, argument);
+        Line("clone").add(" task").failure(result);
+        return result;
+    });
 }
 
 // --- The machine itself

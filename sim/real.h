@@ -18,19 +18,13 @@
 #include <cstdlib>
 #include <cstring>
 
-#define SIM_REAL_FUNCTIONS(X)                                                                               \
-    X(open)                                                                                                 \
-    X(close)                                                                                                \
-    X(read)                                                                                                 \
-    X(pread)                                                                                                \
-    X(write)                                                                                                \
-    X(pwrite)                                                                                               \
-    X(ioctl)                                                                                                \
-    X(lseek)                                                                                                \
-    X(mmap64)                                                                                               \
-    X(ftruncate) X(stat) X(access) X(unlink) X(rename) X(mkdir) X(socket) X(sendto) X(setsockopt) X(select) \
-        X(clock_nanosleep) X(syscall) X(clone) X(execve) X(pthread_create) X(pthread_mutex_lock)            \
-            X(pthread_mutex_trylock) X(pthread_mutex_unlock)
+// clang-format off
+#define SIM_REAL_FUNCTIONS(X) \
+    X(open) X(close) X(read) X(pread) X(write) X(pwrite) X(ioctl) X(lseek) X(mmap64) X(ftruncate) \
+    X(stat) X(access) X(unlink) X(rename) X(mkdir) X(socket) X(sendto) X(setsockopt) X(select) \
+    X(clock_nanosleep) X(syscall) X(clone) X(execve) X(pthread_create) X(pthread_mutex_lock) \
+    X(pthread_mutex_trylock) X(pthread_mutex_unlock)
+// clang-format on
 
 namespace sim {
 

@@ -155,10 +155,11 @@ bool do_short_env(Words& words) { return put(kEnvironment, 0, "", 0) && resize(k
 // A first place and the bytes from there on.
 template <size_t kSize>
 bool put_bytes(Words& words, uint8_t (&bytes)[kSize], int base) {
-    for (size_t at = words.number(); words.more(); ++at) {
+    size_t at = words.number();
+    do {
         if (at >= kSize) return false;
-        bytes[at] = static_cast<uint8_t>(words.number(base));
-    }
+        bytes[at++] = static_cast<uint8_t>(words.number(base));
+    } while (words.more());
     return true;
 }
 
@@ -212,7 +213,7 @@ bool do_fault(Words& words) {
     const int numbers = sscanf(range, "%u..%u", &fault.from, &fault.to);
     if (numbers == 1) fault.to = strchr(range, '+') != nullptr ? UINT_MAX : fault.from;
     fault.effect = words.is("short") ? static_cast<int64_t>(words.number()) : error_named(words.next());
-    return numbers >= 1 && fault.effect != kNoFault && faults.add(fault);
+    return numbers >= 1 && fault.from > 0 && fault.effect != kNoFault && faults.add(fault);
 }
 
 bool do_beat(Words& words) {
