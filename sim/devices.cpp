@@ -26,9 +26,7 @@ uint32_t get_u32(const void* from, size_t offset = 0) {
 // --- Reads and writes
 
 int64_t refuse(uint8_t*, size_t) { return -EINVAL; }
-int64_t no_data(uint8_t*, size_t) { return -EAGAIN; }
 int64_t take_two(uint8_t*, size_t size) { return size == 2 ? 2 : -EINVAL; }
-int64_t take_all(uint8_t*, size_t size) { return static_cast<int64_t>(size); }
 
 int64_t cmos_read(uint8_t* data, size_t size) {
     const size_t offset = size > 0 ? data[0] : 0;
@@ -89,7 +87,7 @@ constexpr Model kModels[] = {
     {"/dev/misc/gpio", true, false, "line", gpio_read, gpio_write},
     {"/dev/misc/gio_expd_in", true, false, nullptr, expander_read, refuse},
     {"/dev/misc/gio_expander", true, false, nullptr, refuse, take_two},
-    {"/dev/mcu", false, false, nullptr, no_data, take_all},
+    {"/dev/mcu", false, false, nullptr, mcu::read, mcu::write},
     {"/dev/misc/spi0", false, false, nullptr, refuse, take_frame},
     {"/dev/misc/spi1", false, true, nullptr, nullptr, nullptr},
     {"/dev/davinci_vpfe", false, false, nullptr, refuse, refuse},
@@ -261,6 +259,7 @@ int64_t control(const Model& model, int descriptor, uint32_t request, void* argu
 
 void reset() {
     state = State{};
+    mcu::reset();
     memset(state.levels, 1, sizeof state.levels);
     memset(state.outputs, 1, sizeof state.outputs);
     for (const Model& model : kModels) {

@@ -3,6 +3,7 @@
 
 #include "clock.h"
 #include "journal.h"
+#include "words.h"
 
 namespace sim::devices {
 
@@ -49,5 +50,13 @@ extern State state;
 
 constexpr const char* kCmosFile = "/.cmos";
 bool save_cmos();
+
+namespace mcu {
+void reset();
+bool say(Words& words);     // HEX...: at once
+bool answer(Words& words);  // COMMAND OPERATION HEX...: to each such frame from now on
+int64_t read(uint8_t* data, size_t size);
+int64_t write(uint8_t* data, size_t size);
+}  // namespace mcu
 
 }  // namespace sim::devices

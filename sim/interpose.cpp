@@ -14,6 +14,7 @@
 #include "real.h"
 #include "script.h"
 #include "sim.h"
+#include "uevent.h"
 
 #define EXPORT extern "C" SIM_EXPORT
 
@@ -269,6 +270,11 @@ DESCRIPTOR_CALL(int, ftruncate, size, (int fd, off_t size), (fd, size))
 DESCRIPTOR_CALL(int, setsockopt, option, (int fd, int level, int option, const void* value, socklen_t size),
                 (fd, level, option, value, size))
 
+EXPORT int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
+    return on_file("bind", fd, address->sa_family,
+                   [&] { return uevent::is_open(fd) ? 0 : real.bind(fd, address, length); });
+}
+
 // Also called by sanitizers before anything else is there.
 EXPORT void* mmap64(void* at, size_t size, int protection, int flags, int fd, off64_t offset) noexcept {
     find_real_functions();
@@ -290,12 +296,13 @@ EXPORT int socket(int domain, int type, int protocol) noexcept {
     return call([&]() -> int64_t {
         if (domain == AF_UNIX) return or_errno(real.socket(domain, type, protocol));
         const int64_t result = unless_faulty("socket", "open", [&] {
+            if (domain == AF_NETLINK) return uevent::open();
             if (devices::state.network) return real.socket(domain, type, protocol);
             errno = EAFNOSUPPORT;
             return -1;
         });
         if (result >= 0) board::track(static_cast<int>(result), "socket");
-        const char* name = domain == AF_INET ? "inet" : domain == AF_PACKET ? "packet" : "other";
+        const char* name = domain == AF_INET ? "inet" : domain == AF_PACKET ? "packet" : "netlink";
         Line("socket").add(" open %s", name).failure(result);
         return result;
     });
@@ -308,9 +315,19 @@ EXPORT int socket(int domain, int type, int protocol) noexcept {
         return by_path(#name, path, [&](const char* there) { return real.name arguments; }); \
     }
 PATH_CALL(stat, (const char* path, struct stat* out), (there, out))
+PATH_CALL(lstat, (const char* path, struct stat* out), (there, out))
 PATH_CALL(access, (const char* path, int mode), (there, mode))
 PATH_CALL(mkdir, (const char* path, mode_t mode), (there, mode))
 PATH_CALL(unlink, (const char* path), (there))
+
+EXPORT DIR* opendir(const char* path) {
+    DIR* directory = nullptr;
+    by_path("opendir", path, [&](const char* there) {
+        directory = real.opendir(there);
+        return directory != nullptr ? 0 : -1;
+    });
+    return directory;
+}
 
 EXPORT int rename(const char* path, const char* to) noexcept {
     char target[board::kPathSize];

@@ -7,6 +7,7 @@
 #include "board.h"
 #include "devices.h"
 #include "real.h"
+#include "uevent.h"
 #include "words.h"
 
 namespace sim::script {
@@ -128,6 +129,11 @@ bool put_text(Words& words, int flags, bool newline) {
     return put(path, flags, text, size);
 }
 
+bool do_uevent(Words& words, size_t size) {
+    char* text = words.rest();
+    return uevent::send(text, unescape(text), size);
+}
+
 bool do_word(Words& words) {
     const char* path = words.next();
     const uint32_t value = words.number();
@@ -245,6 +251,8 @@ constexpr Verb kVerbs[] = {
     {"envimage short:", do_short_env},
     {"file", [](Words& words) { return put_text(words, O_APPEND, true); }},
     {"file!", [](Words& words) { return put_text(words, O_TRUNC, false); }},
+    {"uevent padded:", [](Words& words) { return do_uevent(words, words.number()); }},
+    {"uevent", [](Words& words) { return do_uevent(words, 0); }},
     {"word", do_word},
     {"truncate", do_truncate},
     {"delete", [](Words& words) { return remove_file(words.next()); }},
@@ -255,6 +263,8 @@ constexpr Verb kVerbs[] = {
     {"spi0 version", do_version},
     {"spi0 acks", do_acks},
     {"spi0 mute", [](Words&) { return !(state.acknowledges = false); }},
+    {"mcu say", devices::mcu::say},
+    {"mcu answer", devices::mcu::answer},
     {"wdt fed", [](Words& words) { return (state.fed_until = words.seconds()) >= 0; }},
     {"fpga id", nullptr, &state.fpga_id},
     {"command", do_command},

@@ -1,0 +1,26 @@
+// The models that matter to the modem beyond its supply: boards with a USB hub of their own, and boards whose
+// known modems need a longer time without power.
+#pragma once
+
+#include <algorithm>
+
+#include "misc/ver/catalogue.h"
+
+namespace marl::modem_models {
+
+using catalogue::Group;
+
+inline constexpr Group kHubBoards[] = {Group(catalogue::kModulePair, 1), catalogue::kKa2,
+                                       catalogue::kHubModels, catalogue::kKbA};
+
+inline constexpr Group kSlowToReset[] = {catalogue::kFirstPair, catalogue::kRefused, catalogue::kKl7Group,
+                                         Group(catalogue::kSecondPair, 1)};
+
+inline bool is_among(std::span<const Group> groups) {
+    return std::any_of(groups.begin(), groups.end(), catalogue::is_model_of);
+}
+
+// On this board the modem is on either port of the hub.
+inline bool has_modem_on_any_port() { return catalogue::is_model_of(catalogue::kKbA); }
+
+}  // namespace marl::modem_models

@@ -1,0 +1,38 @@
+#include "helpers/usb_list.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "sim.h"
+
+namespace usb_list {
+
+std::string block(const Device& device) {
+    char text[1024];
+    snprintf(text, sizeof text,
+             "T:  Bus=01 Lev=%02d Prnt=00 Port=%02d Cnt=01 Dev#=  2 Spd=480 MxCh= 0\n"
+             "D:  Ver= 2.00 Cls=00(>ifc ) Sub=00 Prot=00 MxPS=64 #Cfgs=  1\n"
+             "P:  Vendor=%s ProdID=%s Rev= 1.00\n",
+             device.level, device.port, device.vendor, device.product_id);
+    std::string all = text;
+    if (device.manufacturer != nullptr) {
+        all += std::string("S:  Manufacturer=") + device.manufacturer + "\nS:  Product=HSPA modem\n";
+    }
+    return all +
+           "C:* #Ifs= 1 Cfg#= 1 Atr=e0 MxPwr=500mA\n"
+           "I:* If#= 0 Alt= 0 #EPs= 3 Cls=ff(vend.) Sub=ff Prot=ff Driver=" +
+           device.driver +
+           "\n"
+           "E:  Ad=81(I) Atr=03(Int.) MxPS=  16 Ivl=2ms\n";
+}
+
+void write_file(const std::string& path, std::string_view text) {
+    const std::filesystem::path there = sim::root() + path;
+    std::filesystem::create_directories(there.parent_path());
+    std::ofstream(there, std::ios::binary) << text;
+}
+
+void put(std::string_view list) { write_file("/proc/bus/usb/devices", list); }
+
+}  // namespace usb_list

@@ -1,0 +1,499 @@
+// The microcontroller link from its bytes to its calls, and the halt and the signal output that stand on it.
+#include <libmarl/halt.h>
+#include <libmarl/hwinfo.h>
+#include <libmarl/mcu.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "helpers/scenario.h"
+#include "mouse/SpiUtil/frame_assembler.h"
+#include "mouse/SpiUtil/ring.h"
+#include "mouse/SpiUtil/ring_table.h"
+#include "sim.h"
+
+namespace {
+
+using namespace marl;
+using scenario::journal_follows;
+using spi_util::FrameAssembler;
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint8_t kFiller = 0xFF;
+
+std::string hex(const Bytes& bytes) {
+    std::string text;
+    char byte[4];
+    for (const unsigned each : bytes) {
+        snprintf(byte, sizeof byte, "%02x ", each);
+        text += byte;
+    }
+    return text;
+}
+
+void load(const std::string& script) { sim::load(("present /dev/mcu\n" + script).c_str()); }
+
+size_t times(const char* start) { return scenario::Journal(sim::journal()).count(start); }
+
+bool seen(const char* text) { return sim::journal().find(text) != std::string::npos; }
+
+// An ERROR line of a function, whatever its line number.
+bool printed_error(const std::string& function, const std::string& text) {
+    const std::string start = "out \"\\e[0;32;31m[libmarl] ERROR (src/mouse/SpiUtil|" + function + "|";
+    for (const auto& line : scenario::Journal(sim::journal()).all(start)) {
+        const size_t number = line.text.find_first_not_of("0123456789", start.size());
+        if (line.text.substr(number) == ")" + text + "\\n\\e[m\"") return true;
+    }
+    return false;
+}
+
+void say(const Bytes& bytes) { sim::run(("mcu say " + hex(bytes)).c_str()); }
+
+Bytes report(uint8_t command, uint8_t value) { return {0xA0, command, 0, value, 0, 0, 0x0A, kFiller}; }
+
+// Runs all bodies at once, on threads of the simulated board. They are waited for asleep: a thread that only
+// joins would keep the board's time from going on.
+void run_together(const std::vector<std::function<void()>>& bodies) {
+    std::atomic<size_t> over{0};
+    struct Task {
+        std::function<void()> body;
+        std::atomic<size_t>& over;
+        pthread_t thread;
+    };
+    std::deque<Task> tasks;
+    pthread_attr_t attributes;  // tell these threads from a sanitizer's
+    pthread_attr_init(&attributes);
+    for (const auto& body : bodies) {
+        Task& task = tasks.emplace_back(Task{body, over, {}});
+        const auto start = [](void* self) -> void* {
+            static_cast<Task*>(self)->body();
+            ++static_cast<Task*>(self)->over;
+            return nullptr;
+        };
+        ASSERT_EQ(pthread_create(&task.thread, &attributes, start, &task), 0);
+    }
+    while (over < bodies.size()) usleep(10'000);
+    for (const Task& task : tasks) pthread_join(task.thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+// ---- The assembler: frames as hex, "long!" and "late!" for those given up
+
+std::string assembled(const Bytes& stream) {
+    FrameAssembler assembler;
+    std::string found;
+    for (const uint8_t byte : stream) {
+        const auto event = assembler.feed(byte);
+        if (event == FrameAssembler::Event::TooLong) found += "long! ";
+        if (event == FrameAssembler::Event::EndedLate) found += "late! ";
+        if (event == FrameAssembler::Event::Frame)
+            found += hex({assembler.frame().begin(), assembler.frame().end()});
+    }
+    return found;
+}
+
+TEST(Assembler, FindsFramesBetweenEverythingElse) {
+    const std::pair<Bytes, const char*> cases[] = {
+        {{1, 0x0A, 0xA0, 6, 1, 2, 3, 4, 0x0A, 0x0A, 9}, "a0 06 01 02 03 04 0a "},
+        {{0xA0, 0x0A, 0x0A, 0x0A, 0x0A, 0x0A, 0x0A}, "a0 0a 0a 0a 0a 0a 0a "},
+        {{0xA0, 0xA0, 0xA0, 0xA0, 0xA0, 0xA0, 0x0A}, "a0 a0 a0 a0 a0 a0 0a "},
+        {{0xA0, 6, 1, 2, 3, 4, 5, 0x0A, 0xA0, 6, 1, 2, 3, 4, 0x0A}, "late! a0 06 01 02 03 04 0a "},
+        {{0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 0x0A}, "late! "},
+        {{0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 6, 0x0A}, "long! "},
+        {Bytes(100, kFiller), ""},
+    };
+    for (const auto& [stream, found] : cases) {
+        EXPECT_EQ(assembled(stream), found);
+        Bytes filled;
+        for (const uint8_t byte : stream) filled.insert(filled.end(), {kFiller, byte, kFiller});
+        EXPECT_EQ(assembled(filled), found) << "filler everywhere";
+    }
+}
+
+// The rules read over a whole stream at once, frame by frame.
+std::string expected(const Bytes& stream) {
+    std::string found;
+    auto at = stream.begin();
+    while ((at = std::find(at, stream.end(), 0xA0)) != stream.end()) {
+        Bytes frame;
+        bool ended = false;
+        for (; at != stream.end() && !ended && frame.size() < 16; ++at) {
+            if (*at == kFiller) continue;
+            ended = *at == 0x0A && frame.size() >= 6;
+            frame.push_back(*at);
+        }
+        if (ended) found += frame.size() == 7 ? hex(frame) : "late! ";
+        if (!ended && frame.size() == 16) found += "long! ";
+    }
+    return found;
+}
+
+TEST(Assembler, ReadsAnyStreamByTheRules) {
+    std::mt19937 random(20260101);
+    const auto below = [&](unsigned limit) { return static_cast<uint8_t>(random() % limit); };
+    constexpr uint8_t kTelling[] = {0xA0, 0x0A, kFiller, 6};
+    for (int run = 0; run < 3000; ++run) {
+        Bytes stream;
+        Bytes sent;
+        const bool noisy = run % 2 != 0;
+        while (stream.size() < 120) {
+            for (unsigned i = below(4); i > 0; --i) stream.push_back(kFiller);
+            for (unsigned i = below(20); noisy && i > 0; --i)
+                stream.push_back(below(2) != 0 ? kTelling[below(4)] : below(256));
+            Bytes frame = {0xA0, below(26), below(255), below(255), below(255), below(255), 0x0A};
+            sent.insert(sent.end(), frame.begin(), frame.end());
+            for (const uint8_t byte : frame) {
+                stream.push_back(byte);
+                if (below(4) == 0) stream.push_back(kFiller);
+            }
+        }
+        ASSERT_EQ(assembled(stream), noisy ? expected(stream) : hex(sent)) << hex(stream);
+    }
+}
+
+TEST(Ring, IsAQueueAcrossItsEndAndTheCounters) {
+    std::mt19937 random(7);
+    auto fifo = std::make_unique<mcu_fifo>();
+    fifo->in = fifo->out = UINT32_MAX - 20'000;
+    std::deque<uint8_t> queue;
+    uint8_t data[5000];
+    while (fifo->out - 20'000 > 20'000) {  // until well past the wrap
+        const auto put = static_cast<uint32_t>(random() % sizeof data);
+        for (uint32_t i = 0; i < put; ++i) data[i] = static_cast<uint8_t>(random());
+        const uint32_t stored = fifo_put(*fifo, data, put);
+        ASSERT_EQ(stored, std::min<size_t>(put, MCU_RING_SIZE - queue.size()));
+        queue.insert(queue.end(), data, data + stored);
+        const auto get = static_cast<uint32_t>(random() % sizeof data);
+        const uint32_t taken = fifo_get(*fifo, data, get);
+        ASSERT_EQ(taken, std::min<size_t>(get, queue.size()));
+        ASSERT_TRUE(std::equal(data, data + taken, queue.begin()));
+        queue.erase(queue.begin(), queue.begin() + taken);
+    }
+}
+
+// ---- The link
+
+TEST(Link, FramesCrossReadsAndBlocksAtEveryPosition) {
+    load("fault /dev/mcu read 120+ short 3");
+    mouse_client client{};
+    ASSERT_EQ(mouse_open(&client), 0);
+    for (uint8_t before = 0; before <= 9; ++before) {
+        Bytes stream(before, kFiller);
+        stream.insert(stream.end(), {0xA0, MCU_MOUSE, 0x0A, before, 0x0A, 0x0A, 0x0A});
+        stream.resize(16, kFiller);
+        say({stream.begin(), stream.begin() + 8});
+        usleep(250'000);
+        say({stream.begin() + 8, stream.end()});
+        mcu_mouse_report got{};
+        ASSERT_EQ(get_mouse_report(&got), 0) << int{before};
+        EXPECT_EQ(got.key, 0x81);
+        EXPECT_EQ(got.x, 0x0A00 + before);
+        EXPECT_EQ(got.y, 0x0A0A);
+    }
+    EXPECT_TRUE(journal_follows({"out \"x:2560,y:2570,key:81\\n\"", "/dev/mcu read 3: "}));
+}
+
+TEST(Link, UnknownCommandsAndBrokenFramesAreDropped) {
+    load("");
+    EXPECT_EQ(initSpiUtilDev(26), nullptr);
+    EXPECT_EQ(deinitSpiUtilDev(26), -1);
+    ASSERT_NE(initSpiUtilDev(MCU_MOUSE_ALTERNATE), nullptr);
+    EXPECT_EQ(initSpiUtilDev(MCU_MOUSE), initSpiUtilDev(MCU_MOUSE_ALTERNATE));
+    ASSERT_GT(mcu_open(), 0);
+    for (const uint8_t command : Bytes{26, 255, 18, 5}) say(report(command, 1));
+    say({0xA0, 6, 1, 1, 1, 1, 1, 0x0A, 0xA0, 6, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1});
+    say({0xA0, MCU_MOUSE_ALTERNATE, 0x12, 0x34, kFiller, 0x56, kFiller, 0x78, 0x0A});
+    say(Bytes(7, kFiller));
+    mcu_mouse_report got{};
+    EXPECT_EQ(get_mouse_report(&got), 0);
+    EXPECT_EQ(got.key, 0x80);
+    EXPECT_EQ(got.x, 0x1234);
+    EXPECT_EQ(got.y, 0x5678);
+    EXPECT_TRUE(journal_follows({"out \"--Assert(File:src/mouse/SpiUtil::Line:",
+                                 "out \"\\e[0;35m[libmarl] PID (thread_spi_read |pid = "}));
+    EXPECT_TRUE(printed_error("thread_spi_read", ": data frame error!!!"));
+    EXPECT_TRUE(printed_error("thread_spi_read", ":  data frame error!!!"));
+    uint8_t frame[MCU_FRAME_SIZE];
+    EXPECT_EQ(get_spi_data(18, frame, sizeof frame), -1) << "no ring";
+    EXPECT_EQ(get_spi_data(26, frame, sizeof frame), -1);
+    EXPECT_EQ(get_spi_data(MCU_MOUSE, frame, MCU_RING_SIZE + 1), -1) << "could never come";
+}
+
+TEST(Link, AnswersComeInTimeLateOrNever) {
+    load("at 2.9 mcu say " + hex(report(18, 1)));
+    ASSERT_NE(initSpiUtilDev(18), nullptr);
+    ASSERT_NE(initSpiUtilDev(21), nullptr);
+    uint8_t state = 9;
+    EXPECT_EQ(mcu_query_status(18, &state), 0);
+    EXPECT_EQ(state, 1);
+    const double before = sim::now();
+    say(report(21, 1));
+    EXPECT_EQ(mcu_query_status(18, &state), -1) << "the answer of another command is none";
+    EXPECT_NEAR(sim::now() - before, 3.0, 0.001);
+    EXPECT_TRUE(printed_error("get_spi_data", ": SPI_CMD: 0x12  read timeout !!!"));
+    sim::run("mcu answer 18 1 a0 12 00 00 00 00 0a ff");
+    say(report(18, 1));  // late
+    usleep(50'000);
+    EXPECT_EQ(mcu_query_status(18, &state), 0);
+    EXPECT_EQ(state, 1) << "the late answer";
+    EXPECT_EQ(mcu_query_status(18, &state), 0);
+    EXPECT_EQ(state, 0) << "the answer to the query before";
+    EXPECT_EQ(mcu_query_status(21, &state), 0);
+    EXPECT_EQ(state, 1) << "kept all the time";
+}
+
+TEST(Link, TwoCallersShareTheDevice) {
+    // The first frame stops half-way and waits for the device; the second one must not get in between.
+    load("mcu answer 18 1 " + hex(report(18, 1)) + "\nmcu answer 21 1 " + hex(report(21, 2)) +
+         "\nfault /dev/mcu write 1 short 3\nfault /dev/mcu write 2 EAGAIN");
+    const auto ask = [](uint32_t command, uint8_t answer) {
+        uint8_t state = 0;
+        initSpiUtilDev(command);
+        EXPECT_EQ(mcu_query_status(command, &state), 0);
+        EXPECT_EQ(state, answer);
+    };
+    run_together({[&] { ask(18, 1); }, [&] { ask(21, 2); }});
+    EXPECT_EQ(times("/dev/mcu open"), 1U);
+    EXPECT_EQ(times("out \"\\e[0;35m"), 1U) << "one reader";
+}
+
+TEST(Link, OpensAgainAfterAFailure) {
+    sim::load("");
+    const uint8_t byte = 1;
+    EXPECT_EQ(mcu_write(&byte, 1), -1);
+    EXPECT_EQ(mcu_open(), -1);
+    EXPECT_TRUE(
+        journal_follows({"/dev/mcu open", "thread start",
+                         "out \"--Assert(File:src/mouse/SpiUtil::Line:", "/dev/mcu open", "thread start"}));
+    EXPECT_EQ(times("out \"\\e[0;35m"), 0U) << "nothing to read";
+    sim::run("present /dev/mcu\nfault thread pthread_create 1 EAGAIN");
+    sim::clear_journal();
+    EXPECT_EQ(mcu_open(), -1);
+    EXPECT_TRUE(journal_follows({"/dev/mcu open rw", "out \"[libmarl] [libmarl] \"",
+                                 "err \"pthread_create spi read\\n: Resource temporarily unavailable\\n\"",
+                                 "/dev/mcu close"}));
+    EXPECT_EQ(mcu_write(&byte, 1), 1);
+    EXPECT_EQ(mcu_write(nullptr, 1), -1);
+    EXPECT_EQ(mcu_write(&byte, 0), -1);
+    EXPECT_EQ(times("out \"--Assert(File:src/mouse/SpiUtil::Line:"), 2U);
+}
+
+TEST(Link, WritesAreRepeatedForALimitedTime) {
+    load("fault /dev/mcu write 1..299 EIO\nfault /dev/mcu write 301+ EIO");
+    EXPECT_EQ(mcu_shutdown(), MCU_FRAME_SIZE) << "the last try";
+    EXPECT_NEAR(sim::now(), 2.99, 0.001);
+    EXPECT_EQ(mcu_shutdown(), -1);
+    EXPECT_NEAR(sim::now(), 2 * 2.99, 0.001);
+    EXPECT_TRUE(journal_follows({"/dev/mcu write 7: a1 03 00 00 00 00 0a"}));
+}
+
+TEST(Link, ReaderEndsWithAReadError) {
+    load("mcu answer 18 1 " + hex(report(18, 1)) +
+         "\nfault /dev/mcu read 1..2 EAGAIN\nfault /dev/mcu read 3..4 short 0\nfault /dev/mcu read 6 EIO");
+    ASSERT_NE(initSpiUtilDev(18), nullptr);
+    uint8_t state = 0;
+    EXPECT_EQ(mcu_query_status(18, &state), 0) << "no data is no error";
+    EXPECT_EQ(mcu_query_status(18, &state), -1);
+    EXPECT_TRUE(printed_error("thread_spi_read", ": MCU read error"));
+    EXPECT_EQ(times("thread start"), 1U);
+}
+
+TEST(Rings, HoldWholeFramesOnly) {
+    load("");
+    ASSERT_NE(initSpiUtilDev(18), nullptr);
+    ASSERT_GT(mcu_open(), 0);
+    constexpr unsigned kRoom = MCU_RING_SIZE / MCU_FRAME_SIZE;
+    for (unsigned i = 0; i < kRoom + 3; ++i) say(report(18, static_cast<uint8_t>(i % 250)));
+    usleep(8'000'000);
+    uint8_t frame[MCU_FRAME_SIZE];
+    for (unsigned i = 0; i < kRoom; ++i) {
+        ASSERT_EQ(get_spi_data(18, frame, sizeof frame), MCU_FRAME_SIZE);
+        ASSERT_EQ(frame[3], i % 250);
+    }
+    EXPECT_EQ(get_spi_data(18, frame, 1), -1) << "not even a part of the frames that came too late";
+}
+
+TEST(Rings, WaitersOfAFreedRingReturn) {
+    load("");
+    mouse_client client{};
+    EXPECT_EQ(mouse_close(&client), -1);
+    ASSERT_EQ(mouse_open(&client), 0);
+    const auto wait = [] {
+        mcu_mouse_report got{};
+        EXPECT_EQ(get_mouse_report(&got), -1);
+        EXPECT_NEAR(sim::now(), 60, 0.02) << "the mouse is waited for without limit";
+    };
+    const auto free_later = [&] {
+        usleep(60'000'000);
+        EXPECT_EQ(mouse_close(&client), 0);
+    };
+    run_together({wait, free_later});
+    EXPECT_EQ(client.fifo, nullptr);
+}
+
+TEST(Rings, AreFreedOnceNobodyHoldsThem) {
+    load("");
+    initSpiUtilDev(18);
+    const auto hold = [] {
+        const spi_util::HeldRing ring(18);
+        usleep(50'000);
+        EXPECT_EQ(fifo_put(ring.get(), report(18, 1).data(), MCU_FRAME_SIZE), 7U);
+    };
+    const auto free_meanwhile = [] {
+        usleep(10'000);
+        EXPECT_EQ(deinitSpiUtilDev(18), 0);
+        EXPECT_NEAR(sim::now(), 0.05, 0.001);
+        EXPECT_FALSE(spi_util::HeldRing(18).exists());
+    };
+    run_together({hold, free_meanwhile});
+}
+
+TEST(Rings, ComeAndGoUnderLoad) {
+    const char* time = getenv("MARL_SIM_TIME");
+    if (time == nullptr || std::string(time) != "real") {
+        // A board's time is settled when the program starts; only in real time do threads run side by side.
+        setenv("MARL_SIM_TIME", "real", 1);
+        setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0",
+               1);  // a board keeps its first script
+        const auto outcome = scenario::run(
+            "tests/mcu_unit_test", "present /dev/mcu",
+            {.seconds = 100, .arguments = {"--gtest_filter=Rings.ComeAndGoUnderLoad"}, .keep_output = true});
+        EXPECT_EQ(outcome.status, 0) << outcome.output;
+        return;
+    }
+    ASSERT_GT(mcu_open(), 0);
+    std::atomic<bool> over{false};
+    std::atomic<int> taken{0};
+    const auto take = [&] {
+        while (!over) {
+            Bytes frame(MCU_FRAME_SIZE);
+            usleep(1000);
+            if (get_spi_data(18, frame.data(), MCU_FRAME_SIZE) != MCU_FRAME_SIZE) continue;
+            EXPECT_EQ(hex(frame), "a0 12 00 01 00 00 0a ");
+            ++taken;
+        }
+    };
+    const auto come_and_go = [&] {
+        for (unsigned i = 0; i < 100; ++i) {
+            initSpiUtilDev(18);
+            for (int frames = 0; frames < 2; ++frames) say(report(18, 1));
+            usleep(i % 20 * 1000);
+            deinitSpiUtilDev(18);
+        }
+        over = true;
+    };
+    run_together({take, take, come_and_go});
+    EXPECT_GT(taken, 0);
+}
+
+// ---- What stands on the link
+
+TEST(Power, IsSetAndReadBack) {
+    const struct {
+        uint32_t command, on;
+        const char* script;
+        int result;
+        const char* message;
+    } cases[] = {
+        {18, 1, "mcu answer 18 1 a0 12 00 01 00 00 0a ff", 0,
+         "out \"[libmarl] Set CMD:0x12 *************************success\\n\\n\""},
+        {25, 0, "mcu answer 25 1 a0 19 00 00 00 00 0a ff", 0, "out \"[libmarl] Set CMD:0x19 ***"},
+        {23, 1, "mcu answer 23 1 a0 17 00 00 00 00 0a ff", -1, ": Set CMD:0x17 fail!"},
+        {21, 1, "", -1, ": Set and QueryStatus fail!"},
+        {21, 1, "fault /dev/mcu write 1+ EIO", -1, ": Send CMD2SPI to mcu fail!"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.command);
+        load(c.script);
+        initSpiUtilDev(c.command);
+        EXPECT_EQ(PowerControl(c.command, c.on), c.result);
+        EXPECT_TRUE(c.result == 0 ? seen(c.message) : printed_error("PowerControl", c.message));
+        if (c.result != 0) continue;
+        const std::string write = "/dev/mcu write 7: " + hex({0xA1, static_cast<uint8_t>(c.command)});
+        EXPECT_TRUE(scenario::Journal(sim::journal())
+                        .follows({{0.0, write + (c.on != 0 ? "00 01" : "00 00") + " 00 00 0a"},
+                                  {1.0, write + "01 00 00 00 0a"}}));
+    }
+    sim::clear_journal();
+    for (const uint32_t command : {19U, 20U, 22U, UINT32_MAX}) {
+        uint8_t state = 9;
+        EXPECT_EQ(PowerControl(command, 1), -1);
+        EXPECT_EQ(mcu_query_status(command, &state), -1);
+        EXPECT_EQ(state, 9);
+    }
+    EXPECT_EQ(PowerControl(18, 2), -1);
+    EXPECT_EQ(mcu_query_status(18, nullptr), -1);
+    EXPECT_FALSE(seen("/dev/mcu write"));
+}
+
+TEST(Halt, CutsThePowerOfRecordersOnly) {
+    load("cmos 1 5a");
+    strcpy(HWINFO.product_model, "QZ-NRX1");
+    EXPECT_EQ(sys_halt(), MCU_FRAME_SIZE);
+    EXPECT_TRUE(
+        journal_follows({"err \"sys will halt\\n\"", "out \"[libmarl] write shutdown cmos start\\n\"",
+                         "/dev/misc/rtc write 2: 01 00", "out \"[libmarl] write shutdown cmos end \\n\"",
+                         "/dev/mcu write 7: a1 03 00 00 00 00 0a"}));
+    EXPECT_FALSE(seen("fail"));
+    sim::run("fault /dev/mcu write 1+ EIO");
+    EXPECT_LT(sys_halt(), 0);
+    EXPECT_TRUE(journal_follows({"out \"shut_down_NRX2 fail \\n\""}));
+    strcpy(HWINFO.product_model, "IPC-KL7");
+    sim::clear_journal();
+    EXPECT_EQ(sys_halt(), 0);
+    EXPECT_TRUE(journal_follows({"err \"sys will halt\\n\""}));
+    EXPECT_FALSE(seen("/dev/misc/rtc"));
+    EXPECT_FALSE(seen("/dev/mcu write"));
+}
+
+TEST(SignalOutput, FollowsTheModel) {
+    const struct {
+        const char *model, *on, *off;
+        int result;
+    } cases[] = {
+        {"KXE4AF", "/dev/misc/gio_expander write 2: 00 01", "/dev/misc/gio_expander write 2: 00 00", 0},
+        {"KXE4AH", "/dev/misc/gio_expander write 2: 00 01", "/dev/misc/gio_expander write 2: 00 00", 0},
+        {"KXE4AM", "/dev/misc/gpio write 2: 31 00", "/dev/misc/gpio write 2: 31 01", 0},
+        {"QZ-NRX2", "/dev/misc/gpio write 2: 2d 01", "/dev/misc/gpio write 2: 2d 00", 2},
+        {"KXE8AM", nullptr, nullptr, 0},
+    };
+    HWINFO.video_channel = 4;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.model);
+        strcpy(HWINFO.product_model, c.model);
+        sim::load("");
+        EXPECT_EQ(signal_output_on(), c.result);
+        EXPECT_EQ(signal_output_off(), c.result);
+        EXPECT_TRUE(c.on != nullptr ? journal_follows({c.on, c.off}) : !seen(" write "));
+    }
+}
+
+TEST(SignalOutput, TogglesForATimeAndEndsOff) {
+    strcpy(HWINFO.product_model, "QZ-NRX2");
+    sim::load("");
+    EXPECT_EQ(signal_output_toggle(5, 1000), 0);
+    std::vector<scenario::Journal::Step> steps;
+    for (int change = 0; change <= 11; ++change)
+        steps.push_back(
+            {change * 0.1, std::string("/dev/misc/gpio write 2: 2d 0") + (change % 2 == 0 ? "1" : "0")});
+    EXPECT_TRUE(scenario::Journal(sim::journal()).follows(steps));
+    EXPECT_EQ(times("/dev/misc/gpio write"), steps.size());
+    EXPECT_NEAR(sim::now(), 1.1, 0.001);
+    sim::load("");
+    EXPECT_EQ(signal_output_toggle(1000, 10), 0);
+    EXPECT_NEAR(sim::now(), 0.011, 0.0001) << "1 ms is the shortest half-period";
+    EXPECT_EQ(signal_output_toggle(0, 10), -1);
+    EXPECT_EQ(sleep_us(1'500'000), 0);
+    EXPECT_NEAR(sim::now(), 1.511, 0.0001) << "nothing for rate 0, then more than a second";
+}
+
+}  // namespace

@@ -1,0 +1,269 @@
+// The listings of USB devices with their interfaces, and the search through /sys on which they rest.
+#include <libmarl/usb_devices.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "helpers/scenario.h"
+#include "helpers/usb_list.h"
+#include "misc/gpio_3g/index_sheet.h"
+#include "sim.h"
+
+namespace {
+
+using scenario::journal_follows;
+using usb_list::block;
+using usb_list::kRootHub;
+
+constexpr const char* kHost = "/sys/devices/platform/musb_hdrc/usb1/";
+
+void put_interface(const std::string& place) { usb_list::write_file(kHost + place + "/dev", "188:0\n"); }
+
+std::string names_of(const UsbDevice& device) {
+    std::string names;
+    for (int i = 0; i < device.interface_count; ++i) names += std::string(device.interfaces[i]) + " ";
+    return names;
+}
+
+// Driver class, slot and names of each.
+std::string summary_of(const std::vector<UsbDevice>& devices) {
+    std::string text;
+    for (const UsbDevice& each : devices) {
+        text += std::to_string(each.driver_class) + " " + std::to_string(each.index) + " " + names_of(each) +
+                ", ";
+    }
+    return text;
+}
+
+struct Listed {
+    int result;
+    std::vector<UsbDevice> devices;
+};
+
+Listed list(int (*listing)(UsbDevice*, int*), int capacity = 40) {
+    Listed listed{0, std::vector<UsbDevice>(static_cast<size_t>(capacity))};
+    int count = capacity;
+    listed.result = listing(listed.devices.data(), &count);
+    if (listed.result == 0) listed.devices.resize(static_cast<size_t>(count));
+    return listed;
+}
+
+bool reported(const std::string& text) {
+    return sim::journal().find("): " + text + "\\e[m") != std::string::npos;
+}
+
+TEST(UsbListing, GivesDevicesTheirInterfaces) {
+    usb_list::put(
+        block(kRootHub) +
+        block({.level = 1, .port = 0, .vendor = "05e3", .manufacturer = "Genesys", .driver = "hub"}) +
+        block({.level = 2, .port = 0}) +
+        block({.level = 2, .port = 1, .vendor = "148f", .product_id = "3070", .driver = "rt2870"}) +
+        block({.level = 2, .port = 2, .vendor = "148f", .driver = "rt73usb"}) +
+        block({.level = 2, .port = 3, .manufacturer = nullptr}));
+    for (const char* tty : {"ttyUSB0", "ttyUSB1", "ttyUSB12"})
+        put_interface(std::string("1-1/1-1.1/1-1.1:1.0/") + tty);
+    put_interface("1-1/1-1.1/1-1.1:1.1/ttyUSB12");  // the same number a second time
+    put_interface("1-1/1-1.2/1-1.2:1.0/wlan7");
+    const Listed all = list(get_usb_devs);
+    ASSERT_EQ(all.result, 0);
+    ASSERT_EQ(all.devices.size(), 4U) << "neither the root hub nor the device without names";
+    const UsbDevice& modem = all.devices[1];
+    EXPECT_STREQ(modem.manufacturer, "ZTE, Incorporated");
+    EXPECT_STREQ(modem.product, "HSPA modem");
+    EXPECT_EQ(modem.vendor_id, 0x19d2U);
+    EXPECT_EQ(modem.product_id, 0xfff1U);
+    EXPECT_EQ(modem.bus * 1000 + modem.level * 100 + modem.parent * 10 + modem.port, 1200);
+    const std::string names = names_of(modem);  // in the order of the directory
+    for (const char* name : {"ttyUSB0 ", "ttyUSB1 ", "ttyUSB12 "}) EXPECT_NE(names.find(name), names.npos);
+    EXPECT_EQ(modem.interface_count, 3) << names;
+    EXPECT_EQ(summary_of(all.devices), "2 -1 , 0 1 " + names + ", 1 0 wlan7 , 1 -1 eth2 , ");
+    const auto& sheet = marl::g_wireless_sheet;
+    EXPECT_EQ(std::vector<int>({sheet[0].bus, sheet[0].port, sheet[0].changed}), std::vector<int>({1, 2, 1}));
+    EXPECT_EQ(std::vector<int>({sheet[1].bus, sheet[1].port, sheet[1].changed}), std::vector<int>({1, 1, 0}));
+
+    const Listed modems = list(get_mult3Ginfo_FromFile);
+    ASSERT_EQ(modems.devices.size(), 4U);
+    EXPECT_EQ(modems.devices[0].driver_class, MARL_USB_NO_MODEM);
+    EXPECT_EQ(modems.devices[1].driver_class, MARL_USB_MODEM);
+    EXPECT_EQ(names_of(modems.devices[2]), "") << "wireless interfaces are no business of modems";
+    EXPECT_EQ(marl::g_serial_sheet[0].changed, 0);
+
+    usb_list::put(block(kRootHub));
+    EXPECT_EQ(list(get_mult3Ginfo_FromFile).devices.size(), 0U);
+    EXPECT_EQ(list(get_usb_devs).devices.size(), 0U);
+    EXPECT_EQ(marl::g_wireless_sheet[0].bus, -1) << "a board without devices starts over";
+    EXPECT_EQ(marl::g_serial_sheet[0].bus, 1);
+}
+
+TEST(UsbListing, ThirtyDevicesAndMore) {
+    std::string text = block(kRootHub);
+    for (int port = 0; port < 30; ++port)
+        text += block({.port = port, .manufacturer = std::string(200, 'm').c_str()});
+    usb_list::put(text);
+    EXPECT_EQ(list(get_usb_devs, 30).devices.size(), 30U);
+    EXPECT_EQ(list(get_usb_devs, 7).devices.size(), 7U);
+    // A device more than there are slots, and interfaces more than a device keeps.
+    for (int port = 1; port <= 6; ++port) {
+        const std::string place = "1-" + std::to_string(port);
+        put_interface(place + "/" + place + ":1.0/ttyUSB" + std::to_string(port));
+    }
+    sim::clear_journal();
+    EXPECT_EQ(list(get_mult3Ginfo_FromFile, 30).result, 0);
+    EXPECT_TRUE(journal_follows({"out \"[libmarl] ptty->index=5 bus=1 port="}));
+    EXPECT_TRUE(reported("save_index_sheet failed"));
+    EXPECT_EQ(list(get_usb_devs, 30).result, 0);
+    EXPECT_TRUE(reported("usb_save_index_sheet failed"));
+    EXPECT_EQ(list(get_usb_devs, 5).devices.size(), 5U);
+    EXPECT_TRUE(reported("there overstep the boundary "));
+
+    sim::load("");
+    usb_list::put(block(kRootHub) + block({}));
+    for (int number = 0; number < 10; ++number) put_interface("1-1/1-1:1.0/ttyUSB" + std::to_string(number));
+    EXPECT_EQ(list(get_mult3Ginfo_FromFile).devices[0].interface_count, MARL_USB_INTERFACES_MAX);
+    EXPECT_TRUE(reported("resolve_ttyusbinfo failed"));
+}
+
+TEST(UsbListing, PathsThatNameNoInterface) {
+    usb_list::put(block(kRootHub) + block({}));
+    constexpr const char* kNumber = "ttyid num more than eight or sscanf ppp->tty_id failed:";
+    const std::pair<const char*, const char*> files[] = {
+        {"sscanf ppp->bus failed:", "ttyUSB0"},
+        {"sscanf ppp->bus failed:", "usb-host/ttyUSB0"},
+        {"sscanf ppp->lev failed:", "a/usb1/ttyUSB0"},
+        {kNumber, "b/usb1/1-1/ttyUSB_name"},
+        {kNumber, "c/usb1/1-1/ttyUSB99999"},
+        {"sscanf ppp->lev failed:", "d/usb1/1-1/1-1./ttyUSB2"}};
+    const std::string platform = "/sys/devices/platform/";
+    for (const auto& file : files) usb_list::write_file(platform + file.second, "");
+    EXPECT_EQ(summary_of(list(get_usb_devs).devices), "0 -1 , ");
+    for (const auto& file : files) EXPECT_TRUE(reported(file.first + platform + file.second)) << file.second;
+}
+
+TEST(UsbListing, AListCutAnywhereIsReportedOrWhole) {
+    const std::string first = block(kRootHub) + block({});
+    const std::string whole = first + block({.port = 1, .driver = "usbserial_generic"});
+    for (size_t size = first.size(); size <= whole.size(); ++size) {
+        usb_list::put(std::string_view(whole).substr(0, size));
+        const auto starts = [&](const char* text) { return size > whole.find(text, first.size()); };
+        const auto reached = [&](const char* key) {
+            return size >= whole.find(key, first.size()) + strlen(key);
+        };
+        const bool ends_in_place = reached("T:") && !reached("Port=0");
+        const bool lacks_line =
+            (reached("Vendor=") && !starts("S:  Manu")) || (reached("Manufacturer=") && !starts("S:  Prod"));
+        sim::clear_journal();
+        const Listed listed = list(get_mult3Ginfo_FromFile);
+        ASSERT_EQ(listed.result, ends_in_place || lacks_line ? -1 : 0) << size;
+        ASSERT_EQ(reported("str_search_toi failed"), ends_in_place) << size;
+        if (listed.result < 0) continue;
+        ASSERT_EQ(listed.devices.size(), reached("Product=") ? 2U : 1U) << size;
+        ASSERT_EQ(listed.devices.back().driver_class, reached("Driver=usbs") || !reached("Product=")) << size;
+    }
+    sim::load("");
+    usb_list::put(block(kRootHub) + "T:  Bus=01 Lev=01 Prnt=01 Port=00\nP:  Vendor=19d2 ProdID=fff1\n");
+    EXPECT_EQ(list(get_usb_devs).result, -1);
+    EXPECT_TRUE(reported("fgets Manufacturer failed"));
+    usb_list::put("T:  Bus=01 Lev=01 Prnt=01 Port=00\nP:  Vendor=19d2 ProdID=fff1\nS:  Manufacturer=A\n");
+    EXPECT_EQ(list(get_usb_devs).result, -1);
+    EXPECT_TRUE(reported("fgets Product failed"));
+    // A device that is not configured has neither names nor a driver, and hides nothing of the next.
+    usb_list::put("T:  Bus=01 Lev=01 Prnt=01 Port=00\nP:  Vendor=19d2 ProdID=fff1\n" + block({.port = 1}));
+    EXPECT_EQ(list(get_usb_devs).devices.at(0).port, 1);
+}
+
+TEST(UsbListing, WaitsTwoSecondsForTheList) {
+    sim::load("");
+    UsbDevice device;
+    int count = 1;
+    EXPECT_EQ(get_usb_devs(&device, &count), -1);
+    EXPECT_NEAR(sim::now(), 2.0, 0.01);
+    EXPECT_TRUE(reported("Fail to open usb USB_DEVICE_NAME:/proc/bus/usb/devices!"));
+    EXPECT_EQ(get_usb_devs(nullptr, &count), -1);
+    EXPECT_EQ(get_mult3Ginfo_FromFile(&device, nullptr), -1);
+    EXPECT_TRUE(reported("arguments  error"));
+    count = -1;
+    EXPECT_EQ(get_usb_devs(&device, &count), -1);
+    count = 1;
+    usb_list::put(block(kRootHub) + block({}));
+    std::filesystem::create_directories(sim::root() + std::string("/sys/devices/platform"));
+    sim::run("fault /sys/devices/platform opendir 1+ EACCES");
+    EXPECT_EQ(get_usb_devs(&device, &count), -1);
+    EXPECT_TRUE(journal_follows({"err \"opendir: Permission denied\\n\""}));
+    EXPECT_TRUE(reported("dvr_find_file failed"));
+    EXPECT_EQ(get_mult3Ginfo_FromFile(&device, &count), -1);
+    EXPECT_TRUE(reported("find_File failed"));
+}
+
+using Paths = std::vector<std::string>;
+
+int collect(const char* path, void* paths, int size) {
+    static_cast<Paths*>(paths)->push_back(path);
+    return size;
+}
+
+Paths find(const char* name, const char* directory, int answer = 0) {
+    Paths paths;
+    const DvrFindRequest request = {name, directory, &paths, answer, collect};
+    EXPECT_EQ(dvr_find_file(&request), 0);
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+TEST(FileSearch, GoesTenLevelsDeepAndFollowsNoLink) {
+    std::string directory = "/sys/devices";
+    Paths expected;
+    for (int level = 1; level <= 12; ++level) {
+        usb_list::write_file(directory + "/wanted", "");
+        if (level <= 9) expected.push_back(directory + "/wanted");
+        directory += "/" + std::to_string(level);
+    }
+    std::sort(expected.begin(), expected.end());
+    namespace fs = std::filesystem;
+    const fs::path there = sim::root() + std::string("/sys/devices");
+    fs::create_directory_symlink(there, there / "round");
+    EXPECT_EQ(find("wanted", "/sys/devices"), expected);
+    EXPECT_EQ(find("wanted", "/sys/devices/"), expected) << "one '/' between the parts";
+
+    sim::load("");
+    usb_list::write_file("/sys/devices/wanted/wanted_too", "");
+    usb_list::write_file("/sys/devices/file_wanted", "");
+    fs::create_symlink("nowhere", there / "link_wanted");
+    EXPECT_EQ(find("wanted", "/sys/devices", -1),
+              Paths({"/sys/devices/file_wanted", "/sys/devices/link_wanted", "/sys/devices/wanted"}));
+    EXPECT_TRUE(reported("find_pt->deal_result failed") && reported("ident_name failed") &&
+                reported("resolve_subusb_info failed"));
+    EXPECT_EQ(find("wanted", "/sys/nothing"), Paths());
+    EXPECT_EQ(find("devices", "/sys/devices"), Paths({"/sys/devices"}));
+
+    usb_list::put(block(kRootHub) + block({}));
+    put_interface("1-1/1-1.1/1-1.1:1.0/ttyUSB0");
+    put_interface("1-1/1-1:1.0/deeper/by_one/ttyUSB1");
+    fs::create_symlink("1-1", sim::root() + std::string(kHost) + "1-1/1-1:1.0/ttyUSB3");
+    EXPECT_EQ(names_of(list(get_mult3Ginfo_FromFile).devices.at(0)), "ttyUSB0 ");
+}
+
+TEST(FileSearch, NamesAtTheirLimits) {
+    const std::string longest(255, 'n');
+    usb_list::write_file("/sys/devices/d/" + longest, "");
+    EXPECT_EQ(find(longest.c_str(), "/sys/devices"), Paths({"/sys/devices/d/" + longest}));
+    Paths paths;
+    const std::string too_long(5000, 'd');
+    const DvrFindRequest request = {"n", too_long.c_str(), &paths, 0, collect};
+    EXPECT_EQ(dvr_find_file(&request), -1);
+    EXPECT_EQ(dvr_find_file(nullptr), -1);
+    DvrFindRequest bad[] = {request, request, request, request};
+    bad[0].name = bad[1].directory = nullptr;
+    bad[2].result = nullptr;
+    bad[3].deal_result = nullptr;
+    for (DvrFindRequest& each : bad) {
+        sim::clear_journal();
+        EXPECT_EQ(dvr_find_file(&each), -1);
+        EXPECT_TRUE(reported("parameter error"));
+    }
+    EXPECT_TRUE(paths.empty());
+}
+
+}  // namespace
