@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -119,13 +120,13 @@ TEST(ProcStat, ClimbsToItsAncestors) {
 }
 
 int note_argument(void* argument) {
-    *static_cast<int*>(argument) += 1;
+    ++*static_cast<std::atomic<int>*>(argument);
     return 0;
 }
 
 TEST(CloneTask, RunsOnceInTheSameMemory) {
     sim::load("");
-    static int runs = 0;
+    static std::atomic<int> runs = 0;
     int id = -1;
     ASSERT_EQ(sentrel::clone_thread_create(&id, note_argument, &runs), 0);
     EXPECT_GT(id, 0);

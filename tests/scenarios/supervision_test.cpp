@@ -230,9 +230,14 @@ double stack_used(const scenario::Journal& journal) {
     return lines.empty() ? -1 : strtod(lines.back().text.c_str() + strlen("clone stack used "), nullptr);
 }
 
+// ThreadSanitizer's own use of the stack would be all that is measured.
 void expect_room_on_the_stack(const scenario::Outcome& run) {
+#ifdef __SANITIZE_THREAD__
+    static_cast<void>(run);
+#else
     EXPECT_GT(stack_used(run.journal), 0) << "not measured";
     EXPECT_LE(stack_used(run.journal), 8096 * 0.75);
+#endif
 }
 
 TEST(Coprocessor, HealthyAndKnownIsOnlyLookedAt) {
