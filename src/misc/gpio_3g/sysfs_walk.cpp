@@ -100,7 +100,7 @@ class Search {
             return;
         }
         const size_t length = path_.length();
-        while (const dirent* entry = readdir(directory)) {
+        while (const dirent64* entry = readdir64(directory)) {
             const std::string_view name = entry->d_name;
             if (name == "." || name == ".." || !path_.enter(name)) continue;
             visit(level);
