@@ -33,6 +33,7 @@ int start_reader(int fd) {
     pthread_attr_init(&detached);
     pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
     pthread_t reader;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the thread takes a number, not an address
     const int error = pthread_create(&reader, &detached, spi_util::thread_spi_read,
                                      reinterpret_cast<void*>(static_cast<intptr_t>(fd)));
     pthread_attr_destroy(&detached);
