@@ -156,6 +156,9 @@ void end(const char* reason, ExitCode code) {
 
 const char* place(const char* path, char (&out)[kPathSize]) {
     if (path == nullptr || !is_under(kPrefixes, path) || is_under(kPassed, path)) return nullptr;
+    // A source tree below /tmp, say, which tests need as it is.
+    const char* passed = getenv("MARL_SIM_PASS");
+    if (passed != nullptr && strncmp(path, passed, strlen(passed)) == 0) return nullptr;
     if (root_path[0] == '\0' || strncmp(path, root_path, strlen(root_path)) == 0) return nullptr;
     snprintf(out, sizeof out, "%s%s", root_path, path);
     // With real interfaces their counters are the kernel's, unless the script has others.

@@ -34,8 +34,8 @@ int start_reader(int fd) {
     pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
     pthread_t reader;
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the thread takes a number, not an address
-    const int error = pthread_create(&reader, &detached, spi_util::thread_spi_read,
-                                     reinterpret_cast<void*>(static_cast<intptr_t>(fd)));
+    void* const argument = reinterpret_cast<void*>(static_cast<intptr_t>(fd));
+    const int error = pthread_create(&reader, &detached, spi_util::thread_spi_read, argument);
     pthread_attr_destroy(&detached);
     return error;
 }
