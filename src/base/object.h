@@ -4,6 +4,9 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
+
+#include "base/diag.h"
 
 namespace marl {
 
@@ -27,6 +30,29 @@ int check_object(const Object* thiz, const char* operation, Need need) {
     const bool given = thiz != nullptr;
     return detail::check_object(given, given ? static_cast<const ObjectCommon*>(thiz->priv) : nullptr,
                                 operation, need);
+}
+
+// A public record with a private one behind it, closed and with one reference; its operations are the
+// caller's to fill in. Null without memory, after a line on standard error with the name of the record's
+// type.
+template <typename Object, typename Record>
+Object* allocate_object(const char* type) {
+    auto* object = static_cast<Object*>(malloc(sizeof(Object)));
+    auto* record = object != nullptr ? static_cast<Record*>(malloc(sizeof(Record))) : nullptr;
+    if (record == nullptr) {
+        diag::err("malloc(sizeof(%s))", object == nullptr ? type : "priv_module");
+        free(object);
+        return nullptr;
+    }
+    record->common = {.refcount = 1, .id = 0, .fd = -1};
+    object->priv = record;
+    return object;
+}
+
+template <typename Object>
+void free_object(Object* object) {
+    free(object->priv);
+    free(object);
 }
 
 // `refcount` up by one: 0, or -1 for a record whose count is negative.

@@ -9,6 +9,7 @@
 #include "base/fd.h"
 #include "libmarl/cmos.h"
 #include "libmarl/usb_phy.h"
+#include "misc/sys/cmos.h"
 
 namespace {
 
@@ -30,7 +31,6 @@ constexpr size_t kMarkerRegionSize = 0x4000;
 constexpr size_t kMarkerOffset = 0x3FFC;
 constexpr uint32_t kMarker = 0x44444351;  // "QCDD"
 
-constexpr uint8_t kRunMarker = 1;
 constexpr uint8_t kRunning = 1;
 
 struct RestartKind {

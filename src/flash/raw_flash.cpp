@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 
 #include "base/diag.h"
 #include "base/fd.h"
@@ -123,28 +124,14 @@ bool flash_open(RawFlash* thiz) {
     return g_flash.coprocessor ? open_coprocessor(record_of(thiz)) : open_partitions(thiz);
 }
 
-RawFlash* allocate_object() {
-    auto* object = static_cast<RawFlash*>(malloc(sizeof(RawFlash)));
-    if (object == nullptr) {
-        diag::err("malloc(sizeof(RawFlash))");
-        return nullptr;
-    }
-    auto* record = static_cast<PrivateRecord*>(malloc(sizeof(PrivateRecord)));
-    if (record == nullptr) {
-        diag::err("malloc(sizeof(priv_module))");
-        free(object);
-        return nullptr;
-    }
-    record->common = {.refcount = 1, .id = 0, .fd = -1};
-    std::fill(std::begin(record->partition_fds), std::end(record->partition_fds), -1);
-    *object = {record,     flash_addref, flash_release, flash_getinfo,
-               flash_read, flash_write,  flash_erase,   flash_skip_cmos_mark};
+RawFlash* make_object() {
+    RawFlash* object = allocate_object<RawFlash, PrivateRecord>("RawFlash");
+    if (object == nullptr) return nullptr;
+    int* fds = record_of(object).partition_fds;
+    std::fill(fds, fds + std::size(record_of(object).partition_fds), -1);
+    *object = {object->priv, flash_addref, flash_release, flash_getinfo,
+               flash_read,   flash_write,  flash_erase,   flash_skip_cmos_mark};
     return object;
-}
-
-void free_object(RawFlash* object) {
-    free(object->priv);
-    free(object);
 }
 
 void choose_mode(int32_t selector) {
@@ -266,7 +253,7 @@ int createRawFlash(const int32_t* mode, RawFlash** out) {
         diag::err("flash_init failed\n");
         return -1;
     }
-    *out = allocate_object();
+    *out = make_object();
     if (*out == nullptr) return -1;
     choose_mode(*mode);
     if (!flash_open(*out)) {

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <mtd/mtd-user.h>
-#include <pthread.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -17,6 +16,7 @@
 #include "base/crc32.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/lock.h"
 #include "base/text.h"
 
 namespace {
@@ -48,14 +48,6 @@ struct {
     EnvDevice device{-1, 0, 0, 0x1000};
     uint8_t* image = nullptr;  // null until a whole image has been read; kept for the life of the process
 } constinit g_env;
-
-class LoadLock {
-  public:
-    LoadLock() { pthread_mutex_lock(&g_env.load_lock); }
-    ~LoadLock() { pthread_mutex_unlock(&g_env.load_lock); }
-    LoadLock(const LoadLock&) = delete;
-    LoadLock& operator=(const LoadLock&) = delete;
-};
 
 uint8_t* read_image(int fd) {
     auto* image = static_cast<uint8_t*>(calloc(1, kImageSize));
@@ -200,7 +192,7 @@ void tell_camera_module(int fd, int32_t module, const char* message) {
 }  // namespace
 
 int env_init() {
-    const LoadLock lock;
+    const MutexLock lock(g_env.load_lock);
     if (g_env.image != nullptr) return 0;
     const int fd = open_file(kDevice, O_RDWR);
     if (fd < 0) {

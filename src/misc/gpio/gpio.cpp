@@ -3,8 +3,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/object.h"
@@ -35,26 +33,11 @@ int set_interrupt_mode(GPIO* thiz, uint32_t line, uint32_t mode) {
     return control(common_of(thiz).fd, kSetInterruptMode, request);
 }
 
-void free_object(GPIO* object) {
-    free(object->priv);
-    free(object);
-}
-
-GPIO* allocate_object() {
-    auto* object = static_cast<GPIO*>(malloc(sizeof(GPIO)));
-    if (object == nullptr) {
-        diag::err("malloc(sizeof(GPIO))");
-        return nullptr;
-    }
-    auto* record = static_cast<PrivateRecord*>(malloc(sizeof(PrivateRecord)));
-    if (record == nullptr) {
-        diag::err("malloc(sizeof(priv_module))");
-        free(object);
-        return nullptr;
-    }
-    record->common = {.refcount = 1, .id = 0, .fd = -1};
+GPIO* make_object() {
+    GPIO* object = allocate_object<GPIO, PrivateRecord>("GPIO");
+    if (object == nullptr) return nullptr;
     *object = {
-        record,        gpio_addref,           gpio_release,          gpio_open, gpio_close, gpio_readbit,
+        object->priv,  gpio_addref,           gpio_release,          gpio_open, gpio_close, gpio_readbit,
         gpio_writebit, gpio_interrupt_enable, gpio_interrupt_disable};
     return object;
 }
@@ -70,7 +53,7 @@ int createGPIO(GPIO** out) {
         diag::error({kSource, "createGPIO", 264}, "Obiect is NULL\n");
         return -1;
     }
-    *out = allocate_object();
+    *out = make_object();
     if (*out == nullptr) return -1;
     if ((*out)->open(*out) < 0) {
         free_object(*out);

@@ -1,7 +1,6 @@
-#include <pthread.h>
-
 #include "base/clock.h"
 #include "base/diag.h"
+#include "base/lock.h"
 #include "libmarl/modem.h"
 #include "libmarl/power_3g.h"
 #include "libmarl/usb_phy.h"
@@ -25,18 +24,10 @@ enum class PhyState { Off = 0, On = 1 };
 // Held from switching off to switching on, whoever cycles the power.
 constinit pthread_mutex_t g_cycle_lock = PTHREAD_MUTEX_INITIALIZER;
 
-class CycleLock {
-  public:
-    CycleLock() { pthread_mutex_lock(&g_cycle_lock); }
-    ~CycleLock() { pthread_mutex_unlock(&g_cycle_lock); }
-    CycleLock(const CycleLock&) = delete;
-    CycleLock& operator=(const CycleLock&) = delete;
-};
-
 void switch_phy(PhyState state) { usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, static_cast<int>(state)); }
 
 void cycle_power(Cycle cycle) {
-    const CycleLock lock;
+    const MutexLock lock(g_cycle_lock);
     power_3g_off();
     if (cycle == Cycle::WithPhy) switch_phy(PhyState::Off);
     sleep_ms(cycle == Cycle::Long ? kLongOffMs : kShortOffMs);

@@ -1,12 +1,12 @@
 #include "misc/sys/cmos.h"
 
 #include <fcntl.h>
-#include <pthread.h>
 
 #include <cstring>
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/lock.h"
 #include "libmarl/cmos.h"
 #include "misc/ver/catalogue.h"
 
@@ -22,14 +22,6 @@ struct {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     int fd = -1;
 } constinit g_cmos;
-
-class CmosLock {
-  public:
-    CmosLock() { pthread_mutex_lock(&g_cmos.lock); }
-    ~CmosLock() { pthread_mutex_unlock(&g_cmos.lock); }
-    CmosLock(const CmosLock&) = delete;
-    CmosLock& operator=(const CmosLock&) = delete;
-};
 
 bool is_exempt() { return catalogue::is_model_of(catalogue::kCmosExempt); }
 
@@ -48,7 +40,7 @@ int openCMOS(const char* path) {
 
 int writeCMOS(uint8_t offset, const uint8_t* data, uint32_t len) {
     if (data == nullptr || len == 0 || len > MARL_CMOS_WRITE_MAX) return -1;
-    const CmosLock lock;
+    const MutexLock lock(g_cmos.lock);
     if (is_exempt()) return 0;
     const int fd = openCMOS(kDevice);
     if (fd < 0) return -1;
@@ -59,7 +51,7 @@ int writeCMOS(uint8_t offset, const uint8_t* data, uint32_t len) {
 
 int readCMOS(uint8_t offset, uint8_t* out, uint32_t len) {
     if (out == nullptr || len == 0 || len > MARL_CMOS_READ_MAX) return -1;
-    const CmosLock lock;
+    const MutexLock lock(g_cmos.lock);
     if (is_exempt()) {
         memset(out, 0, len);
         return 0;

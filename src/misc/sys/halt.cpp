@@ -10,13 +10,13 @@
 #include "libmarl/cmos.h"
 #include "libmarl/gpio.h"
 #include "libmarl/mcu.h"
+#include "misc/sys/cmos.h"
 #include "misc/ver/catalogue.h"
 
 namespace {
 
 using namespace marl;
 
-constexpr uint8_t kRunMarker = 1;
 constexpr uint32_t kExpanderLine = 0;
 constexpr uint32_t kActiveLowLine = 49;
 constexpr uint32_t kRecorderLine = 45;

@@ -21,7 +21,6 @@ constexpr uint32_t kAttentionLine = 4;
 constexpr uint32_t kBoardResetLine = 35;
 constexpr uint32_t kCoprocessorResetLine = 48;
 constexpr uint32_t kExpanderResetLine = 1;
-constexpr uint8_t kRunMarker = 1;
 
 constexpr int kIdleWaits = 60;
 constexpr uint32_t kIdleWaitMs = 10'000;

@@ -11,7 +11,6 @@
 namespace {
 
 using namespace marl;
-using spi_util::MutexLock;
 
 constexpr const char* kDevice = "/dev/mcu";
 

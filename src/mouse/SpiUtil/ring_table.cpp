@@ -8,7 +8,6 @@
 namespace {
 
 using namespace marl;
-using spi_util::MutexLock;
 
 // The slots are written by initSpiUtilDev and deinitSpiUtilDev and read by HeldRing, all under `lock`. It is
 // taken before the lock of a ring, never after.
