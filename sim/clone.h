@@ -21,14 +21,19 @@ void report_use();
 // The top of the board's stack when address lies in a task's small stack, else null.
 char* board_stack_for(const void* address);
 
+// Not inlined: its frame is not for the small stack.
+template <class Body>
+__attribute__((noinline)) void run_body(void* body) {
+    (*static_cast<Body*>(body))();
+}
+
 template <class Body>
 void on_board_stack(Body& body) {
     char* stack = board_stack_for(__builtin_frame_address(0));
     if (stack == nullptr) {
-        body();
+        run_body<Body>(&body);
     } else {
-        call_on(
-            stack, [](void* context) { (*static_cast<Body*>(context))(); }, &body);
+        call_on(stack, run_body<Body>, &body);
     }
 }
 

@@ -18,6 +18,13 @@
 
 #define EXPORT extern "C" SIM_EXPORT
 
+extern "C" {
+__attribute__((weak)) void AnnotateIgnoreReadsBegin(const char* file, int line);
+__attribute__((weak)) void AnnotateIgnoreReadsEnd(const char* file, int line);
+__attribute__((weak)) void AnnotateIgnoreWritesBegin(const char* file, int line);
+__attribute__((weak)) void AnnotateIgnoreWritesEnd(const char* file, int line);
+}
+
 namespace sim {
 namespace {
 
@@ -26,12 +33,27 @@ using record::Line;
 
 unsigned opens = 0;
 
+// The thread sanitizer sees what the board asks of the C library, but not the baton that orders it.
+struct UnseenBySanitizer {
+    UnseenBySanitizer() {
+        if (AnnotateIgnoreReadsBegin == nullptr) return;
+        AnnotateIgnoreReadsBegin("", 0);
+        AnnotateIgnoreWritesBegin("", 0);
+    }
+    ~UnseenBySanitizer() {
+        if (AnnotateIgnoreReadsEnd == nullptr) return;
+        AnnotateIgnoreWritesEnd("", 0);
+        AnnotateIgnoreReadsEnd("", 0);
+    }
+};
+
 // On the board's stack, and without a trace in errno.
 template <class Body>
 int64_t aside(Body body) {
     const int saved = errno;
     int64_t result = 0;
     auto whole = [&] {
+        const UnseenBySanitizer unseen;
         board::boot();
         clock::enter();
         result = body();
@@ -140,24 +162,28 @@ int by_path(const char* op, const char* path, Kernel kernel) {
 
 int do_sleep(int64_t duration) {
     return call([&] {
-        return unless_faulty("*", "sleep", [&] {
-            clock::sleep(duration);
-            return 0;
-        });
+        const int64_t fault = script::fault_of("*", "sleep");
+        if (fault >= 0) clock::sleep(duration);
+        return std::min<int64_t>(fault, 0);
     });
 }
 
-// The thread sanitizer's clone() makes its child as fork() does, which is wrong for a thread: past its
-// wrapper.
+// Whether the thread sanitizer's wrapper takes the program's calls first. Preloaded, the board is in front of
+// it.
+bool behind_wrapper(const char* name) {
+    Dl_info outermost{}, own{};
+    dladdr(dlsym(RTLD_DEFAULT, name), &outermost);
+    dladdr(reinterpret_cast<void*>(&clone_task::create), &own);
+    return clock::under_thread_sanitizer() && outermost.dli_fbase != own.dli_fbase;
+}
+
+// The wrapper of clone() makes its child as fork() does, which is wrong for a thread: past it.
 void unwrap(int (*&function)(void*), void*& argument) {
     struct Wrapped {
         int (*function)(void*);
         void* argument;
     };
-    Dl_info outermost{}, own{};
-    dladdr(dlsym(RTLD_DEFAULT, "clone"), &outermost);
-    dladdr(reinterpret_cast<void*>(&clone_task::create), &own);
-    if (!clock::under_thread_sanitizer() || outermost.dli_fbase == own.dli_fbase) return;
+    if (!behind_wrapper("clone")) return;
     const Wrapped wrapped = *static_cast<Wrapped*>(argument);
     function = wrapped.function;
     argument = wrapped.argument;
@@ -352,8 +378,8 @@ EXPORT int usleep(useconds_t micros) { return do_sleep(int64_t{micros} * 1000); 
 EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
                           void* argument) noexcept {
     return static_cast<int>(aside([&]() -> int64_t {
-        // Threads that are none of the program's; the thread sanitizer's own comes without attributes.
-        if (clone_task::making_thread() || (clock::under_thread_sanitizer() && attributes == nullptr)) {
+        // Threads that are none of the program's; the sanitizer's own comes without attributes.
+        if (clone_task::making_thread() || (attributes == nullptr && behind_wrapper("pthread_create"))) {
             return real.pthread_create(thread, attributes, start, argument);
         }
         const int64_t fault = script::fault_of("thread", "pthread_create");

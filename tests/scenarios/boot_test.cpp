@@ -128,9 +128,6 @@ TEST(Boot, RecorderModemIsTriedUntilTheFrameIsWritten) {
 }
 
 TEST(CoreMount, RunsItsCommandAndIsToldToStop) {
-#ifdef __SANITIZE_THREAD__
-    GTEST_SKIP() << "the sanitizer makes the thread itself, and the board cannot give it its time";
-#endif
     const auto run = run_sentrel(
         kCamera + "env coremnt=mount -t nfs 10.0.0.9:/export /mnt/core\ncommand mount 0 60\n", 60);
     EXPECT_TRUE(run.journal.follows({{20.0, "out \"exit mount\\n\""}, {20.0, "command \"killall mount\""}}));
