@@ -311,16 +311,43 @@ TEST(FpgaFlash, IsOpenedOnKnownDevicesOnly) {
         EXPECT_EQ(fpga_flash_open(), 0) << fault;
         fpga_flash_close();
     }
-    for (const char* fault : {"read 1 EIO", "read 2 short 100", "write 1 EIO", "write 2 short 9",
-                              "ioctl:0xc0046508 1 EIO", "ioctl:0xc0046508 2 EIO", "lseek 1 EIO"}) {
-        sim::load((kFpgaBoard + "fault /dev/misc/spi1 " + fault).c_str());
-        fill_store(fpga_store(), pattern(kFpgaImage, 0xFF));
-        EXPECT_EQ(fpga_flash_open(), 0);
-        const Bytes image = pattern(kFpgaImage);
-        EXPECT_LT(fpga_flash_write(image.data(), kFpgaImage, 0), 0) << fault;
-        EXPECT_GT(fpga_flash_write(image.data(), kFpgaImage, 0), 0) << fault;
-        EXPECT_EQ(stored(fpga_store(), 0, kFpgaImage), image) << fault;
-        fpga_flash_close();
+}
+
+// Whatever call of an image fails, the result says so, and writing the image again completes it.
+TEST(FpgaFlash, SurvivesAFaultAtEveryKindOfCall) {
+    const Bytes image = pattern(kFpgaImage);
+    Bytes before = image;
+    before[5 * 4096] ^= 1;
+    before[kFpgaImage - 1] ^= 1;
+    for (const std::string fault : {"EIO", "short 9"}) {
+        for (const std::string op : {"read", "write", "lseek", "ioctl"}) {
+            if (fault != "EIO" && (op == "lseek" || op == "ioctl")) continue;
+            for (const int nth : {1, 2, 3, 4, 5, 6, 7, 127, 128, 129, 130, 131}) {
+                SCOPED_TRACE(op + " " + std::to_string(nth) + " " + fault);
+                sim::load(
+                    (kFpgaBoard + "fault /dev/misc/spi1 " + op + " " + std::to_string(nth) + " " + fault)
+                        .c_str());
+                fill_store(fpga_store(), before);
+                const auto struck = [&] {
+                    const std::string journal = sim::journal();
+                    return journal.find("-> EIO") != std::string::npos ||
+                           journal.find(" 9: ") != std::string::npos;
+                };
+                const bool opened = fpga_flash_open() == 0;
+                EXPECT_EQ(opened, !struck());
+                if (!opened) {
+                    EXPECT_EQ(fpga_flash_open(), 0);
+                }
+                const int result = fpga_flash_write(image.data(), kFpgaImage, 0);
+                EXPECT_EQ(result < 0, opened && struck());
+                if (result < 0) {
+                    EXPECT_GT(fpga_flash_write(image.data(), kFpgaImage, 0), 0);
+                }
+                EXPECT_EQ(stored(fpga_store(), 0, kFpgaImage), image);
+                fpga_flash_close();
+                EXPECT_EQ(count("/dev/misc/spi1 open rw"), count("/dev/misc/spi1 close"));
+            }
+        }
     }
 }
 
@@ -386,6 +413,21 @@ TEST(CoprocessorUpgrade, OffersAFrameAgainWhileTheLinkAnswers) {
     EXPECT_TRUE(journal_follows(
         {"err \"[libmarl]: ERROR, transmit upgrade-data failed\\n\"",
          "out \"[libmarl]: ERROR, Probe SPI between 6441 and 365 failed, upgrade failed\\n\""}));
+}
+
+// A call that fails once costs nothing but the first open: the link is asked again, the frame offered again.
+TEST(CoprocessorUpgrade, SurvivesAFaultAtEveryCall) {
+    sim::load((kLink + "fault /dev/misc/spi0 open 1 EIO").c_str());
+    EXPECT_EQ(upgrade(pattern(100)), -1);
+    EXPECT_TRUE(journal_follows({"err \"open dm6446 spi fail\\n\"", "err \"fd not open\\n\""}));
+    for (const char* call : {"ioctl:0x40047305", "ioctl:0x40047301", "ioctl:0x80047304", "write"}) {
+        for (const int nth : {1, 2}) {
+            SCOPED_TRACE(call);
+            sim::load((kLink + "fault /dev/misc/spi0 " + call + " " + std::to_string(nth) + " EIO").c_str());
+            EXPECT_EQ(upgrade(pattern(100)), 100);
+            EXPECT_EQ(upgrade(pattern(100)), 100);
+        }
+    }
 }
 
 TEST(CoprocessorUpgrade, ADeadLinkFailsTheFirstCallAfterTenSeconds) {
