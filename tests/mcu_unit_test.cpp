@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "helpers/scenario.h"
-#include "mouse/SpiUtil/frame_assembler.h"
-#include "mouse/SpiUtil/ring.h"
-#include "mouse/SpiUtil/ring_table.h"
+#include "mcu/frame_assembler.h"
+#include "mcu/ring.h"
+#include "mcu/ring_table.h"
 #include "sim.h"
 
 namespace {

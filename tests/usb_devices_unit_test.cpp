@@ -9,7 +9,7 @@
 
 #include "helpers/scenario.h"
 #include "helpers/usb_list.h"
-#include "misc/gpio_3g/index_sheet.h"
+#include "modem/index_sheet.h"
 #include "sim.h"
 
 namespace {

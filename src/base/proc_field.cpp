@@ -1,4 +1,4 @@
-#include "misc/proc.h"
+#include "base/proc_field.h"
 
 #include <fcntl.h>
 

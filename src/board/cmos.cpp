@@ -1,4 +1,4 @@
-#include "misc/sys/cmos.h"
+#include "board/cmos.h"
 
 #include <fcntl.h>
 
@@ -7,8 +7,8 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/lock.h"
+#include "identity/catalogue.h"
 #include "libmarl/cmos.h"
-#include "misc/ver/catalogue.h"
 
 namespace {
 

@@ -1,3 +1,5 @@
+#include "libmarl/usb_phy.h"
+
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -7,9 +9,8 @@
 #include "base/clock.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "board/cmos.h"
 #include "libmarl/cmos.h"
-#include "libmarl/usb_phy.h"
-#include "misc/sys/cmos.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "flash/flash_fun/fpga_flash.h"
+#include "flash/fpga_flash.h"
 
 #include <fcntl.h>
 #include <unistd.h>

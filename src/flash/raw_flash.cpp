@@ -14,12 +14,12 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/object.h"
-#include "flash/flash_fun/fpga_flash.h"
+#include "flash/fpga_flash.h"
 #include "flash/partitions.h"
 #include "flash/storage_bus.h"
+#include "identity/catalogue.h"
 #include "libmarl/flash.h"
 #include "libmarl/upgrade_flag.h"
-#include "misc/ver/catalogue.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "misc/ver/catalogue.h"
+#include "identity/catalogue.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -13,11 +13,11 @@
 #include "base/bytes.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/proc_field.h"
 #include "base/text.h"
+#include "identity/catalogue.h"
+#include "identity/raw_id.h"
 #include "libmarl/env.h"
-#include "misc/proc.h"
-#include "misc/ver/catalogue.h"
-#include "misc/ver/raw_id.h"
 
 namespace {
 

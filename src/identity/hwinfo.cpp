@@ -7,7 +7,7 @@
 
 #include "base/diag.h"
 #include "base/text.h"
-#include "misc/ver/raw_id.h"
+#include "identity/raw_id.h"
 
 constinit struct marl_hwinfo HWINFO = {};
 constinit uint8_t hwid[MARL_HWID_SIZE] = {};

@@ -5,9 +5,9 @@
 
 #include "base/clock.h"
 #include "libmarl/mcu.h"
-#include "mouse/SpiUtil/common.h"
-#include "mouse/SpiUtil/ring.h"
-#include "mouse/SpiUtil/ring_table.h"
+#include "mcu/common.h"
+#include "mcu/ring.h"
+#include "mcu/ring_table.h"
 
 namespace {
 

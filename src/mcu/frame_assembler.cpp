@@ -1,4 +1,4 @@
-#include "mouse/SpiUtil/frame_assembler.h"
+#include "mcu/frame_assembler.h"
 
 namespace marl::spi_util {
 namespace {

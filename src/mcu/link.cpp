@@ -5,8 +5,8 @@
 #include "base/clock.h"
 #include "base/fd.h"
 #include "libmarl/mcu.h"
-#include "mouse/SpiUtil/common.h"
-#include "mouse/SpiUtil/reader.h"
+#include "mcu/common.h"
+#include "mcu/reader.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "mouse/SpiUtil/reader.h"
+#include "mcu/reader.h"
 
 #include <unistd.h>
 
@@ -7,10 +7,10 @@
 
 #include "base/clock.h"
 #include "base/fd.h"
-#include "mouse/SpiUtil/common.h"
-#include "mouse/SpiUtil/frame_assembler.h"
-#include "mouse/SpiUtil/ring.h"
-#include "mouse/SpiUtil/ring_table.h"
+#include "mcu/common.h"
+#include "mcu/frame_assembler.h"
+#include "mcu/ring.h"
+#include "mcu/ring_table.h"
 
 namespace marl::spi_util {
 namespace {

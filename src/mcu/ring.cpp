@@ -1,4 +1,4 @@
-#include "mouse/SpiUtil/ring.h"
+#include "mcu/ring.h"
 
 #include <algorithm>
 #include <cstring>

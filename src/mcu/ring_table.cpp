@@ -1,9 +1,9 @@
-#include "mouse/SpiUtil/ring_table.h"
+#include "mcu/ring_table.h"
 
 #include <cstdlib>
 
-#include "mouse/SpiUtil/common.h"
-#include "mouse/SpiUtil/ring.h"
+#include "mcu/common.h"
+#include "mcu/ring.h"
 
 namespace {
 

@@ -1,5 +1,3 @@
-#include "libmarl/modem.h"
-
 #include <fcntl.h>
 
 #include <algorithm>
@@ -10,10 +8,11 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/text.h"
-#include "misc/gpio_3g/device_list.h"
-#include "misc/gpio_3g/modem_models.h"
-#include "misc/gpio_3g/modem_record.h"
-#include "misc/gpio_3g/modem_state.h"
+#include "libmarl/modem.h"
+#include "modem/models.h"
+#include "modem/record.h"
+#include "modem/state.h"
+#include "modem/usb_list.h"
 
 static_assert(offsetof(Usb3gModule, manufacturer) == 0);
 static_assert(offsetof(Usb3gModule, product) == 32);

@@ -15,9 +15,9 @@
 #include "base/fd.h"
 #include "base/text.h"
 #include "libmarl/modem.h"
-#include "misc/gpio_3g/modem_models.h"
-#include "misc/gpio_3g/modem_record.h"
-#include "misc/gpio_3g/modem_state.h"
+#include "modem/models.h"
+#include "modem/record.h"
+#include "modem/state.h"
 
 namespace {
 

@@ -1,5 +1,3 @@
-#include "libmarl/usb_devices.h"
-
 #include <fcntl.h>
 
 #include <algorithm>
@@ -14,9 +12,10 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/text.h"
-#include "misc/gpio_3g/device_list.h"
-#include "misc/gpio_3g/index_sheet.h"
-#include "misc/gpio_3g/usb_interfaces.h"
+#include "libmarl/usb_devices.h"
+#include "modem/index_sheet.h"
+#include "modem/usb_interfaces.h"
+#include "modem/usb_list.h"
 
 constinit marl::IndexSheet marl::g_wireless_sheet = {};
 constinit marl::IndexSheet marl::g_serial_sheet = {};

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "misc/ver/catalogue.h"
+#include "identity/catalogue.h"
 
 namespace marl::modem_models {
 

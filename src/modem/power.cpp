@@ -1,9 +1,9 @@
 #include "base/diag.h"
+#include "identity/catalogue.h"
 #include "libmarl/gpio.h"
 #include "libmarl/hwinfo.h"
 #include "libmarl/power_3g.h"
-#include "misc/gpio_3g/modem_state.h"
-#include "misc/ver/catalogue.h"
+#include "modem/state.h"
 
 constinit int marl::g_modem_type = marl::kUnknownModem;
 constinit int marl::g_queried_product_type = 0;

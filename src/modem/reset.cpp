@@ -4,8 +4,8 @@
 #include "libmarl/modem.h"
 #include "libmarl/power_3g.h"
 #include "libmarl/usb_phy.h"
-#include "misc/gpio_3g/device_list.h"
-#include "misc/gpio_3g/modem_models.h"
+#include "modem/models.h"
+#include "modem/usb_list.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "misc/gpio_3g/sysfs_walk.h"
+#include "modem/sysfs_walk.h"
 
 #include <dirent.h>
 #include <limits.h>
@@ -10,7 +10,7 @@
 
 #include "base/diag.h"
 #include "base/text.h"
-#include "misc/gpio_3g/device_list.h"
+#include "modem/usb_list.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
-#include "misc/gpio_3g/usb_interfaces.h"
+#include "modem/usb_interfaces.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 #include "base/diag.h"
 #include "base/text.h"
-#include "misc/gpio_3g/device_list.h"
-#include "misc/gpio_3g/sysfs_walk.h"
+#include "modem/sysfs_walk.h"
+#include "modem/usb_list.h"
 
 namespace marl {
 namespace {

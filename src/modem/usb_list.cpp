@@ -1,4 +1,4 @@
-#include "misc/gpio_3g/device_list.h"
+#include "modem/usb_list.h"
 
 #include <charconv>
 #include <cstring>

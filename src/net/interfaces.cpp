@@ -10,9 +10,9 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/text.h"
+#include "identity/catalogue.h"
 #include "libmarl/hwinfo.h"
 #include "libmarl/proc.h"
-#include "misc/ver/catalogue.h"
 #include "net/report.h"
 
 namespace {

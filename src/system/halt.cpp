@@ -7,11 +7,11 @@
 
 #include "base/clock.h"
 #include "base/diag.h"
+#include "board/cmos.h"
+#include "identity/catalogue.h"
 #include "libmarl/cmos.h"
 #include "libmarl/gpio.h"
 #include "libmarl/mcu.h"
-#include "misc/sys/cmos.h"
-#include "misc/ver/catalogue.h"
 
 namespace {
 

@@ -5,11 +5,11 @@
 #include <cstdlib>
 
 #include "base/diag.h"
+#include "base/proc_field.h"
 #include "base/text.h"
 #include "libmarl/gpio.h"
 #include "libmarl/hwid.h"
 #include "libmarl/hwinfo.h"
-#include "misc/proc.h"
 
 namespace {
 

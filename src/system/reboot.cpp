@@ -4,14 +4,14 @@
 
 #include "base/clock.h"
 #include "base/diag.h"
+#include "board/cmos.h"
+#include "identity/catalogue.h"
 #include "libmarl/cmos.h"
 #include "libmarl/gpio.h"
 #include "libmarl/hwinfo.h"
 #include "libmarl/interfaces.h"
 #include "libmarl/power_3g.h"
 #include "libmarl/upgrade_flag.h"
-#include "misc/sys/cmos.h"
-#include "misc/ver/catalogue.h"
 
 namespace {
 

@@ -10,14 +10,14 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/text.h"
+#include "identity/catalogue.h"
 #include "libmarl/env.h"
 #include "libmarl/hwinfo.h"
 #include "libmarl/net_identity.h"
 #include "libmarl/power_3g.h"
 #include "libmarl/system.h"
 #include "libmarl/watchdog.h"
-#include "misc/gpio_3g/modem_state.h"
-#include "misc/ver/catalogue.h"
+#include "modem/state.h"
 
 static_assert(offsetof(SystemInfo, id) == 32 && offsetof(SystemInfo, type) == 64);
 static_assert(offsetof(SystemInfo, hw_version) == 96 && offsetof(SystemInfo, appauto) == 104);
