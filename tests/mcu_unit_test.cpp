@@ -25,7 +25,7 @@ namespace {
 
 using namespace marl;
 using scenario::journal_follows;
-using spi_util::FrameAssembler;
+using mcu::FrameAssembler;
 using Bytes = std::vector<uint8_t>;
 
 constexpr uint8_t kFiller = 0xFF;
@@ -344,7 +344,7 @@ TEST(Rings, AreFreedOnceNobodyHoldsThem) {
     load("");
     initSpiUtilDev(18);
     const auto hold = [] {
-        const spi_util::HeldRing ring(18);
+        const mcu::HeldRing ring(18);
         usleep(50'000);
         EXPECT_EQ(fifo_put(ring.get(), report(18, 1).data(), MCU_FRAME_SIZE), 7U);
     };
@@ -352,7 +352,7 @@ TEST(Rings, AreFreedOnceNobodyHoldsThem) {
         usleep(10'000);
         EXPECT_EQ(deinitSpiUtilDev(18), 0);
         EXPECT_NEAR(sim::now(), 0.05, 0.001);
-        EXPECT_FALSE(spi_util::HeldRing(18).exists());
+        EXPECT_FALSE(mcu::HeldRing(18).exists());
     };
     run_together({hold, free_meanwhile});
 }

@@ -5,6 +5,7 @@
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "libmarl/env.h"
 #include "libmarl/system.h"
@@ -12,8 +13,6 @@
 namespace {
 
 using namespace marl;
-
-constexpr const char* kSource = "src/misc/sys";
 
 constexpr uint32_t kRegisters = 0x01C40000;
 constexpr uint32_t kRegistersSize = 0xD2C;
@@ -33,7 +32,7 @@ int DRV_mMapOpen(int* fd_out) {
     if (fd_out == nullptr) return -1;
     const int fd = open_file("/dev/mem", O_RDWR | O_DSYNC);
     if (fd < 0) {
-        diag::error({kSource, "DRV_mMapOpen"}, "dev_fp Fail!! \n");
+        diag::error({module::kSystem, "DRV_mMapOpen"}, "dev_fp Fail!! \n");
         return -1;
     }
     *fd_out = fd;
@@ -50,14 +49,14 @@ void* DRV_mMap(int fd, uint32_t phys, uint32_t len) {
     if (map != MAP_FAILED && map != nullptr) return map;
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the address is only printed
     const void* address = reinterpret_cast<void*>(uintptr_t{phys});
-    diag::error({kSource, "DRV_mMap"}, "mmap Fail, %p, %d , pMemMap = %p\n", address, static_cast<int>(len),
-                map);
+    diag::error({module::kSystem, "DRV_mMap"}, "mmap Fail, %p, %d , pMemMap = %p\n", address,
+                static_cast<int>(len), map);
     return nullptr;
 }
 
 int DRV_mUnMap(void* addr, uint32_t len) {
     if (munmap(addr, len) == 0) return 0;
-    diag::error({kSource, "DRV_mUnMap"}, "munmap Fail, %p, %d \n", addr, static_cast<int>(len));
+    diag::error({module::kSystem, "DRV_mUnMap"}, "munmap Fail, %p, %d \n", addr, static_cast<int>(len));
     return -1;
 }
 
@@ -65,13 +64,13 @@ int readReg(uint32_t* pll1_mult, uint32_t* prediv, uint32_t* postdiv, uint32_t* 
     if (pll1_mult == nullptr || prediv == nullptr || postdiv == nullptr || pll_div3 == nullptr) return -1;
     int opened = -1;
     if (DRV_mMapOpen(&opened) < 0) {
-        diag::error({kSource, "readReg"}, "open /dev/mem failed\n");
+        diag::error({module::kSystem, "readReg"}, "open /dev/mem failed\n");
         return -1;
     }
     const Fd memory(opened);
     void* map = DRV_mMap(memory.get(), kRegisters, kRegistersSize);
     if (map == nullptr) {
-        diag::error({kSource, "readReg"}, "mmap error\n");
+        diag::error({module::kSystem, "readReg"}, "mmap error\n");
         return -1;
     }
     const auto* words = static_cast<const volatile uint32_t*>(map);

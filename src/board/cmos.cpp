@@ -7,6 +7,7 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/lock.h"
+#include "base/module.h"
 #include "identity/catalogue.h"
 #include "libmarl/cmos.h"
 
@@ -14,7 +15,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kSource = "src/misc/sys";
 constexpr const char* kDevice = "/dev/misc/rtc";
 
 // The lock guards the two steps of an access: the offset into the buffer, then the transfer.
@@ -32,7 +32,7 @@ void marl::hold_cmos_for_good() { pthread_mutex_lock(&g_cmos.lock); }
 int openCMOS(const char* path) {
     if (path == nullptr) return -1;
     if (open_once(g_cmos.fd, path, O_RDWR) < 0) {
-        diag::error({kSource, "openCMOS"}, " can't open %s (fd = %d)\n", path, g_cmos.fd);
+        diag::error({module::kSystem, "openCMOS"}, " can't open %s (fd = %d)\n", path, g_cmos.fd);
         return -1;
     }
     return g_cmos.fd;

@@ -6,6 +6,7 @@
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "libmarl/system.h"
 
 namespace {
@@ -50,7 +51,7 @@ int my_system_call(const char* command) {
     // vfork, because a copy of the caller's page tables is more than a small board can always give.
     const pid_t child = vfork();  // NOLINT(clang-analyzer-security.insecureAPI.vfork)
     if (child < 0) {
-        diag::error({"src/misc/sys", "my_system_call"}, "vfork() failed !\n");
+        diag::error({module::kSystem, "my_system_call"}, "vfork() failed !\n");
         return -1;
     }
     if (child == 0) {

@@ -5,6 +5,7 @@
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/object.h"
 
 constinit GPIO* pg_gpio = nullptr;
@@ -13,7 +14,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kSource = "src/misc/gpio";
 constexpr const char* kDevice = "/dev/misc/gpio";
 constexpr unsigned long kSetInterruptMode = 1;
 constexpr uint32_t kHighestInterruptMode = 3;
@@ -46,11 +46,11 @@ GPIO* make_object() {
 
 int createGPIO(GPIO** out) {
     if (object_exists(kGpioObject)) {
-        diag::error({kSource, "createGPIO", 258}, "Error:OBJ is created\n");
+        diag::error({module::kGpio, "createGPIO", 258}, "Error:OBJ is created\n");
         return -1;
     }
     if (out == nullptr) {
-        diag::error({kSource, "createGPIO", 264}, "Obiect is NULL\n");
+        diag::error({module::kGpio, "createGPIO", 264}, "Obiect is NULL\n");
         return -1;
     }
     *out = make_object();

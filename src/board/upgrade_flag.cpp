@@ -3,6 +3,7 @@
 #include <cerrno>
 
 #include "base/diag.h"
+#include "base/module.h"
 #include "base/shared_word.h"
 
 namespace {
@@ -10,7 +11,6 @@ namespace {
 using namespace marl;
 
 constexpr const char* kPath = "/tmp/upgrade_ing";
-constexpr const char* kSource = "src/flash/flash";
 constexpr uint32_t kIdle = 0;
 constexpr uint32_t kUpgrading = 1;
 
@@ -47,7 +47,7 @@ int check_upgrade_map() {
     uint32_t value = kIdle;
     if (flag.read(value) < 0) return -1;
     if (value == kIdle || value == kUpgrading) return static_cast<int>(value);
-    diag::warn({kSource, "check_upgrade_map"}, "upgrade flag is unknown\n");
+    diag::warn({module::kFlash, "check_upgrade_map"}, "upgrade flag is unknown\n");
     return 0;
 }
 

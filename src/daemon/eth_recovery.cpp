@@ -13,6 +13,7 @@
 #include "base/clock.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "libmarl/net_live.h"
 #include "libmarl/proc.h"
@@ -95,7 +96,7 @@ int SetEthUpDown(const char* name, const char* cmd) {
         request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP | IFF_RUNNING);
         diag::out("[libmarl] %s up\n", name);
     } else {
-        diag::error({"sentrel", "SetEthUpDown"}, "unknow cmd , %s", cmd);
+        diag::error({module::kDaemon, "SetEthUpDown"}, "unknow cmd , %s", cmd);
         return -1;
     }
     control(fd.get(), SIOCSIFFLAGS, &request);

@@ -8,13 +8,13 @@
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "libmarl/flash.h"
 
 namespace {
 
 using namespace marl;
 
-constexpr const char* kSource = "src/flash/flash_fun/fpga_flash";
 constexpr const char* kDevice = "/dev/misc/spi1";
 constexpr uint32_t kSectorSize = 4096;
 constexpr uint32_t kImageSize = 0x80000;
@@ -38,19 +38,19 @@ struct {
 } constinit g_fpga;
 
 int report(const char* function, const char* message, int line = __builtin_LINE()) {
-    diag::error({kSource, function, line}, "%s\n", message);
+    diag::error({module::kFpgaFlash, function, line}, "%s\n", message);
     return -1;
 }
 
 int report_alignment(const char* function, int line = __builtin_LINE()) {
-    diag::error({kSource, function, line}, "address doesn't  align 0x%x", kSectorSize);
+    diag::error({module::kFpgaFlash, function, line}, "address doesn't  align 0x%x", kSectorSize);
     return -1;
 }
 
 // A zeroed sector; the report is of the function that asks.
 uint8_t* allocate_sector(const char* function, int line = __builtin_LINE()) {
     auto* sector = static_cast<uint8_t*>(calloc(1, kSectorSize));
-    if (sector == nullptr) diag::error({kSource, function, line}, "calloc %#x\n", kSectorSize);
+    if (sector == nullptr) diag::error({module::kFpgaFlash, function, line}, "calloc %#x\n", kSectorSize);
     return sector;
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "libmarl/cmos.h"
 #include "libmarl/gpio.h"
 #include "libmarl/hwinfo.h"
@@ -15,7 +16,6 @@
 namespace marl {
 namespace {
 
-constexpr const char* kSource = "src/flash/flash";
 constexpr const char* kDevice = "/dev/misc/ataen";
 constexpr unsigned long kSetEnabled = 0x40044a01;
 constexpr unsigned long kGetEnabled = 0x80044a02;
@@ -48,7 +48,7 @@ bool release_storage_bus() {
     if (g_bus.idestatus != kOnBus) return true;
     const Fd device(open_file(kDevice, O_RDWR));
     if (!device.is_open()) {
-        diag::error({kSource, "flash_write"}, "open failed %s", kDevice);
+        diag::error({module::kFlash, "flash_write"}, "open failed %s", kDevice);
         return false;
     }
     unmount_disk();
@@ -66,7 +66,7 @@ bool mark_storage_bus_release(bool skip) {
     if (g_bus.idestatus != kOnBus || skip) return true;
     const Fd device(open_file(kDevice, O_RDWR));
     if (!device.is_open()) {
-        diag::error({kSource, "flash_release"}, "open failed:%s", kDevice);
+        diag::error({module::kFlash, "flash_release"}, "open failed:%s", kDevice);
         return false;
     }
     if (writeCMOS(kMarkOffset, kMark, sizeof kMark) < 0) diag::err("writeCMOS offset=%d\n", kMarkOffset);

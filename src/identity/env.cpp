@@ -17,13 +17,13 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/lock.h"
+#include "base/module.h"
 #include "base/text.h"
 
 namespace {
 
 using namespace marl;
 
-constexpr const char* kSource = "src/misc/env";
 constexpr const char* kDevice = "/dev/mtd/1";
 constexpr const char* kVideoFrontEnd = "/dev/davinci_vpfe";
 constexpr unsigned long kSetCameraModule = 0x80045609;
@@ -52,7 +52,8 @@ struct {
 uint8_t* read_image(int fd) {
     auto* image = static_cast<uint8_t*>(calloc(1, kImageSize));
     if (image == nullptr) {
-        diag::error({kSource, "env_init", 161}, "Cannot malloc memory for buff at %s\n", "env_init");
+        diag::error({module::kEnvironment, "env_init", 161}, "Cannot malloc memory for buff at %s\n",
+                    "env_init");
         return nullptr;
     }
     if (!read_whole(fd, image, kImageSize)) {
@@ -147,7 +148,8 @@ bool append_variable(const char* name, const char* value) {
 bool do_setenv(const char* name, const char* value) {
     if (const auto old = find_variable(name)) remove_variable(*old);
     if (!append_variable(name, value)) {
-        diag::warn({kSource, "do_setenv", 285}, "## Error: environment overflow, \"%s\" deleted\n", name);
+        diag::warn({module::kEnvironment, "do_setenv", 285},
+                   "## Error: environment overflow, \"%s\" deleted\n", name);
         return false;
     }
     store_le(g_env.image, crc32({g_env.image + kCrcSize, kCrcCovered - kCrcSize}));
@@ -160,7 +162,8 @@ bool do_saveenv() {
     diag::line("[libmarl] Note!! don't power off\n");
     const uint32_t start = device.devoff / device.env_size * device.env_size - device.devoff;
     if (start % device.env_size != 0) {
-        diag::error({kSource, "do_saveenv", 329}, "%s: address doesn't align 0x1000 align\n", "do_saveenv");
+        diag::error({module::kEnvironment, "do_saveenv", 329}, "%s: address doesn't align 0x1000 align\n",
+                    "do_saveenv");
         return false;
     }
     erase_info_user range{start, device.env_size};
@@ -225,9 +228,9 @@ int __set_armboot_para(const char* name, const char* value) {
     if (!is_settable(name, value)) return -1;
     if (env_init() < 0) return 0;
     if (!do_setenv(name, value)) {
-        diag::error({kSource, "__set_armboot_para", 410}, "set environmeent to flash fail\n");
+        diag::error({module::kEnvironment, "__set_armboot_para", 410}, "set environmeent to flash fail\n");
     } else if (!do_saveenv()) {
-        diag::error({kSource, "__set_armboot_para", 420}, "save environmeent to flash fail\n");
+        diag::error({module::kEnvironment, "__set_armboot_para", 420}, "save environmeent to flash fail\n");
     }
     return 0;
 }

@@ -13,6 +13,7 @@
 #include "base/bytes.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/proc_field.h"
 #include "base/text.h"
 #include "identity/catalogue.h"
@@ -23,7 +24,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kSource = "src/misc/ver";
 constexpr const char* kKey = "HWID";
 constexpr const char* kBootParameters = "/proc/qorzo/bootpara";
 constexpr const char* kIdRecordPath = "/mnt/mtdblock1";
@@ -188,7 +188,7 @@ void print_remark(catalogue::Remark remark) {
     if (remark == catalogue::Remark::BadHardwareVersion) {
         diag::out("[libmarl] Uncorrect hardware version!");
     } else if (remark == catalogue::Remark::UnsupportedHardwareVersion) {
-        diag::error({kSource, "hwid_transform", 738}, "hardware version is not support\n");
+        diag::error({module::kIdentity, "hwid_transform", 738}, "hardware version is not support\n");
     }
 }
 

@@ -4,6 +4,7 @@
 #include <span>
 
 #include "base/diag.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "libmarl/env.h"
 #include "libmarl/hwid.h"
@@ -15,8 +16,6 @@ static_assert(sizeof(marl_hwinfo_sections) == 18 * sizeof(uint16_t));
 namespace {
 
 using namespace marl;
-
-constexpr const char* kSource = "src/misc/ver";
 
 constexpr const char* kAlarmMode[] = {"NA",         "NVS-1.0.240", "IPC-1.0.120", "IPC-1.0.110",
                                       "SD-1.0.270", "IPC-1.0.440", nullptr};
@@ -95,8 +94,8 @@ void take_version(const Section& section, const char* value) {
     if (*text == 'V') major = take_number(++text);
     if (*text == '.') minor = take_number(++text);
     if (major < 1 || major > 16 || minor < 0 || minor > 16) {
-        diag::warn({kSource, "get_hwinfo2Struct", section.version_line}, "Error:Too large version %s\n",
-                   value);
+        diag::warn({module::kIdentity, "get_hwinfo2Struct", section.version_line},
+                   "Error:Too large version %s\n", value);
         return;
     }
     HWINFO_SECTIONS.*section.field = static_cast<uint16_t>(major % 16 * 16 + minor % 16 - 16);
@@ -125,7 +124,8 @@ void get_hwinfo2Struct() {
     for (uint32_t index = 0; index < kSectionCount; ++index) {
         char value[128] = {};
         if (get_armboot_para(kSections[index].key, value, sizeof value) < 0) {
-            diag::warn({kSource, "get_hwinfo2Struct", 1065}, "Get %s error\n", kSections[index].key);
+            diag::warn({module::kIdentity, "get_hwinfo2Struct", 1065}, "Get %s error\n",
+                       kSections[index].key);
         } else {
             take_section(index, value);
         }
@@ -153,7 +153,7 @@ int string2ValueProductType(const char* name, const char* const table[][MARL_MOD
             if (strcmp(model, name) == 0) return row;
         }
     }
-    return report_undefined({kSource, "string2ValueProductType", 1050}, name, section);
+    return report_undefined({module::kIdentity, "string2ValueProductType", 1050}, name, section);
 }
 
 int string2Value(const char* name, const char* const* list, uint32_t section) {
@@ -161,15 +161,15 @@ int string2Value(const char* name, const char* const* list, uint32_t section) {
     for (int position = 0; list[position] != nullptr; ++position) {
         if (strcmp(list[position], name) == 0) return position;
     }
-    return report_undefined({kSource, "string2Value", 1037}, name, section);
+    return report_undefined({module::kIdentity, "string2Value", 1037}, name, section);
 }
 
 int check_product_type(const char* text) {
-    return section_contains(kProductTypeSection, text, {kSource, "check_product_type", 1571});
+    return section_contains(kProductTypeSection, text, {module::kIdentity, "check_product_type", 1571});
 }
 
 int check_fvideo_chip(const char* text) {
-    return section_contains(kFvideoChipSection, text, {kSource, "check_fvideo_chip", 1597});
+    return section_contains(kFvideoChipSection, text, {module::kIdentity, "check_fvideo_chip", 1597});
 }
 
 int get_hwid_scheme() {

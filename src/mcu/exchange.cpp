@@ -12,7 +12,6 @@
 namespace {
 
 using namespace marl;
-using spi_util::kSource;
 
 constexpr int kAnswerWaits = 300;
 constexpr uint32_t kSwitchSettlesMs = 1000;
@@ -36,7 +35,7 @@ bool is_power_switch(uint32_t command) {
 
 // All `len` bytes or none: the count, -1 without a ring, nothing when they are not there yet.
 std::optional<int> take(uint32_t command, uint8_t* buf, uint32_t len) {
-    const spi_util::HeldRing ring(command);
+    const mcu::HeldRing ring(command);
     if (!ring.exists()) return -1;
     mcu_fifo& fifo = ring.get();
     if (fifo_level(fifo) < len) return std::nullopt;
@@ -53,9 +52,9 @@ int get_spi_data(uint32_t cmd, uint8_t* buf, uint32_t len) {
     for (int waits = 0;;) {
         if (const auto taken = take(cmd, buf, len)) return *taken;
         if (cmd != MCU_MOUSE && waits++ == kAnswerWaits) break;
-        sleep_ms(spi_util::kPollMs);
+        sleep_ms(mcu::kPollMs);
     }
-    diag::error({kSource, "get_spi_data"}, "SPI_CMD: 0x%x  read timeout !!!\n", cmd);
+    diag::error({module::kMcu, "get_spi_data"}, "SPI_CMD: 0x%x  read timeout !!!\n", cmd);
     return -1;
 }
 
@@ -65,7 +64,7 @@ int mcu_send_frame(uint32_t, const uint8_t* frame) {
 
 int mcu_transact(uint32_t cmd, uint8_t* frame) {
     if (mcu_send_frame(cmd, frame) < 0) {
-        spi_util::report_assertion();
+        mcu::report_assertion();
         return -1;
     }
     return get_spi_data(cmd, frame, MCU_FRAME_SIZE) == MCU_FRAME_SIZE ? 0 : -1;
@@ -83,17 +82,17 @@ int PowerControl(uint32_t cmd, uint32_t on) {
     if (!is_power_switch(cmd) || on > 1) return -1;
     const Frame set(cmd, kSet, on);
     if (mcu_send_frame(cmd, set.bytes) < 0) {
-        diag::error({kSource, "PowerControl"}, "Send CMD2SPI to mcu fail!\n");
+        diag::error({module::kMcu, "PowerControl"}, "Send CMD2SPI to mcu fail!\n");
         return -1;
     }
     sleep_ms(kSwitchSettlesMs);
     uint8_t state = 0;
     if (mcu_query_status(cmd, &state) < 0) {
-        diag::error({kSource, "PowerControl"}, "Set and QueryStatus fail!\n");
+        diag::error({module::kMcu, "PowerControl"}, "Set and QueryStatus fail!\n");
         return -1;
     }
     if (state != on) {
-        diag::error({kSource, "PowerControl"}, "Set CMD:0x%x fail!\n", cmd);
+        diag::error({module::kMcu, "PowerControl"}, "Set CMD:0x%x fail!\n", cmd);
         return -1;
     }
     diag::out("[libmarl] Set CMD:0x%x *************************success\n\n", cmd);

@@ -1,6 +1,6 @@
 #include "mcu/frame_assembler.h"
 
-namespace marl::spi_util {
+namespace marl::mcu {
 namespace {
 
 constexpr uint8_t kStart = 0xA0;
@@ -34,4 +34,4 @@ FrameAssembler::Event FrameAssembler::data(uint8_t byte) {
     return Event::TooLong;
 }
 
-}  // namespace marl::spi_util
+}  // namespace marl::mcu

@@ -7,7 +7,7 @@
 
 #include "libmarl/mcu.h"
 
-namespace marl::spi_util {
+namespace marl::mcu {
 
 class FrameAssembler {
   public:
@@ -35,4 +35,4 @@ class FrameAssembler {
     uint32_t count_ = 0;  // 0: outside a frame
 };
 
-}  // namespace marl::spi_util
+}  // namespace marl::mcu

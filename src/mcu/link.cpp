@@ -34,7 +34,7 @@ int start_reader(int fd) {
     pthread_t reader;
     // NOLINTNEXTLINE(performance-no-int-to-ptr): the thread takes a number, not an address
     void* const argument = reinterpret_cast<void*>(static_cast<intptr_t>(fd));
-    const int error = pthread_create(&reader, &detached, spi_util::thread_spi_read, argument);
+    const int error = pthread_create(&reader, &detached, mcu::thread_spi_read, argument);
     pthread_attr_destroy(&detached);
     return error;
 }
@@ -50,7 +50,7 @@ bool write_all(int fd, const uint8_t* data, uint32_t len) {
         } else if (++failed == kFailedWritesAccepted) {
             return false;
         } else {
-            sleep_ms(spi_util::kPollMs);
+            sleep_ms(mcu::kPollMs);
         }
     }
     return true;
@@ -74,12 +74,12 @@ int mcu_open() {
 
 int mcu_write(const uint8_t* buf, uint32_t len) {
     if (buf == nullptr || len == 0 || len > INT32_MAX) {
-        spi_util::report_assertion();
+        mcu::report_assertion();
         return -1;
     }
     const int fd = mcu_open();
     if (fd < 0) {
-        spi_util::report_assertion();
+        mcu::report_assertion();
         return -1;
     }
     return write_all(fd, buf, len) ? static_cast<int>(len) : -1;

@@ -12,7 +12,7 @@
 #include "mcu/ring.h"
 #include "mcu/ring_table.h"
 
-namespace marl::spi_util {
+namespace marl::mcu {
 namespace {
 
 constexpr size_t kBlockSize = 8;
@@ -32,10 +32,10 @@ void feed(FrameAssembler& assembler, uint8_t byte) {
             deliver(assembler.frame());
             break;
         case FrameAssembler::Event::TooLong:
-            diag::error({kSource, "thread_spi_read"}, " data frame error!!!\n");
+            diag::error({module::kMcu, "thread_spi_read"}, " data frame error!!!\n");
             break;
         case FrameAssembler::Event::EndedLate:
-            diag::error({kSource, "thread_spi_read"}, "data frame error!!!\n");
+            diag::error({module::kMcu, "thread_spi_read"}, "data frame error!!!\n");
             break;
     }
 }
@@ -66,8 +66,8 @@ void* thread_spi_read(void* descriptor) {
     while (read_block(fd, block)) {
         for (const uint8_t byte : block) feed(assembler, byte);
     }
-    diag::error({kSource, "thread_spi_read"}, "MCU read error\n");
+    diag::error({module::kMcu, "thread_spi_read"}, "MCU read error\n");
     return nullptr;
 }
 
-}  // namespace marl::spi_util
+}  // namespace marl::mcu

@@ -42,7 +42,7 @@ void fifo_free(mcu_fifo* fifo) {
 
 }  // namespace
 
-namespace marl::spi_util {
+namespace marl::mcu {
 
 HeldRing::HeldRing(uint32_t command) : fifo_(nullptr) {
     if (command > MCU_COMMAND_MAX) return;
@@ -55,11 +55,11 @@ HeldRing::~HeldRing() {
     if (fifo_ != nullptr) pthread_mutex_unlock(&fifo_->lock);
 }
 
-}  // namespace marl::spi_util
+}  // namespace marl::mcu
 
 mcu_fifo* initSpiUtilDev(uint32_t cmd) {
     if (cmd > MCU_COMMAND_MAX) {
-        spi_util::report_assertion();
+        mcu::report_assertion();
         return nullptr;
     }
     const MutexLock lock(g_table.lock);

@@ -5,7 +5,7 @@
 
 #include "libmarl/mcu.h"
 
-namespace marl::spi_util {
+namespace marl::mcu {
 
 // The ring of a command, locked for the length of a scope. It cannot be freed meanwhile, so nobody keeps a
 // pointer beyond it: whoever polls looks the ring up again each time.
@@ -23,4 +23,4 @@ class HeldRing {
     mcu_fifo* fifo_;
 };
 
-}  // namespace marl::spi_util
+}  // namespace marl::mcu

@@ -11,6 +11,7 @@
 #include "base/clock.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "libmarl/usb_devices.h"
 #include "modem/index_sheet.h"
@@ -76,7 +77,7 @@ constexpr Listing kModems = {"get_mult3Ginfo_FromFile",
                              "save_index_sheet failed"};
 
 int fail(const Listing& listing, const char* text) {
-    diag::error({kModemSource, listing.function}, "%s", text);
+    diag::error({module::kModem, listing.function}, "%s", text);
     return -1;
 }
 
@@ -213,7 +214,8 @@ int open_list() {
 int read_devices(const Listing& listing, std::span<UsbDevice> devices) {
     const Fd list(open_list());
     if (!list.is_open()) {
-        diag::error({kModemSource, listing.function}, "Fail to open usb USB_DEVICE_NAME:%s!", kUsbDeviceList);
+        diag::error({module::kModem, listing.function}, "Fail to open usb USB_DEVICE_NAME:%s!",
+                    kUsbDeviceList);
         return -1;
     }
     return DeviceReader(listing, devices).read(list.get());

@@ -1,6 +1,7 @@
 #include "base/clock.h"
 #include "base/diag.h"
 #include "base/lock.h"
+#include "base/module.h"
 #include "libmarl/modem.h"
 #include "libmarl/power_3g.h"
 #include "libmarl/usb_phy.h"
@@ -74,7 +75,7 @@ int reset_3g() {
 int reset_3g_and_wait() {
     cycle_power(cycle_before_wait());
     if (modem_returns()) return 0;
-    diag::error({kModemSource, "reset_3g_and_wait"}, "3G modem is not back within %u s\n",
+    diag::error({module::kModem, "reset_3g_and_wait"}, "3G modem is not back within %u s\n",
                 kReturnWithinMs / 1000);
     return -1;
 }

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "base/diag.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "modem/usb_list.h"
 
@@ -113,7 +114,7 @@ class Search {
 
     void hand_over(const char* failure) {
         if (request_.deal_result(path_.text(), request_.result, request_.size) < 0) {
-            diag::error({kModemSource, manner_.function}, "%s", failure);
+            diag::error({module::kModem, manner_.function}, "%s", failure);
         }
     }
 
@@ -137,7 +138,7 @@ int marl::find_serial_files(const DvrFindRequest& request) { return Search(reque
 int dvr_find_file(const DvrFindRequest* request) {
     if (request == nullptr || request->name == nullptr || request->directory == nullptr ||
         request->result == nullptr || request->deal_result == nullptr) {
-        diag::error({kModemSource, "dvr_find_file"}, "parameter error");
+        diag::error({module::kModem, "dvr_find_file"}, "parameter error");
         return -1;
     }
     return Search(*request, kAnyFile).run();

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "base/diag.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "modem/sysfs_walk.h"
 #include "modem/usb_list.h"
@@ -48,7 +49,7 @@ int16_t number_behind(std::string_view path, std::string_view name) {
 }
 
 int fail(const char* text, const char* path) {
-    diag::error({kModemSource, "resolve_interface"}, "%s:%s", text, path);
+    diag::error({module::kModem, "resolve_interface"}, "%s:%s", text, path);
     return -1;
 }
 
@@ -67,7 +68,7 @@ int resolve_interface(InterfaceTable& table, const char* path, std::string_view 
     if (number == kNone) return fail(kNumberFailed, path);
     InterfaceEntry* entry = table.entry_of(place);
     if (entry == nullptr) {
-        diag::error({kModemSource, "resolve_interface"}, "there overstep the boundary ");
+        diag::error({module::kModem, "resolve_interface"}, "there overstep the boundary ");
         return -1;
     }
     // A driver has more than one file of the same name and number.
@@ -120,7 +121,7 @@ int find_all_interfaces(InterfaceTable& table) {
     for (const auto& request :
          {request_for(table, kWirelessName, take_wireless), request_for(table, kSerialName, take_serial)}) {
         if (dvr_find_file(&request) < 0) {
-            diag::error({kModemSource, "get_usb_devs"}, "dvr_find_file failed");
+            diag::error({module::kModem, "get_usb_devs"}, "dvr_find_file failed");
             return -1;
         }
     }
@@ -129,7 +130,7 @@ int find_all_interfaces(InterfaceTable& table) {
 
 int find_serial_interfaces(InterfaceTable& table) {
     if (find_serial_files(request_for(table, kSerialName, take_serial)) == 0) return 0;
-    diag::error({kModemSource, "get_mult3Ginfo_FromFile"}, "find_File failed");
+    diag::error({module::kModem, "get_mult3Ginfo_FromFile"}, "find_File failed");
     return -1;
 }
 

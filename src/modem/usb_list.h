@@ -12,7 +12,6 @@
 namespace marl {
 
 inline constexpr const char* kUsbDeviceList = "/proc/bus/usb/devices";
-inline constexpr const char* kModemSource = "src/misc/gpio_3g";
 
 // The lines of the list without their ends. What a line has beyond 127 characters is left out, so that it is
 // never taken for a line of its own. Does not own the descriptor.

@@ -9,11 +9,11 @@
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "identity/catalogue.h"
 #include "libmarl/hwinfo.h"
 #include "libmarl/proc.h"
-#include "net/report.h"
 
 namespace {
 
@@ -171,7 +171,7 @@ int NetGetEthIndex(const char* name, const char* caller) {
 int NetGetEthDevice(NetDeviceEntry* entries, int capacity) {
     if (entries == nullptr || capacity > MARL_NET_DEVICES_MAX) return -1;
     if (capacity < 1) {
-        diag::warn({kNetSource, "NetGetEthDevice"},
+        diag::warn({module::kNet, "NetGetEthDevice"},
                    "The number of network card is more than 10, please check you code!");
         return -1;
     }
@@ -189,13 +189,13 @@ int NetGetEthName(char* buf, int len, int* count) {
     constexpr int kLeast = 10;
     if (buf == nullptr || count == nullptr) return -1;
     if (len < kLeast) {
-        diag::error({kNetSource, "NetGetEthName"}, "EthNameLen=%d is too short(least is %d)!", len, kLeast);
+        diag::error({module::kNet, "NetGetEthName"}, "EthNameLen=%d is too short(least is %d)!", len, kLeast);
         return -1;
     }
     const auto size = static_cast<size_t>(len);
     const Fd file(open_file(kDevices, O_RDONLY));
     if (!file.is_open()) {
-        diag::error({kNetSource, "NetGetEthName"}, "ERR: open file %s failed!", kDevices);
+        diag::error({module::kNet, "NetGetEthName"}, "ERR: open file %s failed!", kDevices);
         copy_text(buf, size, "eth0");
         *count = 1;
         return 0;

@@ -14,11 +14,11 @@
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "libmarl/interfaces.h"
 #include "libmarl/net_live.h"
 #include "libmarl/network.h"
-#include "net/report.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ constexpr short kUpAndRunning = IFF_UP | IFF_RUNNING;
 int open_socket() { return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
 
 int fail(const char* function, const char* message, int line = __builtin_LINE()) {
-    diag::error({kNetSource, function, line}, "%s", message);
+    diag::error({module::kNet, function, line}, "%s", message);
     return -1;
 }
 

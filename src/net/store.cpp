@@ -8,12 +8,12 @@
 #include "base/bytes.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "libmarl/cmos.h"
 #include "libmarl/interfaces.h"
 #include "libmarl/network.h"
 #include "net/config_file.h"
-#include "net/report.h"
 
 namespace {
 
@@ -231,7 +231,7 @@ int NetGetDhcpAttr(const char* path, int type, char* out, int outLen) {
 }
 
 int NetConfigBeenReset() {
-    constexpr diag::Site kSite{kNetSource, "NetConfigBeenReset"};
+    constexpr diag::Site kSite{module::kNet, "NetConfigBeenReset"};
     uint8_t mark = 0;
     if (readCMOS(kResetMarkOffset, &mark, sizeof mark) < 0) {
         diag::err("ERR: Get CMOS Failed\n");

@@ -9,6 +9,7 @@
 
 #include "base/diag.h"
 #include "base/fd.h"
+#include "base/module.h"
 #include "base/text.h"
 #include "identity/catalogue.h"
 #include "libmarl/env.h"
@@ -29,7 +30,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kSource = "src/misc/sys";
 constexpr const char* kNoDeviceId = "000000000000000000";
 
 constexpr const char* kChips[] = {"unkown", "hi3510", "hi3511", "dm6441",
@@ -59,7 +59,7 @@ void fill_bandwidth(SystemInfo& info) {
     const auto* known = std::find_if(std::begin(kBandwidths), std::end(kBandwidths),
                                      [rate](const Bandwidth& one) { return one.arm_mhz == rate; });
     if (known == std::end(kBandwidths)) {
-        diag::error({kSource, "getSystemInfo"}, "get bandWidth error\n");
+        diag::error({module::kSystem, "getSystemInfo"}, "get bandWidth error\n");
     } else {
         info.bandWidth = known->bandwidth;
     }
@@ -98,13 +98,13 @@ void list_fpga(const char* path, SubModuleInfo& module) {
     module.status = 1;
     const Fd device(open_file(path, O_RDONLY));
     if (!device.is_open()) {
-        diag::error({kSource, "getSubModules"}, "open /dev/ad_dev failed\n");
+        diag::error({module::kSystem, "getSubModules"}, "open /dev/ad_dev failed\n");
         return;
     }
     uint8_t version[4] = {};  // the driver answers with the first byte of a word
     const int result = control(device.get(), kFpgaVersion, version);
     if (result < 0) {
-        diag::error({kSource, "getSubModules"}, "get fpga version error\n");
+        diag::error({module::kSystem, "getSubModules"}, "get fpga version error\n");
         return;
     }
     module.status = static_cast<uint8_t>(result);
@@ -115,7 +115,7 @@ int list_traffic_modules(const TrafficBoard& board, SubModuleInfo* modules, int&
     count = 1;
     const Fd device(open_file(kCoprocessorDevice, O_RDONLY));
     if (!device.is_open()) {
-        diag::error({kSource, "getSubModules"}, "open /dev/dm6480 failed\n");
+        diag::error({module::kSystem, "getSubModules"}, "open /dev/dm6480 failed\n");
         modules[0].status = 1;
         return 0;
     }
