@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/module.h"
@@ -30,7 +31,7 @@ constexpr uint32_t divisor(uint32_t value) { return (value & 31) + 1; }
 
 int DRV_mMapOpen(int* fd_out) {
     if (fd_out == nullptr) return -1;
-    const int fd = open_file("/dev/mem", O_RDWR | O_DSYNC);
+    const int fd = open_file(device::kMemory, O_RDWR | O_DSYNC);
     if (fd < 0) {
         diag::error({module::kSystem, "DRV_mMapOpen"}, "dev_fp Fail!! \n");
         return -1;

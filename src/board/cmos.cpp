@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/lock.h"
@@ -15,8 +16,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kDevice = "/dev/misc/rtc";
-
 // The lock guards the two steps of an access: the offset into the buffer, then the transfer.
 struct {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
@@ -27,7 +26,7 @@ bool is_exempt() { return catalogue::is_model_of(catalogue::kCmosExempt); }
 
 }  // namespace
 
-void marl::hold_cmos_for_good() { pthread_mutex_lock(&g_cmos.lock); }
+void marl::cmos::hold_for_good() { pthread_mutex_lock(&g_cmos.lock); }
 
 int openCMOS(const char* path) {
     if (path == nullptr) return -1;
@@ -42,7 +41,7 @@ int writeCMOS(uint8_t offset, const uint8_t* data, uint32_t len) {
     if (data == nullptr || len == 0 || len > MARL_CMOS_WRITE_MAX) return -1;
     const MutexLock lock(g_cmos.lock);
     if (is_exempt()) return 0;
-    const int fd = openCMOS(kDevice);
+    const int fd = openCMOS(device::kRtc);
     if (fd < 0) return -1;
     uint8_t buffer[1 + MARL_CMOS_WRITE_MAX] = {offset};
     memcpy(buffer + 1, data, len);
@@ -56,7 +55,7 @@ int readCMOS(uint8_t offset, uint8_t* out, uint32_t len) {
         memset(out, 0, len);
         return 0;
     }
-    const int fd = openCMOS(kDevice);
+    const int fd = openCMOS(device::kRtc);
     if (fd < 0) return -1;
     uint8_t buffer[MARL_CMOS_READ_MAX] = {offset};
     const auto result = static_cast<int>(read_some(fd, buffer, len));

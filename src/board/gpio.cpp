@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/module.h"
@@ -14,7 +15,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kDevice = "/dev/misc/gpio";
 constexpr unsigned long kSetInterruptMode = 1;
 constexpr uint32_t kHighestInterruptMode = 3;
 
@@ -86,9 +86,9 @@ int gpio_open(GPIO* thiz) {
         diag::out("\033[1;33m[libmarl] WARN : warn: %s  GPIO has opend already \n\033[m", "gpio_open");
         return 0;
     }
-    common.fd = open_file(kDevice, O_RDWR);
+    common.fd = open_file(device::kGpio, O_RDWR);
     if (common.fd < 0) {
-        diag::err("open %s ", kDevice);
+        diag::err("open %s ", device::kGpio);
         return -1;
     }
     return 0;

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "base/clock.h"
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
 #include "board/cmos.h"
@@ -15,8 +16,6 @@
 namespace {
 
 using namespace marl;
-
-constexpr const char* kDevice = "/dev/mem";
 
 constexpr size_t kRegistersSize = 136;
 constexpr size_t kPhyControl = 0x34 / sizeof(uint32_t);
@@ -80,15 +79,15 @@ void switch_phy_on(volatile uint32_t& control_register) {
 // The run marker as the previous run left it; marks this run as running.
 uint8_t exchange_run_marker() {
     uint8_t marker = kRunning;
-    if (readCMOS(kRunMarker, &marker, sizeof marker) < 0) marker = kRunning;
-    writeCMOS(kRunMarker, &kRunning, sizeof kRunning);
+    if (readCMOS(cmos::kRunMarker, &marker, sizeof marker) < 0) marker = kRunning;
+    writeCMOS(cmos::kRunMarker, &kRunning, sizeof kRunning);
     return marker;
 }
 
 // 1 when the marker in memory has survived, 2 when it has not and is planted now.
 int check_memory_marker() {
     if (mem_open() < 0) {
-        diag::out("OPEN %s error\n", kDevice);
+        diag::out("OPEN %s error\n", device::kMemory);
         return -1;
     }
     void* region =
@@ -110,8 +109,8 @@ int check_memory_marker() {
 }  // namespace
 
 int mem_open() {
-    if (open_once(g_memory.fd, kDevice, O_RDWR | O_DSYNC) >= 0) return 0;
-    diag::err("open %s error\n", kDevice);
+    if (open_once(g_memory.fd, device::kMemory, O_RDWR | O_DSYNC) >= 0) return 0;
+    diag::err("open %s error\n", device::kMemory);
     return -1;
 }
 

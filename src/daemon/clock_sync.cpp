@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "base/clock.h"
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
 #include "libmarl/upgrade_flag.h"
@@ -19,7 +20,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kDevice = "/dev/misc/rtc";
 constexpr int kTries = 200;
 constexpr uint32_t kTryPauseMs = 10;
 
@@ -73,9 +73,9 @@ void rtc_to_system_clock() {
         diag::line("==>hwclock skip");
         return;
     }
-    const Fd rtc(open_file(kDevice, O_RDONLY));
+    const Fd rtc(open_file(device::kRtc, O_RDONLY));
     if (!rtc.is_open()) {
-        diag::out("open %s failed\n", kDevice);
+        diag::out("open %s failed\n", device::kRtc);
         return;
     }
     // As it stands before this conversion: the C library loads the zone with the first mktime.

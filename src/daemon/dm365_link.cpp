@@ -5,8 +5,10 @@
 #include <cerrno>
 
 #include "base/clock.h"
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "board/dm365.h"
 
 namespace sentrel {
 
@@ -16,21 +18,11 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kGpioDevice = "/dev/misc/gpio";
 constexpr uint32_t kRepeatPauseMs = 50;
 constexpr uint32_t kResetLowMs = 20;
 constexpr uint32_t kResetHighMs = 500;
 constexpr uint32_t kBootWaitMs = 45'000;
 constexpr uint32_t kFactoryResetCode = 0xA667;
-
-// The version record as the driver fills it and the file keeps it. The texts are NUL-terminated where they
-// fit.
-struct VersionRecord {
-    char name[32];
-    char version[16];
-    char second_version[16];
-};
-static_assert(sizeof(VersionRecord) == 64);
 
 uint32_t query_word(int fd, unsigned long request) {
     uint32_t word = 0;
@@ -40,8 +32,8 @@ uint32_t query_word(int fd, unsigned long request) {
     return word;
 }
 
-void store_version(const VersionRecord& record) {
-    const Fd file(open_file(kVersionPath, O_RDWR | O_CREAT | O_TRUNC, 0755));
+void store_version(const dm365::VersionRecord& record) {
+    const Fd file(open_file(dm365::kVersionPath, O_RDWR | O_CREAT | O_TRUNC, 0755));
     if (!file.is_open()) {
         diag::system_error("creat dm365_version\n", errno);
         return;
@@ -51,7 +43,7 @@ void store_version(const VersionRecord& record) {
 }
 
 void query_version(int fd, unsigned long request) {
-    VersionRecord record{};
+    dm365::VersionRecord record{};
     if (control(fd, request, &record) == 0) {
         store_version(record);
     } else {
@@ -61,13 +53,13 @@ void query_version(int fd, unsigned long request) {
 
 void exchange(int fd, uint32_t* out, unsigned long request) {
     uint32_t status = 0;
-    control(fd, kReadStatus, &status);
-    if (status == kUpgrading) {
-        *out = kUpgrading;
-    } else if (request == kQueryVersion || request == kQueryVersionOld) {
+    control(fd, dm365::kReadStatus, &status);
+    if (status == dm365::kUpgrading) {
+        *out = dm365::kUpgrading;
+    } else if (request == dm365::kQueryVersion || request == dm365::kQueryVersionOld) {
         query_version(fd, request);
     } else {
-        *out = query_word(fd, request == kQueryAlive ? kQueryAlive : kQuery2a);
+        *out = query_word(fd, request == dm365::kQueryAlive ? dm365::kQueryAlive : dm365::kQuery2a);
     }
 }
 
@@ -78,13 +70,13 @@ void dm365_spi_query(int fd, uint32_t* out, unsigned long request) {
         diag::line("@@: spi0 device is not open");
         return;
     }
-    control(fd, kBeginExchange, 0UL);
+    control(fd, dm365::kBeginExchange, 0UL);
     exchange(fd, out, request);
-    control(fd, kEndExchange, 0UL);
+    control(fd, dm365::kEndExchange, 0UL);
 }
 
 int dm365_reset_pulse(uint8_t pin) {
-    const Fd gpio(open_file(kGpioDevice, O_RDWR));
+    const Fd gpio(open_file(device::kGpio, O_RDWR));
     if (!gpio.is_open()) return -1;
     const uint8_t low[] = {pin, 0};
     const uint8_t high[] = {pin, 1};
@@ -97,17 +89,17 @@ int dm365_reset_pulse(uint8_t pin) {
 
 void hold_for_boot(int fd) {
     uint32_t booting = 1;
-    control(fd, kBootWait, &booting);
+    control(fd, dm365::kBootWait, &booting);
     sleep_ms(kBootWaitMs);
     booting = 0;
-    control(fd, kBootWait, &booting);
+    control(fd, dm365::kBootWait, &booting);
 }
 
 void announce_factory_reset() {
     const int fd = spi0_fd;
     if (fd <= 0) return;
     uint32_t code = kFactoryResetCode;
-    control(fd, kFactoryReset, &code);
+    control(fd, dm365::kFactoryReset, &code);
 }
 
 }  // namespace sentrel

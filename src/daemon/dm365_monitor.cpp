@@ -8,8 +8,10 @@
 
 #include "base/bytes.h"
 #include "base/clock.h"
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "board/dm365.h"
 #include "daemon/dm365_link.h"
 
 namespace sentrel {
@@ -17,8 +19,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kCaptureDevice = "/dev/davinci_vpfe";
-constexpr const char* kLinkDevice = "/dev/misc/spi0";
 constexpr unsigned long kReadCaptureInterrupts = 0x80145603;
 constexpr uint32_t kCaptureStalled = 1;
 constexpr uint8_t kResetPin = 48;
@@ -68,7 +68,7 @@ int open_reporting(const char* path) {
 
 // A file that is there but cannot be read is no reason to reset the co-processor.
 bool is_version_missing() {
-    const Fd file(open_file(kVersionPath, O_RDONLY));
+    const Fd file(open_file(dm365::kVersionPath, O_RDONLY));
     return !file.is_open() && errno == ENOENT;
 }
 
@@ -76,23 +76,23 @@ bool is_version_missing() {
 void record_version() {
     if (!is_version_missing()) return;
     uint32_t status = 0;
-    dm365_spi_query(spi0_fd, &status, kQueryVersion);
-    if (status != kUpgrading) reset_and_hold();
+    dm365_spi_query(spi0_fd, &status, dm365::kQueryVersion);
+    if (status != dm365::kUpgrading) reset_and_hold();
 }
 
 void judge_devices(Monitor& monitor) { monitor.devices_ok = monitor.capture_fd > 0 && spi0_fd > 0; }
 
 void start_up(Monitor& monitor) {
     sleep_ms(kStartDelayMs);
-    monitor.capture_fd = open_reporting(kCaptureDevice);
-    spi0_fd = open_reporting(kLinkDevice);
+    monitor.capture_fd = open_reporting(device::kVideoFrontEnd);
+    spi0_fd = open_reporting(dm365::kLinkDevice);
     record_version();
     judge_devices(monitor);
 }
 
 void reopen_devices(Monitor& monitor) {
-    open_once(monitor.capture_fd, kCaptureDevice, O_RDWR);
-    if (spi0_fd < 0) spi0_fd = open_file(kLinkDevice, O_RDONLY);
+    open_once(monitor.capture_fd, device::kVideoFrontEnd, O_RDWR);
+    if (spi0_fd < 0) spi0_fd = open_file(dm365::kLinkDevice, O_RDONLY);
     judge_devices(monitor);
     ++monitor.reopen_attempts;
 }
@@ -119,8 +119,8 @@ bool is_capture_stalled(int fd) {
 
 bool is_upgrading() {
     uint32_t status = 0;
-    control(spi0_fd, kReadStatus, &status);
-    if (status != kUpgrading) return false;
+    control(spi0_fd, dm365::kReadStatus, &status);
+    if (status != dm365::kUpgrading) return false;
     diag::line("now  system is upograde");
     sleep_ms(kCaptureUpgradePauseMs);
     return true;
@@ -149,13 +149,13 @@ bool check_capture(Monitor& monitor) {
 // False when a reset and its 45 s have taken up this pass.
 bool check_liveness(Monitor& monitor) {
     uint32_t answer = 0;
-    dm365_spi_query(spi0_fd, &answer, kQueryAlive);
-    if (answer == kUpgrading) {
+    dm365_spi_query(spi0_fd, &answer, dm365::kQueryAlive);
+    if (answer == dm365::kUpgrading) {
         diag::line("-------------:dm365 UPGRADING: step 1-----------------");
         sleep_ms(kUpgradePauseMs);
         return true;
     }
-    if (answer == kAlive) {
+    if (answer == dm365::kAlive) {
         monitor.spi_silences = 0;
         return true;
     }
@@ -172,13 +172,13 @@ bool check_liveness(Monitor& monitor) {
 void check_2a(Monitor& monitor) {
     sleep_ms(kBefore2aMs);
     uint32_t answer = 0;
-    dm365_spi_query(spi0_fd, &answer, kQuery2a);
-    if (answer == kUpgrading) {
+    dm365_spi_query(spi0_fd, &answer, dm365::kQuery2a);
+    if (answer == dm365::kUpgrading) {
         diag::line("-------------:dm365 UPGRADING: step 2-----------------");
         sleep_ms(kUpgradePauseMs);
         return;
     }
-    if (answer != kAbnormal2a) {
+    if (answer != dm365::kAbnormal2a) {
         monitor.abnormal_2a = 0;
         return;
     }

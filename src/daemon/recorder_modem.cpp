@@ -8,24 +8,23 @@
 #include "base/clock.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "mcu/frame.h"
 
 namespace sentrel {
 namespace {
 
 using namespace marl;
 
-constexpr const char* kDevice = "/dev/mcu";
 constexpr int kFailedWritesAccepted = 5;
 constexpr uint32_t kWritePauseMs = 10;
 
-// Command 0x19 (3G power), operation 0 (set), value 1 (on), between the start and end bytes of a frame.
-constexpr uint8_t kPowerOnFrame[] = {0xA1, 0x19, 0x00, 0x01, 0x00, 0x00, 0x0A};
+constexpr mcu::Frame kPowerOn(mcu::kModemPower, mcu::kSet, 1);
 
 bool write_frame(int fd) {
     size_t done = 0;
     int failed = 0;
-    while (done < sizeof kPowerOnFrame) {
-        const ssize_t n = write_some(fd, kPowerOnFrame + done, sizeof kPowerOnFrame - done);
+    while (done < sizeof kPowerOn.bytes) {
+        const ssize_t n = write_some(fd, kPowerOn.bytes + done, sizeof kPowerOn.bytes - done);
         if (n > 0) {
             done += static_cast<size_t>(n);
         } else if (++failed == kFailedWritesAccepted) {
@@ -42,7 +41,7 @@ bool write_frame(int fd) {
 bool power_recorder_modem() {
     bool written = false;
     {
-        const Fd device(open_file(kDevice, O_RDWR));
+        const Fd device(open_file(mcu::kDevice, O_RDWR));
         diag::out("set before, fd_mcu_spi=%d\n", device.get());
         if (device.get() <= 0) {
             diag::line("NRX2 3G open failed");

@@ -7,8 +7,10 @@
 #include <cstdlib>
 
 #include "base/clock.h"
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "board/cmos.h"
 #include "daemon/dm365_link.h"
 
 namespace sentrel {
@@ -16,8 +18,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kGpioDevice = "/dev/misc/gpio";
-constexpr const char* kRtcDevice = "/dev/misc/rtc";
 constexpr int32_t kHoldPolls = 25;
 constexpr uint32_t kBeforeRebootMs = 200;
 
@@ -27,8 +27,9 @@ constexpr const char* kWipeCommands[] = {
 };
 
 // A write to the CMOS bytes: the offset, then the data.
-constexpr uint8_t kNetworkInvalidAndResetMark[] = {40, 0x00, 0x00, 'f', 0x00};
-constexpr uint8_t kRunMarkerCleared[] = {1, 0x00};
+constexpr uint8_t kNetworkInvalidAndResetMark[] = {cmos::kNetworkMagic, 0x00, 0x00, cmos::kFactoryReset,
+                                                   0x00};
+constexpr uint8_t kRunMarkerCleared[] = {cmos::kRunMarker, 0x00};
 
 // The loop's own.
 struct {
@@ -75,7 +76,7 @@ void choose_reset_gpio_line(int product_type) {
 }
 
 int check_reset_button(int product_type) {
-    if (open_once(g_button.fd, kGpioDevice, O_RDWR) < 0) return -1;
+    if (open_once(g_button.fd, device::kGpio, O_RDWR) < 0) return -1;
     uint8_t level = 0;
     const ssize_t n = repeat_interrupted([&] {
         level =
@@ -94,9 +95,9 @@ int check_reset_button(int product_type) {
 
 void clear_cmos() {
     {
-        const Fd rtc(open_file(kRtcDevice, O_RDWR));
+        const Fd rtc(open_file(device::kRtc, O_RDWR));
         if (!rtc.is_open()) {
-            diag::out(" can't open %s\n", kRtcDevice);
+            diag::out(" can't open %s\n", device::kRtc);
             return;
         }
         write_some(rtc.get(), kNetworkInvalidAndResetMark, sizeof kNetworkInvalidAndResetMark);

@@ -9,21 +9,15 @@
 #include "base/crc32.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "board/dm365.h"
 #include "libmarl/flash.h"
 
 namespace {
 
 using namespace marl;
 
-constexpr const char* kDevice = "/dev/misc/spi0";
-constexpr unsigned long kQueryAlive = 0x40047305;
-constexpr unsigned long kReadAck = 0x80047304;
-constexpr unsigned long kSetMode = 0x40047301;
-
-constexpr uint16_t kUpgradeCommand = 0x2468;  // also the link mode of an upgrade
 constexpr uint16_t kNoCommand = 0x1357;
 
-constexpr uint32_t kAlive = 0x6984;
 constexpr uint32_t kNoAnswer = 0xffff;
 constexpr uint32_t kAccepted = 0x55aa;
 constexpr uint32_t kResend = 0x7788;
@@ -159,7 +153,7 @@ bool is_end_of_upgrade(const uint8_t* buf, uint32_t len) {
 }  // namespace
 
 int dm365_spi_open() {
-    if (open_once(g_upgrade.fd, kDevice, O_RDWR) < 0) {
+    if (open_once(g_upgrade.fd, dm365::kLinkDevice, O_RDWR) < 0) {
         diag::err("open dm6446 spi fail\n");
         return -1;
     }
@@ -171,10 +165,10 @@ void dm365_spi_probe(int fd, int tries, uint32_t* result) {
     uint32_t word = 0;
     int hits = 0;
     for (int i = 0; i < tries; ++i) {
-        control(fd, kQueryAlive, &word);
-        if (word == kAlive) {
+        control(fd, dm365::kQueryAlive, &word);
+        if (word == dm365::kAlive) {
             diag::line("=========>:  365 spi driver : <==========");
-            *result = kAlive;
+            *result = dm365::kAlive;
             if (++hits == kProbeHits) return;
         }
         sleep_ms(kProbePauseMs);
@@ -186,7 +180,7 @@ void dm365_wait_ack(int fd, int tries, uint32_t* result, uint32_t interval_ms) {
     if (report_closed(fd) || result == nullptr) return;
     for (int i = 0; i < tries; ++i) {
         uint32_t word = 0;
-        control(fd, kReadAck, &word);
+        control(fd, dm365::kReadAck, &word);
         if (word == kAccepted || word == kResend || word == kComplete) {
             *result = word;
             return;
@@ -202,14 +196,14 @@ int dm365_upgrade_write(int fd, const uint8_t* buf, uint32_t len, uint32_t addr,
         return -1;
     }
     if (cmd == kNoCommand) return 0;
-    if (cmd != kUpgradeCommand) {
+    if (cmd != dm365::kUpgrading) {
         diag::err("CMD WRONG !\n");
         return -1;
     }
     if (buf == nullptr) return -1;
     if (!probe_once(fd) || !allocate_frame()) return -1;
-    uint32_t mode = kUpgradeCommand;
-    control(fd, kSetMode, &mode);
+    uint32_t mode = dm365::kUpgrading;
+    control(fd, dm365::kSetMode, &mode);
     const uint32_t length = std::min(len, kPayloadMax);
     if (!is_end_of_upgrade(buf, len)) return send_data(fd, buf, length, addr);
     build_header(addr, length, kEndFrame);

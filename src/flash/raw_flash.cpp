@@ -14,6 +14,7 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/object.h"
+#include "board/dm365.h"
 #include "flash/fpga_flash.h"
 #include "flash/partitions.h"
 #include "flash/storage_bus.h"
@@ -29,8 +30,6 @@ constexpr uint32_t kFpgaBase = 0x4000000;
 constexpr uint32_t kHostSize = 0x1000000;
 constexpr uint32_t kCoprocessorSize = 0x800000;
 constexpr int32_t kCoprocessorMode = 1;
-constexpr uint16_t kUpgradeCommand = 0x2468;
-constexpr const char* kVersionRecord = "/mnt/mtd/dm365_version";
 
 struct PrivateRecord {
     ObjectCommon
@@ -138,7 +137,7 @@ void choose_mode(int32_t selector) {
     g_flash.coprocessor = selector == kCoprocessorMode && catalogue::is_model_of(catalogue::kKl7);
     // The co-processor monitor asks for the version of the new firmware when it finds no record of the old
     // one.
-    if (g_flash.coprocessor) unlink(kVersionRecord);
+    if (g_flash.coprocessor) unlink(dm365::kVersionPath);
 }
 
 // The programs on these two run from the flash that is about to change.
@@ -324,7 +323,7 @@ int flash_write(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len)
     if (!release_storage_bus()) return -1;
     set_upgrade_map();  // a flag that cannot be raised is reported, and does not stop the upgrade
     if (g_flash.coprocessor)
-        return dm365_upgrade_write(record_of(thiz).common.fd, buf, len, addr, kUpgradeCommand);
+        return dm365_upgrade_write(record_of(thiz).common.fd, buf, len, addr, dm365::kUpgrading);
     return is_fpga_address(addr) ? write_fpga(buf, addr, len) : write_partitions(thiz, buf, addr, len);
 }
 

@@ -9,6 +9,7 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/module.h"
+#include "board/cmos.h"
 #include "libmarl/cmos.h"
 #include "libmarl/gpio.h"
 #include "libmarl/hwinfo.h"
@@ -23,7 +24,6 @@ constexpr int kSharedBusStorage = 3;
 constexpr uint32_t kBusStatusLine = 9;
 constexpr int kOnBus = 1;
 
-constexpr uint8_t kMarkOffset = 27;
 constexpr uint8_t kMark[] = {0x57, 0x13};
 
 // Written by the flash operations, which belong to one thread.
@@ -69,7 +69,8 @@ bool mark_storage_bus_release(bool skip) {
         diag::error({module::kFlash, "flash_release"}, "open failed:%s", kDevice);
         return false;
     }
-    if (writeCMOS(kMarkOffset, kMark, sizeof kMark) < 0) diag::err("writeCMOS offset=%d\n", kMarkOffset);
+    if (writeCMOS(cmos::kBusReleaseMark, kMark, sizeof kMark) < 0)
+        diag::err("writeCMOS offset=%d\n", cmos::kBusReleaseMark);
     return true;
 }
 

@@ -14,6 +14,7 @@
 
 #include "base/bytes.h"
 #include "base/crc32.h"
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/lock.h"
@@ -25,7 +26,6 @@ namespace {
 using namespace marl;
 
 constexpr const char* kDevice = "/dev/mtd/1";
-constexpr const char* kVideoFrontEnd = "/dev/davinci_vpfe";
 constexpr unsigned long kSetCameraModule = 0x80045609;
 
 constexpr uint32_t kFlashOffset = 0x40000;
@@ -238,7 +238,7 @@ int __set_armboot_para(const char* name, const char* value) {
 int set_armboot_para(const char* name, const char* value) {
     if (!is_settable(name, value)) return -1;
     {
-        const Fd front_end(open_file(kVideoFrontEnd, O_RDWR));
+        const Fd front_end(open_file(device::kVideoFrontEnd, O_RDWR));
         if (!front_end.is_open()) return -1;
         if (strstr(value, "camera=Qorzo") != nullptr) {
             tell_camera_module(front_end.get(), 0, "[libmarl] ----qorzo----");

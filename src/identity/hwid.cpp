@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/bytes.h"
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/module.h"
@@ -25,7 +26,6 @@ namespace {
 using namespace marl;
 
 constexpr const char* kKey = "HWID";
-constexpr const char* kBootParameters = "/proc/qorzo/bootpara";
 constexpr const char* kIdRecordPath = "/mnt/mtdblock1";
 constexpr const char* kDefinitionPath = "/mnt/custom/ProductDefinition";
 
@@ -90,7 +90,7 @@ void store_id(size_t offset, uint64_t value) { store_le(hwid + offset, value); }
 
 bool take_id_from_boot_parameters() {
     char digits[28] = {};
-    if (read_proc_field(kBootParameters, kKey, digits, {}) < 0) return false;
+    if (read_proc_field(device::kBootParameters, kKey, digits, {}) < 0) return false;
     store_id(0, hexadecimal(digits));
     product_code = raw_field(raw_id::kProductCode);
     return true;

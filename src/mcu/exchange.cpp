@@ -6,27 +6,18 @@
 #include "base/clock.h"
 #include "libmarl/mcu.h"
 #include "mcu/common.h"
+#include "mcu/frame.h"
 #include "mcu/ring.h"
 #include "mcu/ring_table.h"
 
 namespace {
 
 using namespace marl;
+using mcu::Frame;
 
 constexpr int kAnswerWaits = 300;
 constexpr uint32_t kSwitchSettlesMs = 1000;
-constexpr uint32_t kPowerSwitches[] = {18, 21, 23, 24, 25};
-
-constexpr uint8_t kSet = 0;
-constexpr uint8_t kQuery = 1;
-constexpr size_t kValueByte = 3;
-
-struct Frame {
-    Frame(uint32_t command, uint8_t operation, uint32_t value)
-        : bytes{0xA1, static_cast<uint8_t>(command), operation, static_cast<uint8_t>(value), 0, 0, 0x0A} {}
-
-    uint8_t bytes[MCU_FRAME_SIZE];
-};
+constexpr uint32_t kPowerSwitches[] = {18, 21, 23, 24, mcu::kModemPower};
 
 bool is_power_switch(uint32_t command) {
     return std::find(std::begin(kPowerSwitches), std::end(kPowerSwitches), command) !=
@@ -72,15 +63,15 @@ int mcu_transact(uint32_t cmd, uint8_t* frame) {
 
 int mcu_query_status(uint32_t cmd, uint8_t* state) {
     if (state == nullptr || !is_power_switch(cmd)) return -1;
-    Frame frame(cmd, kQuery, 0);
+    Frame frame(cmd, mcu::kQuery, 0);
     if (mcu_transact(cmd, frame.bytes) < 0) return -1;
-    *state = frame.bytes[kValueByte];
+    *state = frame.bytes[mcu::kValueByte];
     return 0;
 }
 
 int PowerControl(uint32_t cmd, uint32_t on) {
     if (!is_power_switch(cmd) || on > 1) return -1;
-    const Frame set(cmd, kSet, on);
+    const Frame set(cmd, mcu::kSet, on);
     if (mcu_send_frame(cmd, set.bytes) < 0) {
         diag::error({module::kMcu, "PowerControl"}, "Send CMD2SPI to mcu fail!\n");
         return -1;
@@ -100,6 +91,6 @@ int PowerControl(uint32_t cmd, uint32_t on) {
 }
 
 int mcu_shutdown() {
-    const Frame shutdown(MCU_SHUTDOWN, kSet, 0);
+    const Frame shutdown(MCU_SHUTDOWN, mcu::kSet, 0);
     return mcu_write(shutdown.bytes, sizeof shutdown.bytes);
 }

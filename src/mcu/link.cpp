@@ -6,13 +6,12 @@
 #include "base/fd.h"
 #include "libmarl/mcu.h"
 #include "mcu/common.h"
+#include "mcu/frame.h"
 #include "mcu/reader.h"
 
 namespace {
 
 using namespace marl;
-
-constexpr const char* kDevice = "/dev/mcu";
 
 // As long as an answer is waited for: a microcontroller that takes nothing for that time is gone, and a halt
 // must not hang on it.
@@ -62,7 +61,7 @@ int mcu_open() {
     const MutexLock lock(g_link.open_lock);
     if (g_link.fd >= 0) return g_link.fd;
     // Without a device the thread is started all the same and ends at once.
-    const int fd = open_file(kDevice, O_RDWR);
+    const int fd = open_file(mcu::kDevice, O_RDWR);
     if (const int error = start_reader(fd); error != 0) {
         diag::library_system_error("pthread_create spi read\n", error);
         if (fd >= 0) close(fd);

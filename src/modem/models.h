@@ -10,11 +10,11 @@ namespace marl::modem_models {
 
 using catalogue::Group;
 
-inline constexpr Group kHubBoards[] = {Group(catalogue::kModulePair, 1), catalogue::kKa2,
-                                       catalogue::kHubModels, catalogue::kKbA};
+inline constexpr Group kHubBoards[] = {catalogue::kVmk51f, catalogue::kKa2, catalogue::kHubModels,
+                                       catalogue::kKbA};
 
 inline constexpr Group kSlowToReset[] = {catalogue::kFirstPair, catalogue::kRefused, catalogue::kKl7Group,
-                                         Group(catalogue::kSecondPair, 1)};
+                                         catalogue::kKt1};
 
 inline bool is_among(std::span<const Group> groups) {
     return std::any_of(groups.begin(), groups.end(), catalogue::is_model_of);

@@ -18,7 +18,6 @@ namespace {
 constexpr const char* kMainPath = "/mnt/mtd/Config/network";
 constexpr const char* kBackupPath = "/mnt/backup/Config/network";
 constexpr int kLeastPathLength = 25;
-constexpr size_t kLineSize = 80;
 constexpr size_t kPieceSize = 32;
 
 // What the name of an interface's file ends in; null where there is no file.
@@ -103,9 +102,12 @@ bool backup_config_path(int index, char* out, size_t size) {
 
 bool read_setting(const char* path, const char* key, char* out, size_t size) {
     const Fd file(open_file(path, O_RDONLY));
-    if (!file.is_open()) return false;
-    LineReader reader(file.get());
-    char line[kLineSize];
+    return file.is_open() && read_setting(file.get(), key, out, size);
+}
+
+bool read_setting(int fd, const char* key, char* out, size_t size) {
+    LineReader reader(fd);
+    char line[kConfigLineSize];
     while (reader.next(line, sizeof line)) {
         const std::string_view value = strstr(line, key) != nullptr ? value_of(line) : std::string_view();
         if (value.empty()) continue;

@@ -10,8 +10,12 @@ namespace marl {
 bool main_config_path(int index, char* out, size_t size);
 bool backup_config_path(int index, char* out, size_t size);
 
-// The value of the first line, in pieces of 79 characters, that holds `key` anywhere and is a setting at all.
-// False when there is none.
+// Lines are read in pieces of up to 79 characters.
+inline constexpr size_t kConfigLineSize = 80;
+
+// The value of the first line that holds `key` anywhere and is a setting at all. False when there is none. The second
+// form reads an open file from where it stands.
 bool read_setting(const char* path, const char* key, char* out, size_t size);
+bool read_setting(int fd, const char* key, char* out, size_t size);
 
 }  // namespace marl

@@ -10,6 +10,7 @@
 #include "base/fd.h"
 #include "base/module.h"
 #include "base/text.h"
+#include "board/cmos.h"
 #include "libmarl/cmos.h"
 #include "libmarl/interfaces.h"
 #include "libmarl/network.h"
@@ -38,19 +39,16 @@ constexpr const char* kDefaults[][kTypes] = {{"192.168.1.108", "255.255.255.0", 
                                              {"192.168.2.108", "255.255.0.0", "192.168.2.1", "1"}};
 
 // The CMOS copy of eth0's settings: the magic, and behind it the addresses in the order of their types.
-constexpr uint8_t kMagicOffset = 40;
-constexpr uint8_t kResetMarkOffset = 42;
 constexpr uint16_t kMagic = 0x55AA;
-constexpr uint8_t kFactoryReset = 'f';
 
-constexpr uint8_t cmos_offset(int type) { return static_cast<uint8_t>(kMagicOffset + 4 + 4 * type); }
+constexpr uint8_t cmos_offset(int type) { return static_cast<uint8_t>(cmos::kNetworkCopy + 4 * type); }
 
 bool is_type(int type) { return type >= 0 && type < kTypes; }
 
 bool write_magic() {
     uint8_t magic[sizeof kMagic];
     store_le(magic, kMagic);
-    return writeCMOS(kMagicOffset, magic, sizeof magic) >= 0;
+    return writeCMOS(cmos::kNetworkMagic, magic, sizeof magic) >= 0;
 }
 
 bool write_address(int type, const char* address) {
@@ -72,7 +70,7 @@ bool read_address(int type, uint32_t& address) {
 
 bool read_magic(uint16_t& magic) {
     uint8_t bytes[4];
-    if (readCMOS(kMagicOffset, bytes, sizeof bytes) < 0) return false;
+    if (readCMOS(cmos::kNetworkMagic, bytes, sizeof bytes) < 0) return false;
     magic = load_le<uint16_t>(bytes);
     if (magic != kMagic) diag::out("[libmarl] var=%#x\n", magic);
     return true;
@@ -132,7 +130,7 @@ struct DhcpState {
 DhcpState read_dhcp_state(int fd) {
     DhcpState state;
     LineReader reader(fd);
-    char line[80];
+    char line[kConfigLineSize];
     while ((state.in_use == 0 || state.has_address == 0) && reader.next(line, sizeof line)) {
         if (strstr(line, "USEDHCP") != nullptr) sscanf(line, "USEDHCP = %d", &state.in_use);
         if (strstr(line, "DHCPHAVEIP") != nullptr) sscanf(line, "DHCPHAVEIP = %d", &state.has_address);
@@ -142,7 +140,7 @@ DhcpState read_dhcp_state(int fd) {
 
 void clear_reset_mark() {
     const uint8_t clear = 0;
-    writeCMOS(kResetMarkOffset, &clear, sizeof clear);
+    writeCMOS(cmos::kResetMark, &clear, sizeof clear);
 }
 
 bool is_never_configured() {
@@ -212,12 +210,9 @@ int NetGetDhcpAttr(const char* path, int type, char* out, int outLen) {
         diag::err("str_length is too short\n");
         return -1;
     }
-    DhcpState state;
-    {
-        const Fd file(open_file(path, O_RDONLY));
-        if (!file.is_open()) return -1;
-        state = read_dhcp_state(file.get());
-    }
+    const Fd file(open_file(path, O_RDONLY));
+    if (!file.is_open()) return -1;
+    const DhcpState state = read_dhcp_state(file.get());
     if (state.in_use <= 0) return -1;
     if (state.has_address == 0) {
         diag::err("can not get IP by DHCP, use IP save in NETWORK\n");
@@ -227,18 +222,20 @@ int NetGetDhcpAttr(const char* path, int type, char* out, int outLen) {
         diag::err("unkonw type\n");
         return -1;
     }
-    return read_setting(path, kAttributes[type].dhcp_key, out, static_cast<size_t>(outLen)) ? 0 : -1;
+    const bool rewound = lseek(file.get(), 0, SEEK_SET) == 0;
+    const char* key = kAttributes[type].dhcp_key;
+    return rewound && read_setting(file.get(), key, out, static_cast<size_t>(outLen)) ? 0 : -1;
 }
 
 int NetConfigBeenReset() {
     constexpr diag::Site kSite{module::kNet, "NetConfigBeenReset"};
     uint8_t mark = 0;
-    if (readCMOS(kResetMarkOffset, &mark, sizeof mark) < 0) {
+    if (readCMOS(cmos::kResetMark, &mark, sizeof mark) < 0) {
         diag::err("ERR: Get CMOS Failed\n");
         return -1;
     }
     if (mark == 0) return 0;
-    if (mark == kFactoryReset) {
+    if (mark == cmos::kFactoryReset) {
         clear_reset_mark();
         return 1;
     }

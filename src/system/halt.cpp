@@ -27,7 +27,7 @@ constexpr uint32_t kUsPerSecond = 1'000'000;
 void mark_orderly_end() {
     const uint8_t ended = 0;
     diag::line("[libmarl] write shutdown cmos start");
-    writeCMOS(kRunMarker, &ended, sizeof ended);
+    writeCMOS(cmos::kRunMarker, &ended, sizeof ended);
     diag::line("[libmarl] write shutdown cmos end ");
 }
 

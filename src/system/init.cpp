@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "base/devices.h"
 #include "base/diag.h"
 #include "base/proc_field.h"
 #include "base/text.h"
@@ -15,7 +16,6 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kBootParameters = "/proc/qorzo/bootpara";
 constexpr int kRevision = 3668;
 
 void create_gpio() {
@@ -39,7 +39,7 @@ void require_gpio(int line = __builtin_LINE()) {
 
 int get_keyboard_bootpara() {
     char token[4] = {};
-    if (read_proc_field(kBootParameters, "qz_keyboard", token, {}) < 0) return 0;
+    if (read_proc_field(device::kBootParameters, "qz_keyboard", token, {}) < 0) return 0;
     return decimal(token);
 }
 

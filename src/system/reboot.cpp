@@ -57,7 +57,7 @@ void mark_orderly_end() {
     const uint8_t ended = 0;
     diag::line("[libmarl] before ioctl ");
     diag::line("[libmarl] write reboot cmos start");
-    writeCMOS(kRunMarker, &ended, sizeof ended);
+    writeCMOS(cmos::kRunMarker, &ended, sizeof ended);
     diag::line("[libmarl] write reboot cmos end ");
 }
 
@@ -78,7 +78,7 @@ int sys_reboot() {
     reset_model_hardware();
     mark_orderly_end();
     // The run marker must be the last thing that this process writes there.
-    hold_cmos_for_good();
+    cmos::hold_for_good();
     pulse(kBoardResetLine, 20);
     return -1;
 }

@@ -11,6 +11,7 @@
 #include "base/fd.h"
 #include "base/module.h"
 #include "base/text.h"
+#include "board/dm365.h"
 #include "identity/catalogue.h"
 #include "libmarl/env.h"
 #include "libmarl/hwinfo.h"
@@ -128,16 +129,16 @@ int list_traffic_modules(const TrafficBoard& board, SubModuleInfo* modules, int&
 
 // The version record that the co-processor monitor keeps: the first 64 bytes of an entry.
 int list_recorded_module(SubModuleInfo& module, int& count) {
-    char record[offsetof(SubModuleInfo, status)] = {};
+    dm365::VersionRecord record{};
     {
-        const Fd file(open_file("/mnt/mtd/dm365_version", O_RDONLY));
+        const Fd file(open_file(dm365::kVersionPath, O_RDONLY));
         if (!file.is_open()) return -1;
-        count = read_whole(file.get(), record, sizeof record) ? 1 : 0;
+        count = read_whole(file.get(), &record, sizeof record) ? 1 : 0;
     }
-    copy_text(module.name, sizeof module.name, field_text(record, sizeof module.name));
-    copy_text(module.version, sizeof module.version, field_text(record + 32, sizeof module.version));
+    copy_text(module.name, sizeof module.name, field_text(record.name, sizeof record.name));
+    copy_text(module.version, sizeof module.version, field_text(record.version, sizeof record.version));
     copy_text(module.second_version, sizeof module.second_version,
-              field_text(record + 48, sizeof module.second_version));
+              field_text(record.second_version, sizeof record.second_version));
     diag::out("[libmarl] %s:%s\n%s\n%s\n", "getSubModules", module.name, module.second_version,
               module.version);
     return 0;
