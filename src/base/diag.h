@@ -1,7 +1,7 @@
-// Every message of the library and the daemon leaves through here: it is formatted into a bounded buffer on
-// the stack and handed to the kernel in one write, so lines stay whole, standard output and standard error
-// keep their order, nothing waits in a buffer when the board resets, and the small stack of a clone task is
-// enough.
+// Every message of the library and the daemon leaves through here: it is formatted into a bounded buffer
+// on the stack and handed to the kernel in one write, so lines stay whole, standard output and standard
+// error keep their order, nothing waits in a buffer when the board resets, and the small stack of a clone
+// task is enough.
 //
 // A message never blocks and never kills: when the console does not take it now, or nobody reads it any more,
 // it is dropped. No call here changes errno. All are safe from any thread and from a clone task.

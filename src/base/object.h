@@ -1,6 +1,6 @@
-// The pattern of the library's objects: a public record whose first member `priv` points to a private record
-// that begins with `ObjectCommon`; one object of each kind at a time, guarded by a bit of one process-wide
-// word.
+// The pattern of the library's objects: a public record whose first member `priv` points to a
+// private record that begins with `ObjectCommon`; one object of each kind at a time, guarded by a
+// bit of one process-wide word.
 #pragma once
 
 #include <cstdint>
@@ -32,9 +32,9 @@ int check_object(const Object* thiz, const char* operation, Need need) {
                                 operation, need);
 }
 
-// A public record with a private one behind it, closed and with one reference; its operations are the
-// caller's to fill in. Null without memory, after a line on standard error with the name of the record's
-// type.
+// A public record with a private one behind it, closed and with one reference; its operations are
+// the caller's to fill in. Null without memory, after a line on standard error with the name of
+// the record's type.
 template <typename Object, typename Record>
 Object* allocate_object(const char* type) {
     auto* object = static_cast<Object*>(malloc(sizeof(Object)));

@@ -29,8 +29,8 @@ Announcement prepare_announcement() {
     return announcement;
 }
 
-// Runs in the child, which shares the parent's memory until it executes the shell: it writes, and nothing
-// more.
+// Runs in the child, which shares the parent's memory until it executes the shell: it writes,
+// and nothing more.
 void announce(Announcement& announcement, unsigned pid) {
     char digits[16];
     size_t count = 0;

@@ -26,7 +26,7 @@ int report_open() {
     return -1;
 }
 
-int store(SharedWord& flag, uint32_t value, bool create) {
+int write_flag(SharedWord& flag, uint32_t value, bool create) {
     if (!flag.is_open() && flag.open(kPath, create) != 0) return report_open();
     return flag.write(value) ? 0 : -1;
 }
@@ -53,11 +53,11 @@ int check_upgrade_map() {
 
 int init_upgrade_map() {
     SharedWord flag;
-    const int result = store(flag, kIdle, true);
+    const int result = write_flag(flag, kIdle, true);
     flag.close();
     return result;
 }
 
-int set_upgrade_map() { return store(g_flag.set, kUpgrading, true); }
+int set_upgrade_map() { return write_flag(g_flag.set, kUpgrading, true); }
 
-int clear_upgrade_map() { return store(g_flag.clear, kIdle, false); }
+int clear_upgrade_map() { return write_flag(g_flag.clear, kIdle, false); }

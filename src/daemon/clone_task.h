@@ -9,10 +9,10 @@ namespace sentrel {
 // cache included. What runs there makes plain system calls only: no heap, no stdio, no pthread locks, no
 // trust in errno.
 //
-// Stores the task id through `out_id` and returns 0. -1 when there is no memory for the stack (`*out_id` is
-// left alone), or, after "create failed:%d\n" and with 0 in `*out_id`, when the task cannot be created. The
-// stack belongs to the task for as long as the board runs; only that of a task that never came to be is
-// freed.
+// Stores the task id through `out_id` and returns 0. -1 when there is no memory for the stack (`*out_id`
+// is left alone), or, after "create failed:%d\n" and with 0 in `*out_id`, when the task cannot be
+// created. The stack belongs to the task for as long as the board runs; only that of a task that never
+// came to be is freed.
 int clone_thread_create(int* out_id, int (*fn)(void*), void* arg);
 
 }  // namespace sentrel

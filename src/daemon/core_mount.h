@@ -1,11 +1,11 @@
-// The `coremnt` command of the boot environment: run once, on a thread of its own, and told to stop 20 s
-// later.
+// The `coremnt` command of the boot environment: run once, on a thread of its own, and told to stop
+// 20 s later.
 #pragma once
 
 namespace sentrel {
 
-// Starts the thread `corePthread`, which runs the command and ends. "Create corePthread failed" when it
-// cannot.
+// Starts the thread `corePthread`, which runs the command and ends. "Create corePthread failed"
+// when it cannot.
 void start_core_mount();
 
 // One pass of the loop: counts 100 passes from the first that sees the command started, then, once, prints

@@ -32,7 +32,7 @@ uint32_t query_word(int fd, unsigned long request) {
     return word;
 }
 
-void store_version(const dm365::VersionRecord& record) {
+void save_version(const dm365::VersionRecord& record) {
     const Fd file(open_file(dm365::kVersionPath, O_RDWR | O_CREAT | O_TRUNC, 0755));
     if (!file.is_open()) {
         diag::system_error("creat dm365_version\n", errno);
@@ -45,7 +45,7 @@ void store_version(const dm365::VersionRecord& record) {
 void query_version(int fd, unsigned long request) {
     dm365::VersionRecord record{};
     if (control(fd, request, &record) == 0) {
-        store_version(record);
+        save_version(record);
     } else {
         diag::system_error("", errno);
     }
@@ -75,11 +75,11 @@ void dm365_spi_query(int fd, uint32_t* out, unsigned long request) {
     control(fd, dm365::kEndExchange, 0UL);
 }
 
-int dm365_reset_pulse(uint8_t pin) {
+int dm365_reset_pulse(uint8_t line) {
     const Fd gpio(open_file(device::kGpio, O_RDWR));
     if (!gpio.is_open()) return -1;
-    const uint8_t low[] = {pin, 0};
-    const uint8_t high[] = {pin, 1};
+    const uint8_t low[] = {line, 0};
+    const uint8_t high[] = {line, 1};
     write_some(gpio.get(), low, sizeof low);
     sleep_ms(kResetLowMs);
     write_some(gpio.get(), high, sizeof high);

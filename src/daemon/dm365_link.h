@@ -1,7 +1,7 @@
 // The daemon's use of the SPI link to the DM365 co-processor; its requests stand in board/dm365.h.
 //
-// All of it is called from the co-processor monitor, which is a clone task: plain system calls on a small
-// stack.
+// All of it is called from the co-processor monitor, which is a clone task: plain system calls on
+// a small stack.
 #pragma once
 
 #include <atomic>
@@ -21,9 +21,9 @@ extern std::atomic<int32_t> spi0_fd;
 // nothing happens then.
 void dm365_spi_query(int fd, uint32_t* out, unsigned long request);
 
-// Pulses a reset line of the GPIO device: low for 20 ms, then high for 500 ms. 0, or -1 when it cannot be
-// opened.
-int dm365_reset_pulse(uint8_t pin);
+// Pulses a reset line of the GPIO device: low for 20 ms, then high for 500 ms. 0, or -1 when it
+// cannot be opened.
+int dm365_reset_pulse(uint8_t line);
 
 // Tells the driver that the co-processor boots, waits 45 s and tells it that it has.
 void hold_for_boot(int fd);

@@ -21,7 +21,7 @@ using namespace marl;
 
 constexpr unsigned long kReadCaptureInterrupts = 0x80145603;
 constexpr uint32_t kCaptureStalled = 1;
-constexpr uint8_t kResetPin = 48;
+constexpr uint8_t kResetLine = 48;
 
 constexpr uint32_t kStartDelayMs = 25'000;
 constexpr uint32_t kPassMs = 5'000;
@@ -56,7 +56,7 @@ void count_fault(uint32_t& faults) {
 bool has_given_up(uint32_t faults) { return faults > kResetsPerFault; }
 
 void reset_and_hold() {
-    dm365_reset_pulse(kResetPin);
+    dm365_reset_pulse(kResetLine);
     hold_for_boot(spi0_fd);
 }
 
@@ -126,8 +126,8 @@ bool is_upgrading() {
     return true;
 }
 
-// False when a reset and its 45 s have taken up this pass. The third stall in a row still pulses the reset
-// line.
+// False when a reset and its 45 s have taken up this pass. The third stall in a row still pulses
+// the reset line.
 bool check_capture(Monitor& monitor) {
     if (!is_capture_stalled(monitor.capture_fd) || is_upgrading()) {
         monitor.capture_stalls = 0;
@@ -135,7 +135,7 @@ bool check_capture(Monitor& monitor) {
     }
     if (!has_given_up(monitor.capture_stalls)) {
         diag::line("**********: sentrel reboot dm365 ***********");
-        dm365_reset_pulse(kResetPin);
+        dm365_reset_pulse(kResetLine);
     }
     count_fault(monitor.capture_stalls);
     if (has_given_up(monitor.capture_stalls)) {

@@ -2,8 +2,8 @@
 
 namespace sentrel {
 
-// Body of the co-processor monitor, for clone_thread_create: supervises the DM365 for as long as the board
-// runs.
+// Body of the co-processor monitor, for clone_thread_create: supervises the DM365 for as long as
+// the board runs.
 //
 // Three symptoms, each with a fault counter of its own: the capture front end stalled (looked at every 5 s),
 // the SPI link silent, the "2A" status abnormal (both about every 15 s). A fault resets the co-processor and

@@ -11,8 +11,8 @@
 namespace sentrel {
 
 // Watch /tmp/mediaguard_to_sentrel, where a word of 0 is a missing heartbeat too (the sixth in a row
-// reboots), and /tmp/encode_to_sentrel, where 0 means that encode has not begun. Both return 0, or not at
-// all.
+// reboots), and /tmp/encode_to_sentrel, where 0 means that encode has not begun. Both return 0, or
+// not at all.
 int monitor_mediaguard();
 int monitor_encode();
 

@@ -1,5 +1,5 @@
-// The reset button: held for 25 polls of the loop, 5 s, it wipes the device's configuration and logs and
-// reboots.
+// The reset button: held for 25 polls of the loop, 5 s, it wipes the device's configuration and
+// logs and reboots.
 #pragma once
 
 namespace sentrel {

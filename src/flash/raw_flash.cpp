@@ -135,8 +135,8 @@ RawFlash* make_object() {
 
 void choose_mode(int32_t selector) {
     g_flash.coprocessor = selector == kCoprocessorMode && catalogue::is_model_of(catalogue::kKl7);
-    // The co-processor monitor asks for the version of the new firmware when it finds no record of the old
-    // one.
+    // The co-processor monitor asks for the version of the new firmware when it finds no record of
+    // the old one.
     if (g_flash.coprocessor) unlink(dm365::kVersionPath);
 }
 
@@ -162,7 +162,7 @@ bool read_at(RawFlash* thiz, uint8_t* buf, uint32_t addr, uint32_t len) {
 }
 
 // Writes at a sector boundary of a partition that is erased there.
-int flash_write_raw(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
+int write_erased(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
     if (flash_map(thiz, addr) < 0) return -1;
     if (!is_sector_start(thiz, addr)) {
         diag::out("address doesn't  align 0x%x", sector_size());
@@ -181,7 +181,7 @@ bool update_sector(RawFlash* thiz, const uint8_t* data, uint32_t addr, uint32_t 
     if (memcmp(sector, data, size) == 0) return true;
     memcpy(sector, data, size);
     return flash_erase(thiz, addr, sector_size()) == 0 &&
-           flash_write_raw(thiz, sector, addr, sector_size()) >= 0;
+           write_erased(thiz, sector, addr, sector_size()) >= 0;
 }
 
 int update_sectors(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len, uint8_t* sector) {
@@ -202,8 +202,8 @@ int rewrite_first_partition(RawFlash* thiz, const uint8_t* buf, uint32_t addr, u
     if (tail > 0 && flash_read(thiz, sector, addr + whole, sector_size()) < 0) return -1;
     memcpy(sector, buf + whole, tail);
     if (flash_erase(thiz, addr, len) < 0) return -1;
-    if (whole > 0 && flash_write_raw(thiz, buf, addr, whole) < 0) return -1;
-    if (tail > 0 && flash_write_raw(thiz, sector, addr + whole, sector_size()) < 0) return -1;
+    if (whole > 0 && write_erased(thiz, buf, addr, whole) < 0) return -1;
+    if (tail > 0 && write_erased(thiz, sector, addr + whole, sector_size()) < 0) return -1;
     return static_cast<int>(len);
 }
 

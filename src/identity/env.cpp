@@ -41,8 +41,8 @@ struct EnvDevice {
     uint32_t erase_size;  // alignment that the device asks for
 };
 
-// Written by the first load, which `load_lock` guards, and by the setters, which belong to one thread at a
-// time.
+// Written by the first load, which `load_lock` guards, and by the setters, which belong to one thread
+// at a time.
 struct {
     pthread_mutex_t load_lock = PTHREAD_MUTEX_INITIALIZER;
     EnvDevice device{-1, 0, 0, 0x1000};
@@ -80,9 +80,8 @@ bool is_variable(size_t index) {
 }
 
 // Matches `key` against the variable at `index`: the index of the value's first byte. A key that brings its
-// own
-// '=' matches up to it.
-std::optional<size_t> env_match(const char* key, size_t index) {
+// own '=' matches up to it.
+std::optional<size_t> match_name(const char* key, size_t index) {
     const auto data = variables();
     for (; index < data.size(); ++index, ++key) {
         if (*key == '\0' && data[index] == '=') return index + 1;
@@ -101,7 +100,7 @@ struct Variable {
 std::optional<Variable> find_variable(const char* key) {
     for (size_t index = 0; is_variable(index);) {
         const size_t end = end_of_variable(index);
-        if (const auto value = env_match(key, index)) return Variable{index, *value, end};
+        if (const auto value = match_name(key, index)) return Variable{index, *value, end};
         index = end + 1;
     }
     return std::nullopt;

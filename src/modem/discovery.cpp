@@ -101,8 +101,8 @@ bool take_texts(std::string_view line, Usb3gModule& module) {
     return taken;
 }
 
-// A block is complete with its first interface, or with a line that tells nothing once the device is
-// identified.
+// A block is complete with its first interface, or with a line that tells nothing once the
+// device is identified.
 void take_line(std::string_view line, Block& block) {
     if (block.complete) return;
     if (line.starts_with('I') || line.starts_with('T')) {

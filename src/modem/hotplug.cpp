@@ -89,8 +89,8 @@ class Events {
     size_t used_ = 0;
 };
 
-// The device's place is the last part of its path; the parts of a device itself go on behind it
-// ("1-1.1:1.0").
+// The device's place is the last part of its path; the parts of a device itself go on
+// behind it ("1-1.1:1.0").
 bool is_modem_position(std::string_view device_path) {
     if (!modem_is_behind_hub()) return true;
     const std::string_view position = rest_of(device_path, device_path.rfind('/') + 1);

@@ -66,7 +66,7 @@ class Text {
     bool ends_in_a_line() const { return length_ == 0 || text_[length_ - 1] == '\n'; }
 
     // Replaces what the file holds, in one write.
-    bool store(const char* path) const {
+    bool save(const char* path) const {
         const Fd file(open_file(path, O_RDWR | O_CREAT | O_TRUNC, 0666));
         return file.is_open() && write_whole(file.get(), text_, length_);
     }
@@ -141,11 +141,11 @@ int NetConfigWriteKey(const char* path, const char* key, const char* value) {
     if (file.is_open()) {
         // The file is there already; when it cannot be opened again the save is lost without a word.
         if (!rewrite(file.get(), key, value, text)) return -1;
-        text.store(path);
+        text.save(path);
         return 0;
     }
     const bool is_new = errno == ENOENT;
-    if (!is_new || !text.append_setting(key, value) || !text.append(" = = \n") || !text.store(path)) {
+    if (!is_new || !text.append_setting(key, value) || !text.append(" = = \n") || !text.save(path)) {
         diag::err("open failed for %s", key);
         return -1;
     }

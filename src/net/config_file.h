@@ -5,8 +5,8 @@
 
 namespace marl {
 
-// The paths of an interface index: 0, 2 and 3 have files. False for any other index, or a path that does not
-// fit.
+// The paths of an interface index: 0, 2 and 3 have files. False for any other index, or a path that
+// does not fit.
 bool main_config_path(int index, char* out, size_t size);
 bool backup_config_path(int index, char* out, size_t size);
 
