@@ -130,11 +130,11 @@ MARL_API int flash_skip_cmos_mark(RawFlash* thiz);
  * The FPGA flash behind /dev/misc/spi1, in sectors of 4096 bytes; the image has 0x80000. Between open and
  * close it is in programming mode. Opening it again while it is open is no error: 0, or -1.
  *
- * Lengths and offsets are multiples of a sector. A read returns `len`. A write returns 4096 whatever its
- * length, because that is the last sector's; one that brings just the first sector, 4096 bytes at offset 0,
- * returns 0. The first sector is erased at once and kept, and written when a write ends at the end of the
- * image, so that half an image never runs; a write that ends there before the first sector was given is
- * refused. Both return -1 on failure.
+ * Lengths and offsets are multiples of a sector. A read returns `len`. A write returns 4096, one sector,
+ * whatever its length; one that brings just the first sector, 4096 bytes at offset 0, returns 0. The first
+ * sector is erased at once and kept, and written when a write ends at the end of the image, so that half
+ * an image never runs; a write that ends there before the first sector was given is refused. Both return
+ * -1 on failure.
  */
 MARL_API int fpga_flash_open(void);
 MARL_API int fpga_flash_read(uint8_t* buf, uint32_t len, uint32_t offset);
