@@ -16,8 +16,8 @@
  *    0  On KXEnAM, however the write went. On boards of product type 22 or 24, which have no modem, once
  *       getSystemInfo() (libmarl/system.h) has noted that type in this process.
  *   -1  The request is out of range, or the model must not switch its modem (IPC-KR1, IPC-KR2, IPC-KR3): both
- *       silent. The model has no switch ("power_3g: unkown product model=%s\n" on standard error); so do types
- *       22 and 24 answer until getSystemInfo() has run. The write failed.
+ *       silent. The model has no switch ("power_3g: unkown product model=%s\n" on standard error), as types
+ *       22 and 24 until getSystemInfo() has run. The write failed.
  */
 #ifndef LIBMARL_POWER_3G_H
 #define LIBMARL_POWER_3G_H
