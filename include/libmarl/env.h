@@ -40,10 +40,11 @@ MARL_API int get_armboot_para(const char* key, char* value, uint32_t size);
  * Replaces or creates a variable (it moves to the end of the list) and saves the image to flash: erase, then
  * write, 128 KiB, announced on standard output. An empty value is stored as such.
  *
- * Returns 0, whether or not the save succeeded: look the variable up again to know. Returns -1, with nothing
- * changed, for a null argument, a name that is empty, holds '=' or is longer than MARL_ENV_NAME_MAX, or a
- * value longer than MARL_ENV_VALUE_MAX. A variable that does not fit into the image is removed from memory,
- * and flash is left as it is.
+ * Returns 0, whether or not the save succeeded; ERROR lines and system errors tell. A look-up afterwards
+ * tells what memory holds, which may be more than flash does. Returns -1, with nothing changed, for a null
+ * argument, a name that is empty, holds '=' or is longer than MARL_ENV_NAME_MAX, or a value longer than
+ * MARL_ENV_VALUE_MAX. A variable that does not fit into the image is removed from memory, and flash is left
+ * as it is.
  */
 MARL_API int __set_armboot_para(const char* name, const char* value);
 
@@ -54,7 +55,10 @@ MARL_API int __set_armboot_para(const char* name, const char* value);
  */
 MARL_API int set_armboot_para(const char* name, const char* value);
 
-/* As __set_armboot_para with one "name=value" text; prints the value. -1 also for a text without '='. */
+/*
+ * As __set_armboot_para with one "name=value" text; prints the value on standard output. -1 also for a text
+ * without '='.
+ */
 MARL_API int set_armboot_para_kv(const char* text);
 
 MARL_END_DECLS

@@ -120,8 +120,8 @@ MARL_API uint8_t get_video_channel_num(void);
 MARL_API uint8_t get_hardware_version(void);
 
 /*
- * 1 when the product model begins with `name`, which the empty name always does; else 0. A name of more than
- * 32 characters gives 0 after "product model too long\n" on standard error.
+ * 1 when the product model begins with `name`, which the empty name always does; else 0. Null gives 0, a name
+ * of more than 32 characters as well, after "product model too long\n" on standard error.
  */
 MARL_API int check_product_model(const char* name);
 

@@ -91,8 +91,9 @@ MARL_API int deinitSpiUtilDev(uint32_t cmd);
 
 /*
  * Waits until the ring of `cmd` holds `len` bytes (0..MCU_RING_SIZE), takes them and returns `len`. MCU_MOUSE
- * waits without limit; any other command about 3 s, then -1 after an ERROR line "SPI_CMD: 0x%x  read timeout
- * !!!" on standard output. Also -1 when the device cannot be opened or the command has no ring or loses it while the call waits.
+ * waits without limit; any other command about 3 s, then -1 after the ERROR line
+ * "SPI_CMD: 0x%x  read timeout !!!\n". Also -1 when the device cannot be opened, and when the command has no
+ * ring or loses it while the call waits.
  */
 MARL_API int get_spi_data(uint32_t cmd, uint8_t* buf, uint32_t len);
 

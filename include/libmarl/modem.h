@@ -36,10 +36,10 @@ typedef struct Usb3gModule {
 } Usb3gModule;
 
 /*
- * Reads the modem's entry of the USB list: without a hub the first device after the root hub; with one the
- * device on the hub's first port or else the one after it, and when there is just one device behind the hub,
- * the one on its first port ("QZ-TRX5-KB-A": on any port). 1, or -1: no such device, an entry that the list
- * ends within, or no list ("fopen" error). The record is all zero where it is not filled.
+ * Reads the modem's entry of the USB list. Without a hub that is the first device after the root hub. With
+ * one it is the first device behind the hub when that is on the hub's first port, else the second; a single
+ * device on another port is the modem on "QZ-TRX5-KB-A" alone. 1, or -1: no such device, an entry that the
+ * list ends within, or no list (system error "fopen"). The record is all zero where it is not filled.
  */
 MARL_API int find_3g_usb_device(Usb3gModule* module);
 
@@ -66,11 +66,14 @@ MARL_API int lookup_3g_module(const Usb3gModule* module);
 
 /*
  * Waits for the modem: the USB list first, then the kernel's hot-plug events (NETLINK_KOBJECT_UEVENT), then
- * the list again. Sets the hub flag. `polls` is how often, 100 ms apart, no event may be waiting; 0 or less
- * waits without end. Events are looked at in batches, every 20 such polls or, without a limit, a second after
- * the last: the first event of a batch decides, one whose sysfs path takes more than 127 characters or that
- * does not fit what is left of 4096 bytes is dropped. On a board with a hub the event's position is printed
- * ("[libmarl] busTmp = %s------\n") and has to be "1-1.1"; on "QZ-TRX5-KB-A" "1-1.2" will do as well.
+ * the list again. Sets the hub flag. `polls` is how often events are taken, 100 ms apart; 0 or less waits
+ * without end.
+ *
+ * Events are judged in batches, after every 20 polls and the last one or, without a limit, a second after the
+ * last event. The first event of a batch decides: its device is the modem, or the batch is dropped. It has to
+ * have a sysfs path of at most 127 characters. On a board with a hub its position is printed
+ * ("[libmarl] busTmp = %s------\n") and has to be "1-1.1"; on "QZ-TRX5-KB-A" "1-1.2" will do as well. An
+ * event that does not fit into 4096 bytes with those before it in the batch is lost.
  *
  * 0 with the record and the modem type set. -1 with a zero record and the type -1; system errors are reported
  * for "socket", "bind" and, where an attribute of the device cannot be read, "Open". -1 without touching the
