@@ -2,17 +2,24 @@
  * libmarl: the hardware-support library of the device.
  *
  * A program that links it finds the board identified and the GPIO object open when main() starts: the library
- * initialises itself at load time (libmarl/init.h). A board whose GPIO device is missing ends the process
- * there.
+ * initialises itself at load time (libmarl/init.h), and ends the process where the GPIO device is missing.
  *
  * Conventions of every call, unless its own comment says otherwise:
  *  - text in is NUL-terminated and read only; text out is NUL-terminated and never longer than the buffer;
  *  - the result is 0, a count or a value on success and negative on failure; arguments outside the contract
  *    (null pointers, lengths out of range) are refused with -1 and nothing is changed;
  *  - device files are opened at the first use with O_CLOEXEC and kept; a failed open is tried again at the
- * next call;
- *  - messages go to standard output, or to standard error where the comment says so, one write(2) a message.
- * A console that is full or gone drops them: no call blocks on it, no SIGPIPE ends the process.
+ *    next call.
+ *
+ * Messages go to standard output or, where the comment says so, to standard error, one write(2) a message. A
+ * console that is full or gone drops them: no call blocks on it, no SIGPIPE ends the process. Two forms have
+ * names in these headers:
+ *  - an ERROR or a WARN line is coloured, goes to standard output and names its origin:
+ *    "[libmarl] ERROR (source|function|line): text";
+ *  - a system error with a tag goes to both: the prefix "[libmarl] [libmarl] " to standard output, then
+ *    "tag: error text\n", with the text of strerror(3), to standard error.
+ *
+ * The head of each header says which of its calls come first and which threads may make them.
  */
 #ifndef LIBMARL_H
 #define LIBMARL_H

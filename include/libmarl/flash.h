@@ -1,20 +1,33 @@
 /*
  * Raw flash by absolute address: one object per process over three stores.
  *
- *   0x2000000 up to the end of the last partition, below 0x4000000   the MTD partitions, in the order of
- * /proc/mtd 0x4000000 and above                                              the FPGA flash, at the offset
- * from there on IPC-KL7 boards, when asked for                                the flash of the DM365
- * co-processor
+ *   address                                      store
+ *   0x2000000 to the end of the last partition   the MTD partitions, in the order of /proc/mtd
+ *   0x4000000 and above                          the FPGA flash, at the offset from 0x4000000 on
+ *   any                                          the flash of the DM365 co-processor, when that was asked for
  *
- * A write compares each sector with what is stored and rewrites only those that differ; the first partition
- * is always rewritten. While flash changes the upgrade flag (libmarl/upgrade_flag.h) is raised; the last
- * release lowers it.
+ * Order of calls: createRawFlash(), which reads the partition table itself, then the operations, either as
+ * functions or through the object's pointers, then flash_release(). Nobody has to call flash_init() or
+ * flash_map(). The FPGA and DM365 calls at the end are what the operations are made of, for programs that
+ * drive one of those stores alone.
  *
- * Nothing here takes a lock: the object belongs to one thread of one process. Every failure returns -1 with a
- * message and is not retried; sectors rewritten before stay, and writing the same again completes the image.
- * A range that would pass 2^32 is refused before anything is touched. An operation on a null object, one
- * without private record, or a closed one returns -1 after "%s: thiz", "%s: thiz->priv" or "%s:
- * priv->common.fd " on standard error.
+ * A write compares each sector with what is stored and rewrites only those that differ; in the first
+ * partition the range is rewritten without a look. From the first write or erase on, even one that fails, the
+ * upgrade flag (libmarl/upgrade_flag.h) is raised; the last release lowers it.
+ *
+ * Nothing here takes a lock: object, FPGA flash and DM365 link belong to one thread of one process. A failure
+ * is not retried; sectors rewritten before stay, and writing the same again completes the image.
+ *
+ * Every failure returns -1. These are silent:
+ *  - a null buffer or argument, a range that would pass 2^32, a second object, an erase of the co-processor;
+ *  - in the FPGA flash, a length that is 0 or no multiple of a sector, and a write that reaches the end of
+ *    the image without a first sector; all up to here are found before any flash is changed;
+ *  - in the FPGA flash, an erase that the driver refuses.
+ * Every other failure is printed: those of the FPGA flash as ERROR and WARN lines, those of the partitions as
+ * system errors or on standard output, those of the co-processor as its calls say. A null object, one without
+ * private record and, where an operation needs the device, a closed one are reported on standard error, with
+ * the operation's name, as "%s: thiz", "%s: thiz->priv" or "%s: priv->common.fd "; flash_getinfo() and
+ * flash_skip_cmos_mark() do not look.
  */
 #ifndef LIBMARL_FLASH_H
 #define LIBMARL_FLASH_H
@@ -42,49 +55,86 @@ struct RawFlash {
     int (*skip_cmos_mark)(RawFlash* thiz);
 };
 
-/* Reads the partition table of /proc/mtd, at most 15 partitions, once; the number of partitions, or -1 when
- * it does not parse: the next call tries again. */
+/*
+ * Reads the partition table of /proc/mtd, at most 15 partitions, unless it has been read, and prints it on
+ * standard output. The number of partitions, or -1 when the table cannot be read or does not parse, which not
+ * every case has a message for; the next call tries again. createRawFlash() calls it; call it only to know
+ * the number.
+ */
 MARL_API int flash_init(void);
 
-/* Creates the one object, with one reference, and opens its store: the co-processor's flash when `*mode` is 1
- * on an IPC-KL7 board, else the partitions. 0, or -1, silently when an object exists or an argument is null.
+/*
+ * Creates the one object, with one reference, and opens its store. `*mode` chooses the store, for the life of
+ * the object: 1 on an IPC-KL7 board is the co-processor's flash, and the version record
+ * /mnt/mtd/dm365_version is deleted; any other number, and 1 on any other board, is the host's partitions and
+ * FPGA flash.
+ *
+ * 0, or -1. `*out` is left alone when an object exists or an argument is null, both silent, and when there is
+ * no partition table ("flash_init failed\n" on standard error); it is null when there is no memory or a
+ * device cannot be opened.
  */
 MARL_API int createRawFlash(const int32_t* mode, RawFlash** out);
 
-/* One reference more or less. The last release lowers the upgrade flag, closes and frees everything, and on a
- * board whose storage bus was released marks that in CMOS bytes 27-28 unless told not to. 0, or -1. */
+/*
+ * One reference more or less. The last release lowers the upgrade flag and closes and frees everything. Where
+ * a write has found the disk on the storage bus it also marks that in CMOS bytes 27-28, unless told not to.
+ * 0, or -1; a last release that only could not make the mark has freed the object all the same.
+ */
 MARL_API int flash_addref(RawFlash* thiz);
 MARL_API int flash_release(RawFlash* thiz);
 
-/* Makes the partition that holds `addr` current. 0, or -1 when none does. */
+/*
+ * Makes the partition that holds `addr` current, as every operation on partitions does by itself. 0, or -1
+ * when none does.
+ */
 MARL_API int flash_map(RawFlash* thiz, uint32_t addr);
 
-/* Sizes of the store. 0, or -1 for a null argument. */
+/*
+ * Sizes of the store: 16 MiB in sectors of the first partition's erase size, or for the co-processor 8 MiB in
+ * sectors of half of that. 0, or -1 for a null argument.
+ */
 MARL_API int flash_getinfo(RawFlash* thiz, RawFlashInfo* info);
 
-/* Reads `len` bytes; `len`, or -1. The co-processor's flash cannot be read. */
+/*
+ * Reads `len` bytes, from within one partition or, as whole sectors from a sector boundary, from the FPGA
+ * flash; `len`, or -1. The first access to the FPGA flash puts it into programming mode until the last
+ * release. The co-processor's flash cannot be read.
+ */
 MARL_API int flash_read(RawFlash* thiz, uint8_t* buf, uint32_t addr, uint32_t len);
 
 /*
- * Writes `len` bytes at a sector boundary; `len`, or -1. What a last piece shorter than a sector leaves of
- * its sector is kept as stored. In the FPGA flash `len` is a multiple of 4096 and the result any positive
- * number; for the co-processor see dm365_upgrade_write. Detaches /mnt/custom and /mnt/web at the first write
- * beyond the first partition.
+ * Writes `len` bytes at a sector boundary.
+ *
+ *   store             result on success
+ *   partitions        `len`; what a last piece shorter than a sector leaves of its sector is kept as stored
+ *   FPGA flash        that of fpga_flash_write(): never `len`, and 0 for the first sector alone
+ *   co-processor      that of dm365_upgrade_write()
+ *
+ * A write into the first partition has to end there. The first write to another partition detaches
+ * /mnt/custom and /mnt/web. On boards with storage interface 3 a write asks GPIO line 9 first: where that is
+ * 1 the disk has the bus, and before anything is written /etc/ and /mnt/ are unmounted and the disk is
+ * switched off (/dev/misc/ataen).
  */
 MARL_API int flash_write(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len);
 
-/* Erases all sectors that the range touches, from a sector boundary on; 0, or -1. Refused for the
- * co-processor. */
+/*
+ * Erases all sectors that the range touches, from a sector boundary on and within one partition; 0, or -1.
+ * Refused for the FPGA flash and the co-processor, whose writes erase by themselves.
+ */
 MARL_API int flash_erase(RawFlash* thiz, uint32_t addr, uint32_t len);
 
-/* Leaves the CMOS mark of the last release out from now on. 0. */
+/* Leaves the CMOS mark of the last release out from now on, for the rest of the process. 0. */
 MARL_API int flash_skip_cmos_mark(RawFlash* thiz);
 
 /*
- * The FPGA flash behind /dev/misc/spi1, in sectors of 4096 bytes. Between open and close it is in programming
- * mode. The first sector is erased at once and written when the end of the image, 0x80000, is reached; a call
- * that would reach it without a first sector to write is refused with -1 before anything is touched, like a
- * length that is no multiple of a sector.
+ * The FPGA flash behind /dev/misc/spi1, in sectors of 4096 bytes; the image has 0x80000. Between open and
+ * close it is in programming mode. Opening it again while it is open is no error: 0, or -1.
+ *
+ * Lengths and offsets are multiples of a sector. A read returns `len`. A write returns 4096, one sector,
+ * whatever its length; one that brings just the first sector, 4096 bytes at offset 0, returns 0. The first
+ * sector is erased at once and kept, and written when a write ends at the end of the image, so that half
+ * an image never runs; a write that ends there before the first sector was given is refused. Both return
+ * -1 on failure.
  */
 MARL_API int fpga_flash_open(void);
 MARL_API int fpga_flash_read(uint8_t* buf, uint32_t len, uint32_t offset);
@@ -92,24 +142,36 @@ MARL_API int fpga_flash_write(const uint8_t* buf, uint32_t len, uint32_t offset)
 MARL_API void fpga_flash_close(void);
 
 /*
- * The firmware upgrade of the DM365 over /dev/misc/spi0. The descriptor is opened once per process; -1 after
- * "open dm6446 spi fail\n" on standard error.
+ * The firmware upgrade of the DM365 over /dev/misc/spi0: open, then dm365_upgrade_write() for each piece of
+ * the image and for "upgrade-end"; the probe and the wait are part of that. The descriptor is opened once per
+ * process; -1 after "open dm6446 spi fail\n" on standard error.
  */
 MARL_API int dm365_spi_open(void);
 
-/* Probes the link up to `tries` times, 40 ms apart; `*result` is 0x6984 once two answers were right, else
- * 0xffff. */
+/*
+ * Probes the link up to `tries` times, 40 ms apart; `*result` is 0x6984 once two answers were right, else
+ * 0xffff. A negative `fd` is reported on standard error and leaves `*result` alone, here and below.
+ */
 MARL_API void dm365_spi_probe(int fd, int tries, uint32_t* result);
 
-/* Waits for an acknowledgement: `*result` is 0x55aa (accepted), 0x7788 (send again), 0x99bb (upgrade
- * complete), or 0xffff when `tries` looks, `interval_ms` apart, saw none. */
+/*
+ * Waits for an acknowledgement: `*result` is 0x55aa (accepted), 0x7788 (send again), 0x99bb (upgrade
+ * complete), or 0xffff when `tries` looks, `interval_ms` apart, saw none.
+ */
 MARL_API void dm365_wait_ack(int fd, int tries, uint32_t* result, uint32_t interval_ms);
 
 /*
- * Sends the first 65536 bytes of `buf` at most as one checksummed frame and waits for its acknowledgement,
- * or, when it begins with "upgrade-end", the end frame. `cmd` is 0x2468; 0x1357 does nothing. The payload
- * bytes that were accepted, the 16 bytes of the end frame, 0, or -1. The first call of a process probes the
- * link (up to 10 s); the wait takes up to 6 s, for the end frame up to 100 s. The link stays in upgrade mode.
+ * Sends the first 65536 bytes of `buf` at most as one checksummed frame for the address `addr` and waits for
+ * its acknowledgement, or, when `buf` begins with "upgrade-end", sends the end frame. `cmd` is 0x2468; 0x1357
+ * does nothing and returns 0, and any other is refused ("CMD WRONG !\n" on standard error).
+ *
+ * The payload bytes that were accepted, so that the caller goes on behind them, or -1; a frame that the
+ * co-processor wants again is sent up to 5 times. The end frame gives its 16 bytes; whether the co-processor
+ * has confirmed it is only told by a line on standard output. Failures of the link are reported on standard
+ * output ("[libmarl]: ERROR, Probe SPI...", "dm365flash: resend updata failed") or standard error.
+ *
+ * The first call of a process probes the link (up to 10 s) and fails when it is dead; later ones go ahead.
+ * The wait takes up to 6 s a frame, for the end frame 5 s to 100 s. The link stays in upgrade mode.
  */
 MARL_API int dm365_upgrade_write(int fd, const uint8_t* buf, uint32_t len, uint32_t addr, uint16_t cmd);
 

@@ -1,4 +1,10 @@
-/* Halting the board, and its signal output. All of it runs on the caller's thread, any thread. */
+/*
+ * Halting the board, and its signal output.
+ *
+ * All of it runs on the caller's thread. sys_halt() and sleep_us() are safe from any thread, the signal
+ * output belongs to one: calls that run beside each other leave it as the last of them says. No call has to
+ * come first. After sys_reboot() (libmarl/reboot.h) sys_halt() waits for the reset on the recorder models.
+ */
 #ifndef LIBMARL_HALT_H
 #define LIBMARL_HALT_H
 
@@ -8,24 +14,25 @@ MARL_BEGIN_DECLS
 
 /*
  * Prepares a halt: prints "sys will halt\n" on standard error and flushes the file systems. On the recorder
- * models it then writes 0 to CMOS byte 1, between two lines on standard output, and has the microcontroller
- * cut the power: the result is that of mcu_shutdown(), 7 when the command went out, negative after
- * "shut_down_NRX2 fail " when it did not. 0 on all other models.
+ * models (QZ-NRX1, QZ-NRX2) it then writes 0, the orderly end, to CMOS byte 1, between two lines on standard
+ * output, and has the microcontroller cut the power: the result is that of mcu_shutdown(), 7 when the command
+ * went out, negative after "shut_down_NRX2 fail \n" on standard output when it did not. 0 on all other
+ * models, which go on running.
  */
 MARL_API int sys_halt(void);
 
 /*
- * Switches the signal output on or off: expander output 0 or GPIO line 49 (active low) on encoders, GPIO line
- * 45 on recorders. The result of the line's write on recorders, 2 on success and negative on failure; 0 on
- * all other models, with or without an output.
+ * Switches the signal output on or off: expander output 0 on the encoders KXEnAF and KXEnAH, GPIO line 49
+ * (active low) on KXEnAM, GPIO line 45 on the recorder models. The result of the line's write on recorders, 2
+ * on success and negative on failure; 0 on all other models, with or without an output.
  */
 MARL_API int signal_output_on(void);
 MARL_API int signal_output_off(void);
 
 /*
- * Toggles the signal output with `rate` cycles per second (from 1; above 500 counts as 500) for a little more
- * than `duration_ms` milliseconds, at least once, and leaves it off. Returns when that is done: 0, or -1 at
- * once for a rate of 0.
+ * Switches the signal output on and off with `rate` cycles per second (from 1; above 500 counts as 500), at
+ * least once, until `duration_ms` milliseconds are over, and leaves it off. Returns when that is done: 0, or
+ * -1 at once for a rate of 0.
  */
 MARL_API int signal_output_toggle(uint32_t rate, uint32_t duration_ms);
 

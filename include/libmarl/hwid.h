@@ -1,8 +1,12 @@
 /*
  * Identification of the board. The load-time initialiser runs hwid_transform(); programs read the result
- * through libmarl/hwinfo.h. The section-based scheme at the end is a service for programs of older boards.
+ * through libmarl/hwinfo.h and need nothing of this. The section-based scheme at the end is for programs of
+ * older boards, which call get_hwid_info() and read HWINFO_SECTIONS.
  *
- * Nothing here is meant to run beside readers of the hardware information.
+ * hwid_transform(), get_hwid_scheme() and get_hwid_info() write HWINFO_SECTIONS and what libmarl/hwinfo.h
+ * exports: one thread, with no reader beside it. The other calls are safe from any thread.
+ *
+ * Warnings are WARN lines on standard output. A failure of a source is reported on standard error.
  */
 #ifndef LIBMARL_HWID_H
 #define LIBMARL_HWID_H
@@ -17,8 +21,7 @@ MARL_BEGIN_DECLS
 /* The device's product catalogue. */
 MARL_API extern const char* const MODEL_TABLE[MARL_MODEL_ROWS][MARL_MODEL_SLOTS];
 
-/* The sections of the section-based identification; 18 fields in the order of get_dvr_info()'s indices 0..17.
- */
+/* The section-based identification: 18 fields in the order of get_dvr_info()'s indices 0 to 17. */
 struct marl_hwinfo_sections {
     uint16_t product_type;
     uint16_t video_channel;
@@ -43,16 +46,21 @@ struct marl_hwinfo_sections {
 MARL_API extern struct marl_hwinfo_sections HWINFO_SECTIONS;
 
 /*
- * Identifies the board and fills HWINFO, hwid and their companions. Sources, in this order: the boot
- * environment's HWID in its colon-separated form; as a hexadecimal number the boot parameter HWID of
- * /proc/qorzo/bootpara, the boot environment's HWID, the record in /mnt/mtdblock1. No failure is fatal:
- * without any source the raw ID is zero and the model "unknow". Run again, it keeps a raw ID that came from
- * the boot environment. Texts too long for a field are cut to it, processor clocks beyond the eighth dropped.
+ * Identifies the board and fills HWINFO, hwid and their companions from the first source that there is:
+ *  - the boot environment's HWID, when it holds a colon: the colon-separated form;
+ *  - the boot parameter HWID of /proc/qorzo/bootpara, a hexadecimal number, as the two that follow;
+ *  - the boot environment's HWID;
+ *  - the record in /mnt/mtdblock1.
+ *
+ * No failure is fatal: without any source the raw ID is zero and the model "unknow". Run again, it keeps a
+ * raw ID that came from the boot environment. Texts too long for a field are cut to it, processor clocks
+ * beyond the eighth dropped.
  */
 MARL_API void hwid_transform(void);
 
 /*
- * The Device text of /mnt/custom/ProductDefinition, cut to 31 characters. `buf` has 32 bytes. 0, or -1 when
+ * The Device text of /mnt/custom/ProductDefinition, what is between the first and the last quotation
+ * mark behind the colon of a line with "Device", cut to 31 characters. `buf` has 32 bytes. 0, or -1 when
  * it is null, the file cannot be opened ("open %s \n" on standard error) or holds no such text; `buf` is
  * empty then.
  */
@@ -69,7 +77,7 @@ MARL_API int string2Value(const char* name, const char* const* list, uint32_t se
 
 /*
  * 1 when the boot-environment value of "[product_type]" or "[fvideo_chip]" contains `text`, 0 when not; -1
- * after the warning "Get product error" when there is none.
+ * for null, or after the warning "Get product error" when there is no such value.
  */
 MARL_API int check_product_type(const char* text);
 MARL_API int check_fvideo_chip(const char* text);
@@ -79,8 +87,10 @@ MARL_API int get_hwid_scheme(void);
 
 /*
  * With an HWID in the boot environment runs hwid_transform(); without one fills HWINFO_SECTIONS from the
- * bracketed section keys. A key that is missing, or a version that is not "V%d.%d" with 1..16 and 0..16, is
- * reported with a warning and leaves its field; a name that is not known gives 0xFFFF. Returns 0.
+ * bracketed section keys ("[product_type]" and so on), and product_code from the first. A key that is
+ * missing, or a version that is not "V%d.%d" with 1..16 and 0..16, is reported with a warning and leaves its
+ * field; a name that is not known is reported and gives 0xFFFF. The version Va.b is stored as 16 * (a - 1) +
+ * b modulo 2^16, where a 16 counts as 0. Returns 0.
  */
 MARL_API int get_hwid_info(void);
 

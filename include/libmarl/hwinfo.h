@@ -1,7 +1,11 @@
 /*
  * What board is this? The answer lives in one record, HWINFO, and the raw hardware ID beside it. Both are
- * filled once by the load-time initialiser and only read afterwards, so everything here is safe from any
- * thread.
+ * filled by the load-time initialiser before main(), so no call has to come first, and only read afterwards,
+ * so everything here is safe from any thread; a program that calls hwid_transform() or get_hwid_info()
+ * (libmarl/hwid.h) itself is the exception.
+ *
+ * Programs ask with get_dvr_info() and check_product_model(); the fields and words are for those that need
+ * all of it at once.
  */
 #ifndef LIBMARL_HWINFO_H
 #define LIBMARL_HWINFO_H
@@ -16,7 +20,7 @@ MARL_BEGIN_DECLS
 
 /*
  * The decoded hardware information. The colon-separated identification fills the 16-bit fields by position,
- * so their order binds. Codes: see the tables that print_system_info() prints the names of.
+ * so their order binds. print_system_info() prints the names of the codes.
  */
 struct marl_hwinfo {
     char product_model[MARL_MODEL_SIZE];
@@ -49,7 +53,9 @@ MARL_API extern struct marl_hwinfo HWINFO;
 /* The raw ID. Bytes 0..7, little-endian, hold the packed fields; all zero with the colon-separated scheme. */
 MARL_API extern uint8_t hwid[MARL_HWID_SIZE];
 
-/* Product type found by model name: 0 when the colon-separated scheme is not in use, -1 for an unknown name.
+/*
+ * Product type by model name, the row of MODEL_TABLE (libmarl/hwid.h): -1 for an unknown name, 0 when the
+ * colon-separated scheme is not in use.
  */
 MARL_API extern int32_t product_type;
 
@@ -99,8 +105,11 @@ enum marl_dvr_info {
 };
 
 /*
- * One value of the hardware information by index (enum marl_dvr_info); index 0 is -1 for an unknown model
- * name. Any other index gives -1 after "invalid dvr info cmd\n" on standard error.
+ * One value of the hardware information by index (enum marl_dvr_info). The product type is `product_type`,
+ * or where that is 0, bits 0..4 of the raw ID; so it is -1 for an unknown model name. The audio channels,
+ * talkback, matrix and MARL_INFO_HWINFO_VER are taken from the raw ID, with 32 audio channels for 0; all
+ * others are the fields of HWINFO. An index out of range gives -1 after "invalid dvr info cmd\n" on
+ * standard error.
  */
 MARL_API int get_dvr_info(uint32_t index);
 
@@ -111,8 +120,8 @@ MARL_API uint8_t get_video_channel_num(void);
 MARL_API uint8_t get_hardware_version(void);
 
 /*
- * 1 when the product model begins with `name`, which the empty name always does; else 0. A name of more than
- * 32 characters gives 0 after "product model too long\n" on standard error.
+ * 1 when the product model begins with `name`, which the empty name always does; else 0. Null gives 0, a name
+ * of more than 32 characters as well, after "product model too long\n" on standard error.
  */
 MARL_API int check_product_model(const char* name);
 

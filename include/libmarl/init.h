@@ -1,4 +1,4 @@
-/* What the library does before main(). */
+/* What the library does before main(), and one boot parameter. No program has to call anything here. */
 #ifndef LIBMARL_INIT_H
 #define LIBMARL_INIT_H
 
@@ -16,7 +16,9 @@ MARL_API void libmarl_init(void);
 
 /*
  * The number of the boot parameter "qz_keyboard" in /proc/qorzo/bootpara (at most 3 characters are read), 0
- * when it is missing or no number. Safe from any thread.
+ * when it is missing or no number. The file is read anew at every call; one that cannot be opened is reported
+ * as "open %s failed\n" on standard error. `keyboard_type` (libmarl/hwinfo.h) holds the number of the start.
+ * Safe from any thread.
  */
 MARL_API int get_keyboard_bootpara(void);
 

@@ -1,10 +1,14 @@
 /*
  * The network interfaces of the board, their counters and link state, as the kernel's text files tell
- * (/proc/net/dev, /proc/net/wireless) and the Ethernet MAC driver's (/proc/net/emac_link). Every call reads
- * them anew; all are safe from any thread.
+ * (/proc/net/dev, /proc/net/wireless) and the Ethernet MAC driver's (/proc/net/emac_link).
  *
- * Results are negative on failure. Messages about refused names go to standard error; ERROR and WARN lines to
- * standard output.
+ * No call has to come first, and all are safe from any thread: every call reads the files anew. Of the two
+ * lists, NetGetEthDevice() is for programs that handle each interface, NetGetEthName() for those that show or
+ * hand on the names.
+ *
+ * Results are negative on failure. Names that are refused and files that cannot be opened
+ * ("open %s failed\n") are reported on standard error; ERROR and WARN lines go to standard output. No call
+ * here reports a system error.
  */
 #ifndef LIBMARL_INTERFACES_H
 #define LIBMARL_INTERFACES_H
@@ -37,24 +41,28 @@ typedef struct NetDeviceStats {
 MARL_API int NetGetEthIndex(const char* name, const char* caller);
 
 /*
- * Enumerates "eth0" to "eth9" into `entries`. The number of entries, at least 1: a board without any has an
- * entry for "eth0". -1 for null `entries` and for a `capacity` above 10 or, after a warning, below 1.
+ * Lists those of "eth0" to "eth9" that exist in `entries`, at most `capacity` (1..MARL_NET_DEVICES_MAX).
+ * Their number, at least 1: on a board without any there is an entry for "eth0". -1 for null `entries` and
+ * for a `capacity` out of range; one below 1 gets a WARN line.
  */
 MARL_API int NetGetEthDevice(NetDeviceEntry* entries, int capacity);
 
 /*
  * The names of all "eth" interfaces but "eth1", and "ppp0", each followed by "::", into `buf` of `len` bytes
- * (at least 10), as many as fit whole; their number in `*count`. "eth0" when /proc/net/dev cannot be read,
- * "eth0::" when it lists none. 0, or -1 for a buffer too short or a null argument.
+ * (at least 10), as many as fit whole; their number in `*count`. "eth0" alone, after an ERROR line, when
+ * /proc/net/dev cannot be opened; "eth0::" when it lists none. 0, or -1 for a null argument or, after an
+ * ERROR line, a buffer too short.
  */
 MARL_API int NetGetEthName(char* buf, int len, int* count);
 
-/* The counters of an interface. Its index (0, 2 or 3) on success. */
+/* The counters of an interface. Its index (0, 2 or 3) on success, so that 0 is eth0's or lo's. */
 MARL_API int NetGetDeviceState(const char* name, NetDeviceStats* stats);
 
 /*
  * The link: 0 up, -1 down (or a name without index), -2 unknown. On multi-port boards the link of "eth0" is
- * up when one of its first five ports is. "ppp0" and "lo" are always up.
+ * up when one of its first five ports is. "eth2" is down while its line in /proc/net/wireless is missing or
+ * shows the status 0; a line that is not understood is printed, "[libmarl] raw=%s\n" on standard output and
+ * "sscanf" on standard error. "ppp0" and "lo" are always up.
  */
 MARL_API int mii_diag(const char* name);
 

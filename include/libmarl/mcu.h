@@ -5,14 +5,19 @@
  * 0, 0x0A}, operation 0 to set (value 1 on, 0 off) and 1 to query; the microcontroller sends {0xA0, command,
  * 4 data bytes, 0x0A} with 0xFF bytes as filler anywhere. Commands are 0..MCU_COMMAND_MAX.
  *
- * The first use opens the device and starts one reader thread, which lives until the process ends or a read
- * fails. It sorts what arrives into one ring per command. What arrives for a command without a ring is lost,
- * so a program calls initSpiUtilDev() before it asks anything. Command MCU_MOUSE_ALTERNATE shares the ring of
- * MCU_MOUSE. A ring holds whole frames only, up to 585 of them; a frame that finds no room is dropped.
+ * Which call: initSpiUtilDev() for each command that will be asked, or mouse_open() for the mouse; then
+ * PowerControl() and mcu_query_status() for power switches, get_mouse_report() for the mouse and
+ * mcu_transact() for any other command. Nobody has to call mcu_open(); mcu_write(), mcu_send_frame() and
+ * get_spi_data() are the parts of mcu_transact(). mcu_shutdown() needs no ring.
  *
- * Answers belong to requests by their command number alone: of two callers that query one command at the same
- * time, either may get the other's answer, and an answer that comes too late stays for the next read of its
- * command.
+ * The first use opens the device and starts one reader thread, which lives until the process ends or a read
+ * fails. It sorts what arrives into one ring per command. What arrives for a command without a ring is lost.
+ * Command MCU_MOUSE_ALTERNATE shares the ring of MCU_MOUSE. A ring holds whole frames only, up to 585 of
+ * them; a frame that finds no room is dropped.
+ *
+ * Answers belong to requests by their command number alone: of two callers that query one command at the
+ * same time, either may get the other's answer, and an answer that comes too late stays for the next read of
+ * its command.
  *
  * Unless its comment says otherwise a call may be made from any thread at any time. Standard input must not
  * have been closed when the device is opened: a descriptor of 0 gets no reader.
@@ -61,14 +66,13 @@ MARL_API int mcu_open(void);
  */
 MARL_API int mcu_write(const uint8_t* buf, uint32_t len);
 
-/* mcu_write() of the MCU_FRAME_SIZE bytes at `frame`: 0, or -1. The bytes are sent as they are, whatever
- * `cmd`. */
+/* mcu_write() of the MCU_FRAME_SIZE bytes at `frame`: 0, or -1. Nothing is made of `cmd`. */
 MARL_API int mcu_send_frame(uint32_t cmd, const uint8_t* frame);
 
 /*
  * Sends the MCU_FRAME_SIZE bytes at `frame`, then waits for an answer of `cmd` as get_spi_data() does and
- * puts it in their place. 0, or -1; a failed send also prints "--Assert(File:%s::Line:%d)--\n" on standard
- * output.
+ * puts it in their place. 0, or -1; a failed send also prints "--Assert(File:%s::Line:%d)--\n" on
+ * standard output.
  */
 MARL_API int mcu_transact(uint32_t cmd, uint8_t* frame);
 
@@ -87,9 +91,9 @@ MARL_API int deinitSpiUtilDev(uint32_t cmd);
 
 /*
  * Waits until the ring of `cmd` holds `len` bytes (0..MCU_RING_SIZE), takes them and returns `len`. MCU_MOUSE
- * waits without limit; any other command about 3 s, then -1 after an ERROR line "SPI_CMD: 0x%x  read timeout
- * !!!" on standard output. Also -1 when the device cannot be opened or the command has no ring, or loses it
- * meanwhile.
+ * waits without limit; any other command about 3 s, then -1 after the ERROR line
+ * "SPI_CMD: 0x%x  read timeout !!!\n". Also -1 when the device cannot be opened, and when the command has no
+ * ring or loses it while the call waits.
  */
 MARL_API int get_spi_data(uint32_t cmd, uint8_t* buf, uint32_t len);
 
@@ -103,8 +107,8 @@ MARL_API int mcu_query_status(uint32_t cmd, uint8_t* state);
 /*
  * Sets a power switch to `on` (0 or 1) and reads it back a second later. Its ring must exist. 0 after
  * "[libmarl] Set CMD:0x%x *************************success\n\n" on standard output; -1 for another command or
- * value, which sends nothing, or after an ERROR line: "Send CMD2SPI to mcu fail!", "Set and QueryStatus
- * fail!", or "Set CMD:0x%x fail!" when the switch is in the other state.
+ * value, which sends nothing, or after an ERROR line: "Send CMD2SPI to mcu fail!",
+ * "Set and QueryStatus fail!", or "Set CMD:0x%x fail!" when the switch is in the other state.
  */
 MARL_API int PowerControl(uint32_t cmd, uint32_t on);
 
@@ -120,8 +124,7 @@ MARL_API int get_mouse_report(mcu_mouse_report* report);
 /* Creates the ring of mouse reports, or joins it, and notes it in `obj`: 0, or -1 as initSpiUtilDev(). */
 MARL_API int mouse_open(mouse_client* obj);
 
-/* Frees the ring of mouse reports, for every user of it, and clears `obj`: 0, or -1 when `obj` is not open.
- */
+/* Frees the ring of mouse reports for every user of it and clears `obj`: 0, or -1 when `obj` is not open. */
 MARL_API int mouse_close(mouse_client* obj);
 
 MARL_END_DECLS

@@ -5,9 +5,17 @@
  * board. Which of the two is a flag of the process, set by check_usb_hub_model() and by the calls that say
  * so; before that there is no hub.
  *
- * The hub flag and the modem type, which power_3g() reads, are not guarded: one thread at a time, except for
- * the power cycles among themselves. System errors are reported as "[libmarl] [libmarl] " on standard output
- * and the error on standard error. A null record is refused with -1.
+ * Which call: the modem needs its power first, power_3g_on() (libmarl/power_3g.h). A modem that is there
+ * already is found and identified by find_and_identify_3g(), one that may yet come by wait_3g_usb_device(),
+ * and one that hangs is restarted by reset_3g() or reset_3g_and_wait(). The other calls are what these are
+ * made of; a program that uses find_3g_usb_device() on its own calls check_usb_hub_model() before it.
+ *
+ * The hub flag and the modem type, which power_3g() reads, are not guarded: one thread at a time. The power
+ * cycles read both, so they follow each other whichever thread they come from, but must not run beside the
+ * calls that set them.
+ *
+ * System errors have the prefix "[libmarl] [libmarl] " on standard output and their text on standard error. A
+ * null record is refused with -1.
  */
 #ifndef LIBMARL_MODEM_H
 #define LIBMARL_MODEM_H
@@ -28,57 +36,69 @@ typedef struct Usb3gModule {
 } Usb3gModule;
 
 /*
- * Reads the modem's entry of the USB list: without a hub the first device after the root hub; with one the
- * device on the hub's first port or else the one after it, and when there is just one device behind the hub,
- * the one on its first port ("QZ-TRX5-KB-A": on any port). 1, or -1: no such device, an entry that the list
- * ends within, or no list ("fopen" error). The record is all zero where it is not filled.
+ * Reads the modem's entry of the USB list. Without a hub that is the first device after the root hub. With
+ * one it is the first device behind the hub when that is on the hub's first port, else the second; a single
+ * device on another port is the modem on "QZ-TRX5-KB-A" alone. 1, or -1: no such device, an entry that the
+ * list ends within, or no list (system error "fopen"). The record is all zero where it is not filled.
  */
 MARL_API int find_3g_usb_device(Usb3gModule* module);
 
-/* Sets the hub flag on a model with a USB hub on the board: 0. Any other model leaves the flag: -1. */
+/* Sets the hub flag on a model with a USB hub on the board: 0. Any other model leaves the flag alone: -1. */
 MARL_API int check_usb_hub_model(void);
 
-/* check_usb_hub_model(), find_3g_usb_device() and identify_3g_modem(). 0, or -1 when no modem is found; the
- * modem type is left alone then. */
+/*
+ * check_usb_hub_model(), find_3g_usb_device() and identify_3g_modem(). 0, or -1 when no modem is found; the
+ * modem type is left alone then.
+ */
 MARL_API int find_and_identify_3g(Usb3gModule* module);
 
-/* Sets the modem type from the vendor ID and returns it: "19d2" 1, "12d1" 2, "1ab7" 3, "16d5" -1, any other
- * 4. */
+/*
+ * Sets the modem type from the vendor ID and returns it: 1 for "19d2", 2 for "12d1", 3 for "1ab7", -1 for
+ * "16d5", and 4 for any other.
+ */
 MARL_API int identify_3g_modem(const Usb3gModule* module);
 
-/* The row, 0 to 6, of the table of known modems that has this manufacturer, vendor ID and product ID; -1 when
- * none has, or after "usbModule Param NULL" on standard error. Safe from any thread. */
+/*
+ * The row, 0 to 6, of the table of known modems that has this manufacturer, vendor ID and product ID; -1 when
+ * none has, or for null after "usbModule Param NULL" on standard error. Safe from any thread.
+ */
 MARL_API int lookup_3g_module(const Usb3gModule* module);
 
 /*
  * Waits for the modem: the USB list first, then the kernel's hot-plug events (NETLINK_KOBJECT_UEVENT), then
- * the list again. Sets the hub flag. `polls` is how often, 100 ms apart, no event may be waiting; 0 or less
- * waits without end. Events are looked at in batches, every 20 such polls or, without a limit, a second
- * after the last: the first event of a batch decides, one whose sysfs path takes more than 127 characters or
- * that does not fit what is left of 4096 bytes is dropped. On a board with a hub the event's position is
- * printed ("[libmarl] busTmp = %s------\n") and has to be "1-1.1", or on "QZ-TRX5-KB-A" "1-1.2".
+ * the list again. Sets the hub flag. `polls` is how often events are taken, 100 ms apart; 0 or less waits
+ * without end.
+ *
+ * Events are judged in batches, after every 20 polls and the last one or, without a limit, a second after the
+ * last event. The first event of a batch decides: its device is the modem, or the batch is dropped. It has to
+ * have a sysfs path of at most 127 characters. On a board with a hub its position is printed
+ * ("[libmarl] busTmp = %s------\n") and has to be "1-1.1"; on "QZ-TRX5-KB-A" "1-1.2" will do as well. An
+ * event that does not fit into 4096 bytes with those before it in the batch is lost.
  *
  * 0 with the record and the modem type set. -1 with a zero record and the type -1; system errors are reported
- * for "socket", "bind" and, an attribute of the device that cannot be read, "Open". -1 without touching the
+ * for "socket", "bind" and, where an attribute of the device cannot be read, "Open". -1 without touching the
  * type when there is no memory ("malloc").
  */
 MARL_API int wait_3g_usb_device(Usb3gModule* module, int polls);
 
 /*
- * Cycles the modem's power: off for 800 ms, or for 2 s when a modem was found before on "QZ-TRX5-KB-A" or, a
- * known one, on some models. With a modem found on "IPC-KQ3" the USB PHY is off as well meanwhile. 0 whatever
- * the lines answered. Safe from any thread: cycles follow each other.
+ * Cycles the modem's power: off for 800 ms, but for 2 s when a modem was found before on "QZ-TRX5-KB-A", or a
+ * known one (lookup_3g_module()) on the models that are slow to reset (IPC-KP1, IPC-KP2, IPC-KR1 to IPC-KR3,
+ * IPC-KL7 to IPC-KL9, IPC-KT1). With a modem found on "IPC-KQ3" the USB PHY is off as well meanwhile
+ * (libmarl/usb_phy.h). 0 whatever the lines answered.
  */
 MARL_API int reset_3g(void);
 
 /*
- * As reset_3g(), with 2 s for every modem but an unknown one on those models, and then looks every 500 ms
- * until the modem is back. 0, or -1 after an ERROR line when it is not within 60 s. Another cycle may begin
- * during that wait.
+ * As reset_3g(), but with 2 s for every modem that was found before, except on "IPC-KQ3" and for an unknown
+ * one on the models that are slow to reset. Then it looks every 500 ms until the modem is back: 0, or -1
+ * after an ERROR line when it is not within 60 s. Another cycle may begin during that wait.
  */
 MARL_API int reset_3g_and_wait(void);
 
-/* reset_3g() after "[libmarl] inerface index  is %d\n"; any index, which selects nothing. */
+/*
+ * reset_3g() after "[libmarl] inerface index  is %d\n" on standard output; any index, which selects nothing.
+ */
 MARL_API int reset_3g_ifindex(int index);
 MARL_API int reset_3g_ifindex_unchecked(int index);
 

@@ -1,4 +1,17 @@
-/* Resetting the board in an orderly way. All of it runs on the caller's thread. */
+/*
+ * Resetting the board in an orderly way.
+ *
+ * A program that wants the board to start anew calls sync_and_reboot(). reboot_when_idle() leaves the
+ * first flush out, sys_reboot() also the wait for a running upgrade; sync_and_exit() ends the program and
+ * resets nothing.
+ *
+ * All of it runs on the caller's thread, and a reset is begun by one thread, once in a process. It ends with
+ * the CMOS lock (libmarl/cmos.h) taken for good, so that nothing is written there after the mark of the
+ * orderly end. On a board that runs on all the same, every later access of the process to the CMOS waits
+ * without end, on every model: in writeCMOS() and readCMOS(), and so in a second sys_reboot(),
+ * reboot_when_idle() or sync_and_reboot(), which comes as far as that mark, prints
+ * "[libmarl] write reboot cmos start" as its last line and neither resets the board nor returns.
+ */
 #ifndef LIBMARL_REBOOT_H
 #define LIBMARL_REBOOT_H
 
@@ -6,18 +19,24 @@
 
 MARL_BEGIN_DECLS
 
-/* GPIO line 4: low for 50 ms, then high for 50 ms. */
+/* GPIO line 4: low for 50 ms, then high, and 50 ms more. Takes 100 ms. Safe from any thread. */
 MARL_API void pulse_gpio4(void);
 
 /*
- * Prepares the hardware, flushes the file systems (not on storage interfaces 2 and 3), marks the orderly end
- * in CMOS byte 1 and resets the board with a pulse on GPIO line 35; takes about 1.3 s and reports its steps
- * on standard output. No failing step stops it. The CMOS lock stays taken. -1 if the board is still running
- * afterwards.
+ * Resets the board at once: pulse_gpio4(); flushes the file systems, but on storage interfaces 2 and 3
+ * (disks); switches the 3G modem off where /proc/net/wireless has no "eth2"; resets what the model has
+ * besides (IPC-KA2, IPC-KL7); writes 0, the orderly end, to CMOS byte 1; takes the CMOS lock for good; pulls
+ * GPIO line 35 low for 20 ms. Takes 1.2 to 1.8 s and the time of the flush, and reports its steps on standard
+ * output. No failing step stops it.
+ *
+ * -1 if the board is still running afterwards. A second call in the same process never returns (see above).
  */
 MARL_API int sys_reboot(void);
 
-/* Waits while a firmware upgrade runs, at most 600 s, then sys_reboot(). Never returns. */
+/*
+ * Waits while check_upgrade_map() (libmarl/upgrade_flag.h) is not 0, looking every 10 s and at most 600 s,
+ * then sys_reboot(). Never returns: on a board that runs on it sleeps.
+ */
 MARL_API __attribute__((noreturn)) void reboot_when_idle(void);
 
 /* Flushes the file systems, then reboot_when_idle(). Never returns. */

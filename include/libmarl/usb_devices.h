@@ -1,10 +1,15 @@
 /*
  * Lists of all USB devices with the interfaces that their drivers made, and the search for files on which
- * they rest. Devices come from /proc/bus/usb/devices, interfaces from the names of files under
- * /sys/devices/platform.
+ * they rest. Devices come from /proc/bus/usb/devices, interfaces from the names of the files that are found
+ * under /sys/devices/platform.
  *
- * The two listings keep where they saw devices last and are not guarded: one thread at a time. Failures are
- * ERROR lines on standard output.
+ * No call has to come first. get_usb_devs() is for all devices, get_mult3Ginfo_FromFile() for programs
+ * that only care about serial modems; for the board's own modem see libmarl/modem.h. The two listings keep
+ * where they saw devices last, unguarded: each belongs to one thread at a time. dvr_find_file() is safe
+ * from any thread.
+ *
+ * Failures are ERROR lines on standard output, but for the system errors "malloc", "lstat" and "opendir":
+ * prefix "[libmarl] [libmarl] " on standard output, text on standard error.
  */
 #ifndef LIBMARL_USB_DEVICES_H
 #define LIBMARL_USB_DEVICES_H
@@ -41,10 +46,10 @@ typedef struct UsbDevice {
 } UsbDevice;
 
 /*
- * Lists the devices that give a manufacturer and a product, root hubs (vendor 0000) left out. `*count` is
- * the capacity of `devices` on entry, and the number found on success. Serial modems get their "ttyUSB%d"
- * names; wireless adapters their "wlan%d" names, or "eth2", the board's wireless interface, when there are
- * none.
+ * Lists the devices that give a manufacturer and a product, root hubs (vendor 0000) left out. `*count` is the
+ * capacity of `devices` on entry, and the number found on success; what does not fit is left out. Serial
+ * modems get their "ttyUSB%d" names; wireless adapters get their "wlan%d" names or, when there are none,
+ * "eth2", the board's wireless interface.
  *
  * The list is tried 5 times, 500 ms apart. 0, also when a slot above 4 ended the naming of interfaces (an
  * ERROR line says so). -1, with `*count` left alone: null or negative arguments, no list, a list that is not
@@ -55,8 +60,11 @@ MARL_API int get_usb_devs(UsbDevice* devices, int* count);
 /* The same for serial modems alone: devices of class MARL_USB_MODEM get their "ttyUSB%d" names. */
 MARL_API int get_mult3Ginfo_FromFile(UsbDevice* devices, int* count);
 
-/* What to look for: files whose path contains `name`, in and below `directory`. `deal_result` is called with
- * the path of each, `result` and `size`; a negative answer is reported and the search goes on. */
+/*
+ * What to look for: files whose path contains `name`, in and below `directory`. `deal_result` is called
+ * with the path of each, `result` and `size`; a negative answer is reported in an ERROR line and the search
+ * goes on.
+ */
 typedef struct DvrFindRequest {
     const char* name;
     const char* directory;
@@ -69,7 +77,7 @@ typedef struct DvrFindRequest {
  * Searches 10 levels, the start directory being the first. A directory that matches is not entered, nor is a
  * symbolic link; what is gone by the time it is looked at is skipped, and so is a path of 4096 characters or
  * more. 0, or -1: a null pointer in the request ("parameter error"), or a file or directory that could not be
- * read (system error "lstat" or "opendir"; the rest was searched). Safe from any thread.
+ * read (system error "lstat" or "opendir"; the rest was searched).
  */
 MARL_API int dvr_find_file(const DvrFindRequest* request);
 
