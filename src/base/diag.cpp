@@ -1,14 +1,16 @@
 #include "base/diag.h"
 
 #include <poll.h>
-#include <signal.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
+
+#include "base/console.h"
 
 namespace marl::diag {
 namespace {
@@ -17,10 +19,25 @@ constexpr const char* kError = "\033[0;32;31m[libmarl] ERROR";
 constexpr const char* kWarn = "\033[1;33m[libmarl] WARN";
 constexpr const char* kColourEnd = "\033[m";
 
+constexpr int kLookMs = 5;        // how often a console that is full is tried again
+constexpr int kIdleLooks = 20;    // 100 ms without a character taken
+constexpr int kLooksInAll = 200;  // a second
+
+// Which streams did not take the last message, by whoever writes; and the stack that shares its errno, by the daemon
+// before the stack is used.
+struct {
+    std::atomic<bool> stuck[2];
+    uintptr_t shared_from = 0;
+    uintptr_t shared_size = 0;
+} constinit g_diag;
+
 class ErrnoKeeper {
   public:
     ErrnoKeeper() : saved_(errno) {}
-    ~ErrnoKeeper() { errno = saved_; }
+    ~ErrnoKeeper() {
+        const bool shared = reinterpret_cast<uintptr_t>(this) - g_diag.shared_from < g_diag.shared_size;
+        if (!shared) errno = saved_;
+    }
     ErrnoKeeper(const ErrnoKeeper&) = delete;
     ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
 
@@ -28,41 +45,48 @@ class ErrnoKeeper {
     int saved_;
 };
 
-// The reader of the console may go between the look and the write; the signal of that must not end a program
-// that only meant to print.
-class SigpipeBlocker {
+// How long a message may go on waiting for its console.
+class Patience {
   public:
-    SigpipeBlocker() {
-        sigemptyset(&pipe_);
-        sigaddset(&pipe_, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
-    }
-    ~SigpipeBlocker() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SigpipeBlocker(const SigpipeBlocker&) = delete;
-    SigpipeBlocker& operator=(const SigpipeBlocker&) = delete;
+    explicit Patience(bool stuck) : looks_left_(stuck ? 0 : kLooksInAll), idle_left_(kIdleLooks) {}
 
-    void discard_raised() const {
-        const timespec at_once{};
-        sigtimedwait(&pipe_, nullptr, &at_once);
+    void note_progress() { idle_left_ = kIdleLooks; }
+
+    // Waits a moment; false when there was enough of that. The kernel is not asked whether there is room: for a
+    // terminal it says so only when most of what waits has gone out.
+    bool wait() {
+        if (looks_left_ == 0 || idle_left_ == 0) return false;
+        --looks_left_;
+        --idle_left_;
+        poll(nullptr, 0, kLookMs);
+        return true;
     }
 
   private:
-    sigset_t pipe_;
-    sigset_t before_;
+    int looks_left_;
+    int idle_left_;
 };
 
-int put(int fd, const char* text, size_t length) {
-    const SigpipeBlocker blocker;
+int put(int stream, const char* text, size_t length) {
+    std::atomic<bool>& stuck = g_diag.stuck[stream == STDERR_FILENO ? 1 : 0];
+    const WriteSignalsHeld signals;
+    const Console console(stream);
+    Patience patience(stuck.load(std::memory_order_relaxed));
     size_t done = 0;
-    while (done < length && takes_output(fd)) {
-        const ssize_t n = write(fd, text + done, length - done);
+    bool full = false;
+    while (done < length && !full) {
+        const ssize_t n = console.offer(text + done, length - done);
         if (n > 0) {
             done += static_cast<size_t>(n);
-        } else if (n == 0 || errno != EINTR) {
-            if (n < 0 && errno == EPIPE) blocker.discard_raised();
+            patience.note_progress();
+        } else if (n < 0 && (errno == EAGAIN || errno == EINTR)) {
+            full = !patience.wait();
+        } else {
+            if (n < 0) signals.discard_raised();
             break;
         }
     }
+    stuck.store(full, std::memory_order_relaxed);
     return done > 0 ? static_cast<int>(done) : -1;
 }
 
@@ -72,10 +96,21 @@ size_t fitted(int printed, size_t size) {
     return static_cast<size_t>(printed) < size ? static_cast<size_t>(printed) : size - 1;
 }
 
-int put_formatted(int fd, const char* format, va_list arguments) {
+// Formats into `size` bytes and returns the length. A text that is cut keeps the newline at its end, and a colour's end
+// behind that.
+size_t fit(char* buffer, size_t size, const char* format, va_list arguments) {
+    const int printed = vsnprintf(buffer, size, format, arguments);
+    const size_t length = fitted(printed, size);
+    const char* tail = strrchr(format, '\n');
+    const bool cut = printed >= 0 && static_cast<size_t>(printed) > length;
+    if (!cut || tail == nullptr || strchr(tail, '%') != nullptr || strlen(tail) > length) return length;
+    memcpy(buffer + length - strlen(tail), tail, strlen(tail));
+    return length;
+}
+
+int put_formatted(int stream, const char* format, va_list arguments) {
     char buffer[kMessageMax];
-    const int printed = vsnprintf(buffer, sizeof buffer, format, arguments);
-    return put(fd, buffer, fitted(printed, sizeof buffer));
+    return put(stream, buffer, fit(buffer, sizeof buffer, format, arguments));
 }
 
 int put_coloured(const char* heading, const Site& site, const char* format, va_list arguments) {
@@ -83,16 +118,16 @@ int put_coloured(const char* heading, const Site& site, const char* format, va_l
     const size_t room = sizeof buffer - strlen(kColourEnd);
     size_t used = fitted(
         snprintf(buffer, room, "%s (%s|%s|%d): ", heading, site.source, site.function, site.line), room);
-    used += fitted(vsnprintf(buffer + used, room - used, format, arguments), room - used);
+    used += fit(buffer + used, room - used, format, arguments);
     memcpy(buffer + used, kColourEnd, strlen(kColourEnd));
     return put(STDOUT_FILENO, buffer, used + strlen(kColourEnd));
 }
 
 }  // namespace
 
-bool takes_output(int fd) {
-    pollfd console{fd, POLLOUT, 0};
-    return poll(&console, 1, 0) == 1 && console.revents == POLLOUT;
+void share_errno_on(const void* stack, size_t size) {
+    g_diag.shared_from = reinterpret_cast<uintptr_t>(stack);
+    g_diag.shared_size = size;
 }
 
 int out(const char* format, ...) {

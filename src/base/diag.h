@@ -3,13 +3,19 @@
 // error keep their order, nothing waits in a buffer when the board resets, and the small stack of a clone
 // task is enough.
 //
-// A message never blocks and never kills: when the console does not take it now, or nobody reads it any more,
-// it is dropped. No call here changes errno. All are safe from any thread and from a clone task.
+// A console that is read gets every message whole, however slow it is. One that takes nothing for 100 ms, or not all of a
+// message within a second, counts as stuck: the message is cut there, and those that follow are offered without waiting
+// until one goes through again. Nobody waits longer, and no signal of the console ends or stops a program. A console
+// that is closed or gone drops messages at once.
+//
+// No call here changes errno. All are safe from any thread and from a clone task.
 #pragma once
+
+#include <cstddef>
 
 namespace marl::diag {
 
-// Longest message, colour codes included; what is longer is cut.
+// Longest message, colour codes included, and a NUL; what is longer is cut, but for the newline at its end.
 inline constexpr unsigned kMessageMax = 512;
 
 // Where a coloured line comes from. The line is that of the call unless the message has a line of its own.
@@ -22,10 +28,12 @@ struct Site {
         : source(source_name), function(function_name), line(line_number) {}
 };
 
-// Whether a descriptor takes output at this moment without blocking or raising SIGPIPE.
-bool takes_output(int fd);
+// Tells that code on this stack shares its errno with another task, as a clone task does with its creator. Keeping
+// errno there would put an old value over the other's new one, so on this stack messages leave it as their system calls
+// did. One such stack at a time.
+void share_errno_on(const void* stack, size_t size);
 
-// All return the number of bytes written, or -1 when the message was dropped.
+// All return the number of bytes written, or -1 when nothing of the message was.
 
 // Standard output and standard error, exactly as given.
 [[gnu::format(printf, 1, 2)]] int out(const char* format, ...);

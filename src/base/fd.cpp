@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace marl {
@@ -25,8 +26,21 @@ bool transfer_whole(size_t size, Transfer transfer) {
 
 }  // namespace
 
+int above_standard(int fd) {
+    if (fd < 0 || fd > STDERR_FILENO) return fd;
+    const int moved = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return moved;
+}
+
 int open_file(const char* path, int flags, mode_t mode) {
-    return repeat_interrupted([&] { return open(path, flags | O_CLOEXEC, mode); });
+    return above_standard(repeat_interrupted([&] { return open(path, flags | O_CLOEXEC, mode); }));
+}
+
+int open_socket(int domain, int type, int protocol) {
+    return above_standard(socket(domain, type | SOCK_CLOEXEC, protocol));
 }
 
 int open_once(int& fd, const char* path, int flags, mode_t mode) {

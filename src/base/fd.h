@@ -17,8 +17,14 @@ auto repeat_interrupted(Call call) {
     return result;
 }
 
-// open(2); the descriptor, or -1 with errno set.
+// Moves a descriptor above those of the standard streams when it is one of theirs: where one of them was closed, what is
+// opened next takes its number, and messages would be written into a device. Returns the descriptor, or -1 with errno
+// set, with nothing left open.
+int above_standard(int fd);
+
+// open(2) and socket(2), close-on-exec; a descriptor above those of the standard streams, or -1 with errno set.
 int open_file(const char* path, int flags, mode_t mode = 0);
+int open_socket(int domain, int type, int protocol);
 
 // Opens into `fd` when it is negative, for the process-wide descriptors that are opened on first use and
 // kept: a failed open leaves it negative and the next call tries again. Returns `fd`.

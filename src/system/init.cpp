@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "base/console.h"
 #include "base/devices.h"
 #include "base/diag.h"
 #include "base/proc_field.h"
@@ -45,6 +46,7 @@ int get_keyboard_bootpara() {
 
 // Reads nothing that another static initialiser sets up: the library's state is constant-initialised.
 [[gnu::constructor]] void libmarl_init() {
+    fill_closed_streams();
     keyboard_type = get_keyboard_bootpara();
     diag::line("");
     diag::out("\033[0;32;32m[libmarl] libmarl.so Build on %s at %s.\n\033[m", __DATE__, __TIME__);
