@@ -1,0 +1,170 @@
+// Files and devices: descriptors and paths.
+#include <algorithm>
+#include <cstdarg>
+
+#include "devices.h"
+#include "interpose.h"
+
+namespace sim {
+namespace {
+
+unsigned opens = 0;
+
+// How much of size passes: a fault that is no error number is a number of bytes.
+size_t bounded(size_t size, int64_t fault) {
+    return fault >= 0 && static_cast<uint64_t>(fault) < size ? static_cast<size_t>(fault) : size;
+}
+
+int64_t console(const char* who, const void* data, size_t size, int fd) {
+    const int64_t fault = script::fault_of(who, "write");
+    size = bounded(size, fault);
+    const int64_t result = fault < 0 ? fault : or_errno(real.write(fd, data, size));
+    Line(who).quoted(static_cast<const char*>(data), size).failure(result);
+    return result;
+}
+
+// A read or write of a descriptor of the board: faults, then the model or the real file.
+int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size, Kernel kernel,
+                  void* context) {
+    const bool reading = op[0] == 'r';
+    const devices::Transfer model = reading ? file.model->read : file.model->write;
+    const unsigned address = size > 0 ? *static_cast<uint8_t*>(data) : 0;
+    const int64_t fault = script::fault_of(file.name, op);
+    if (fault >= 0 && !reading && file.model->lasting) script::count_change();
+    size = bounded(size, fault);
+    const int64_t result = fault < 0          ? fault
+                           : model != nullptr ? model(static_cast<uint8_t*>(data), size)
+                                              : or_errno(kernel(context, size));
+    Line line(file.name);
+    line.add(" %s %lld", op, result < 0 ? static_cast<long long>(size) : static_cast<long long>(result));
+    if (result > 0) line.bytes(data, static_cast<size_t>(result));
+    if (reading && file.model->address != nullptr) line.add(" (%s %u)", file.model->address, address);
+    line.failure(result);
+    return result;
+}
+
+template <class Kernel>
+int by_path(const char* op, const char* path, Kernel kernel) {
+    return call([&]() -> int64_t {
+        char there[board::kPathSize];
+        if (board::place(path, there) == nullptr) return or_errno(kernel(path));
+        const int64_t result = unless_faulty(path, op, [&] { return kernel(there); });
+        Line(path).add(" %s", op).failure(result);
+        return result;
+    });
+}
+
+}  // namespace
+
+int64_t pass_data(const char* op, int fd, void* data, size_t size, Kernel kernel, void* context) {
+    const OpenFile* file = board::tracked(fd);
+    const bool to_console = (fd == 1 || fd == 2) && op[0] == 'w';
+    if (file == nullptr && to_console) return console(fd == 1 ? "out" : "err", data, size, fd);
+    if (file == nullptr) return or_errno(kernel(context, size));
+    const int64_t result = pass_file(*file, op, data, size, kernel, context);
+    script::run_due();  // it may have reset the board
+    return result;
+}
+
+bool in_place() {
+    const unsigned before = opens;
+    const int fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) ::close(fd);
+    return opens != before;
+}
+
+}  // namespace sim
+
+using namespace sim;
+
+// --- Descriptors
+
+EXPORT int open(const char* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return call([&]() -> int64_t {
+        ++opens;
+        char there[board::kPathSize];
+        if (board::place(path, there) == nullptr) return or_errno(real.open(path, flags, mode));
+        const int64_t result = unless_faulty(path, "open", [&] {
+            if ((flags & (O_CREAT | O_TRUNC)) != 0) script::count_change();
+            return real.open(there, flags, mode);
+        });
+        if (result >= 0) board::track(static_cast<int>(result), path);
+        static constexpr const char* kAccess[] = {"r", "w", "rw", ""};
+        Line line(path);
+        line.add(" open %s%s", kAccess[flags & O_ACCMODE], (flags & O_CREAT) != 0 ? " create" : "");
+        line.add("%s%s", (flags & O_TRUNC) != 0 ? " trunc" : "", (flags & O_APPEND) != 0 ? " append" : "");
+        line.failure(result);
+        return result;
+    });
+}
+
+EXPORT int close(int fd) {
+    return call([&] {
+        if (const OpenFile* file = board::tracked(fd)) Line(file->name).add(" close");
+        board::forget(fd);
+        return or_errno(real.close(fd));
+    });
+}
+
+TRANSFER(read, "read", (int fd, void* data, size_t size), (fd, data, most))
+TRANSFER(pread, "read", (int fd, void* data, size_t size, off_t offset), (fd, data, most, offset))
+TRANSFER(write, "write", (int fd, const void* data, size_t size), (fd, data, most))
+TRANSFER(pwrite, "write", (int fd, const void* data, size_t size, off_t offset), (fd, data, most, offset))
+
+// What the C library's checking headers may make of open().
+EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
+
+EXPORT int ioctl(int fd, unsigned long number, ...) noexcept {
+    const auto request = static_cast<uint32_t>(number);
+    va_list arguments;
+    va_start(arguments, number);
+    void* argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return call([&]() -> int64_t {
+        const OpenFile* file = board::tracked(fd);
+        // A local socket would do to reach the machine's network.
+        if (file == nullptr && request >> 8 == 0x89 && !devices::state.network) return -EAFNOSUPPORT;
+        if (file == nullptr) return or_errno(real.ioctl(fd, request, argument));
+        Line line(file->name);
+        line.add(" ioctl 0x%x", request);
+        const int64_t fault = script::fault_of(file->name, "ioctl", request);
+        const int64_t result =
+            fault < 0 ? fault : devices::control(*file->model, fd, request, argument, line);
+        line.failure(result);
+        return result;
+    });
+}
+
+DESCRIPTOR_CALL(off_t, lseek, offset, (int fd, off_t offset, int whence), (fd, offset, whence))
+DESCRIPTOR_CALL(int, ftruncate, size, (int fd, off_t size), (fd, size))
+
+// --- Paths
+
+#define PATH_CALL(name, parameters, arguments)                                               \
+    EXPORT int name parameters noexcept {                                                    \
+        return by_path(#name, path, [&](const char* there) { return real.name arguments; }); \
+    }
+PATH_CALL(stat, (const char* path, struct stat* out), (there, out))
+PATH_CALL(lstat, (const char* path, struct stat* out), (there, out))
+PATH_CALL(access, (const char* path, int mode), (there, mode))
+PATH_CALL(mkdir, (const char* path, mode_t mode), (there, mode))
+PATH_CALL(unlink, (const char* path), (there))
+
+EXPORT DIR* opendir(const char* path) {
+    DIR* directory = nullptr;
+    by_path("opendir", path, [&](const char* there) {
+        directory = real.opendir(there);
+        return directory != nullptr ? 0 : -1;
+    });
+    return directory;
+}
+
+EXPORT int rename(const char* path, const char* to) noexcept {
+    char target[board::kPathSize];
+    if (board::place(to, target) != nullptr) to = target;
+    return by_path("rename", path, [&](const char* there) { return real.rename(there, to); });
+}

@@ -1,0 +1,33 @@
+// Sockets.
+#include "devices.h"
+#include "interpose.h"
+#include "uevent.h"
+
+using namespace sim;
+
+EXPORT int socket(int domain, int type, int protocol) noexcept {
+    return call([&]() -> int64_t {
+        if (domain == AF_UNIX) return or_errno(real.socket(domain, type, protocol));
+        const int64_t result = unless_faulty("socket", "open", [&] {
+            if (domain == AF_NETLINK) return uevent::open();
+            if (devices::state.network) return real.socket(domain, type, protocol);
+            errno = EAFNOSUPPORT;
+            return -1;
+        });
+        if (result >= 0) board::track(static_cast<int>(result), "socket");
+        const char* name = domain == AF_INET ? "inet" : domain == AF_PACKET ? "packet" : "netlink";
+        Line("socket").add(" open %s", name).failure(result);
+        return result;
+    });
+}
+
+DESCRIPTOR_CALL(int, setsockopt, option, (int fd, int level, int option, const void* value, socklen_t size),
+                (fd, level, option, value, size))
+TRANSFER(sendto, "sendto",
+         (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t length),
+         (fd, data, most, flags, to, length))
+
+EXPORT int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
+    return on_file("bind", fd, address->sa_family,
+                   [&] { return uevent::is_open(fd) ? 0 : real.bind(fd, address, length); });
+}
