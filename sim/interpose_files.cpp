@@ -10,6 +10,20 @@ namespace {
 
 unsigned opens = 0;
 
+// The standard streams: their own descriptors, and those that the program opened for them anew.
+constexpr int kStreamDescriptors = 1024;
+constinit uint8_t streams[kStreamDescriptors] = {0, 1, 2};
+
+int stream_of(int fd) { return fd >= 0 && fd < kStreamDescriptors ? streams[fd] : 0; }
+
+void note_stream(int fd, int stream) {
+    if (fd > 2 && fd < kStreamDescriptors) streams[fd] = static_cast<uint8_t>(stream);
+}
+
+int stream_behind(const char* path) {
+    return strcmp(path, "/proc/self/fd/1") == 0 ? 1 : strcmp(path, "/proc/self/fd/2") == 0 ? 2 : 0;
+}
+
 // How much of size passes: a fault that is no error number is a number of bytes.
 size_t bounded(size_t size, int64_t fault) {
     return fault >= 0 && static_cast<uint64_t>(fault) < size ? static_cast<size_t>(fault) : size;
@@ -19,7 +33,8 @@ int64_t console(const char* who, const void* data, size_t size, int fd) {
     const int64_t fault = script::fault_of(who, "write");
     size = bounded(size, fault);
     const int64_t result = fault < 0 ? fault : or_errno(real.write(fd, data, size));
-    Line(who).quoted(static_cast<const char*>(data), size).failure(result);
+    const size_t taken = result > 0 ? static_cast<size_t>(result) : size;
+    Line(who).quoted(static_cast<const char*>(data), taken).failure(result);
     return result;
 }
 
@@ -58,8 +73,8 @@ int by_path(const char* op, const char* path, Kernel kernel) {
 
 int64_t pass_data(const char* op, int fd, void* data, size_t size, Kernel kernel, void* context) {
     const OpenFile* file = board::tracked(fd);
-    const bool to_console = (fd == 1 || fd == 2) && op[0] == 'w';
-    if (file == nullptr && to_console) return console(fd == 1 ? "out" : "err", data, size, fd);
+    const int stream = op[0] == 'w' ? stream_of(fd) : 0;
+    if (file == nullptr && stream != 0) return console(stream == 1 ? "out" : "err", data, size, fd);
     if (file == nullptr) return or_errno(kernel(context, size));
     const int64_t result = pass_file(*file, op, data, size, kernel, context);
     script::run_due();  // it may have reset the board
@@ -87,7 +102,11 @@ EXPORT int open(const char* path, int flags, ...) {
     return call([&]() -> int64_t {
         ++opens;
         char there[board::kPathSize];
-        if (board::place(path, there) == nullptr) return or_errno(real.open(path, flags, mode));
+        if (board::place(path, there) == nullptr) {
+            const int64_t passed = or_errno(real.open(path, flags, mode));
+            note_stream(static_cast<int>(passed), stream_behind(path));
+            return passed;
+        }
         const int64_t result = unless_faulty(path, "open", [&] {
             if ((flags & (O_CREAT | O_TRUNC)) != 0) script::count_change();
             return real.open(there, flags, mode);
@@ -106,7 +125,23 @@ EXPORT int close(int fd) {
     return call([&] {
         if (const OpenFile* file = board::tracked(fd)) Line(file->name).add(" close");
         board::forget(fd);
+        note_stream(fd, 0);
         return or_errno(real.close(fd));
+    });
+}
+
+// A descriptor that is moved stays what it is.
+EXPORT int fcntl(int fd, int command, ...) {
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    return call([&]() -> int64_t {
+        const int64_t result = or_errno(real.fcntl(fd, command, argument));
+        const OpenFile* file = board::tracked(fd);
+        const bool copies = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+        if (copies && result >= 0 && file != nullptr) board::track(static_cast<int>(result), file->name);
+        return result;
     });
 }
 
