@@ -24,8 +24,8 @@
 namespace {
 
 using namespace marl;
-using scenario::journal_follows;
 using mcu::FrameAssembler;
+using scenario::journal_follows;
 using Bytes = std::vector<uint8_t>;
 
 constexpr uint8_t kFiller = 0xFF;

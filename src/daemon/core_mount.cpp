@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include "base/diag.h"
 #include "libmarl/env.h"
@@ -14,6 +15,7 @@ namespace {
 
 using namespace marl;
 
+constexpr size_t kCommandSize = 256;
 constexpr int32_t kKillDelayPasses = 100;
 constexpr int32_t kKillSent = -1;
 
@@ -23,10 +25,14 @@ struct {
 } constinit g_core_mount;
 
 void* core_pthread(void* /*unused*/) {
-    char command[256] = {};
+    char command[kCommandSize + 1] = {};
     if (get_armboot_para("coremnt", command, sizeof command) < 0) {
         g_core_mount.coremnt_started = 0;
         diag::line("coremnt not found");
+        return nullptr;
+    }
+    if (strlen(command) == kCommandSize) {
+        diag::out("coremnt is longer than %d characters, not run\n", static_cast<int>(kCommandSize - 1));
         return nullptr;
     }
     g_core_mount.coremnt_started = 1;
