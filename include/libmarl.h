@@ -9,11 +9,14 @@
  *  - the result is 0, a count or a value on success and negative on failure; arguments outside the contract
  *    (null pointers, lengths out of range) are refused with -1 and nothing is changed;
  *  - device files are opened at the first use with O_CLOEXEC and kept; a failed open is tried again at the
- *    next call.
+ *    next call. None gets a descriptor below 3, and a standard stream that is closed when the process starts
+ *    becomes /dev/null.
  *
- * Messages go to standard output or, where the comment says so, to standard error, one write(2) a message. A
- * console that is full or gone drops them: no call blocks on it, no SIGPIPE ends the process. Two forms have
- * names in these headers:
+ * Messages go to standard output or, where the comment says so, to standard error, one write(2) a message
+ * while the console takes it. A console that is read gets every message, however slow it is. One that takes
+ * nothing for 100 ms, or not all of a message within a second, is stuck: it loses that message and the
+ * following ones, which wait no more, until one goes through. No signal of the console (SIGPIPE, SIGXFSZ,
+ * SIGTTOU) ends or stops the process. Two forms have names in these headers:
  *  - an ERROR or a WARN line is coloured, goes to standard output and names its origin:
  *    "[libmarl] ERROR (source|function|line): text";
  *  - a system error with a tag goes to both: the prefix "[libmarl] [libmarl] " to standard output, then

@@ -54,9 +54,8 @@ MARL_API int gpio_addref(GPIO* thiz);
 MARL_API int gpio_release(GPIO* thiz);
 
 /*
- * Opens the device of a closed object, or prints a warning on standard output when it is open already. A
- * descriptor of 0 counts as closed, so a process must not have closed its standard input. 0, or -1 when it
- * cannot be opened ("open %s " on standard error).
+ * Opens the device of a closed object, or prints a warning on standard output when it is open already. 0, or -1
+ * when it cannot be opened ("open %s " on standard error).
  */
 MARL_API int gpio_open(GPIO* thiz);
 

@@ -19,8 +19,7 @@
  * same time, either may get the other's answer, and an answer that comes too late stays for the next read of
  * its command.
  *
- * Unless its comment says otherwise a call may be made from any thread at any time. Standard input must not
- * have been closed when the device is opened: a descriptor of 0 gets no reader.
+ * Unless its comment says otherwise a call may be made from any thread at any time.
  */
 #ifndef LIBMARL_MCU_H
 #define LIBMARL_MCU_H
