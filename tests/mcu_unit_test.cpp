@@ -111,24 +111,6 @@ TEST(Assembler, FindsFramesBetweenEverythingElse) {
     }
 }
 
-TEST(Assembler, LosesNoFrameToTheFillerAroundIt) {
-    std::mt19937 random(20260101);
-    const auto below = [&](unsigned limit) { return static_cast<uint8_t>(random() % limit); };
-    for (int run = 0; run < 1000; ++run) {
-        Bytes stream, sent;
-        while (stream.size() < 120) {
-            stream.insert(stream.end(), below(4), kFiller);
-            for (const uint8_t byte :
-                 Bytes{0xA0, below(26), below(255), below(255), below(255), below(255), 0x0A}) {
-                sent.push_back(byte);
-                stream.push_back(byte);
-                if (below(4) == 0) stream.push_back(kFiller);
-            }
-        }
-        ASSERT_EQ(assembled(stream), hex(sent)) << hex(stream);
-    }
-}
-
 TEST(Ring, IsAQueueAcrossItsEndAndTheCounters) {
     std::mt19937 random(7);
     auto fifo = std::make_unique<mcu_fifo>();
