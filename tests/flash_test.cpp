@@ -87,8 +87,7 @@ TEST(Flash, WritesOnlyWhatDiffers) {
     for (const uint32_t sector : {0U, 7U, 255U}) image[sector * kSector + 3] ^= 0x40;
     sim::clear_journal();
     EXPECT_EQ(write(flash, image, kSecond), static_cast<int>(kSecondSize));
-    EXPECT_EQ(count("/dev/mtd/1 ioctl 0x40084d02"), 3U);
-    EXPECT_EQ(count("/dev/mtd/1 write"), 3U);
+    EXPECT_EQ(counts({"/dev/mtd/1 ioctl 0x40084d02", "/dev/mtd/1 write"}), Ints(2, 3));
     EXPECT_EQ(count("umount"), 0U) << "detached by the first write already";
     EXPECT_EQ(stored(kStore, kSecondSize), image);
     EXPECT_EQ(Ints({check_upgrade_map(), flash->addref(flash), flash->release(flash), check_upgrade_map(),
@@ -98,9 +97,7 @@ TEST(Flash, WritesOnlyWhatDiffers) {
     flash = create();
     sim::clear_journal();
     EXPECT_EQ(write(flash, pattern(0x20000), kFirst), 0x20000);
-    EXPECT_EQ(count("/dev/mtd/0 ioctl"), 2U);
-    EXPECT_EQ(count("/dev/mtd/0 write"), 1U);
-    EXPECT_EQ(count("/dev/mtd/0 read"), 0U);
+    EXPECT_EQ(counts({"/dev/mtd/0 ioctl", "/dev/mtd/0 write", "/dev/mtd/0 read"}), Ints({2, 1, 0}));
     // A short last piece leaves what is behind it.
     for (const auto& [address, partition] :
          {std::pair(kFirst, "/dev/mtd/0"), std::pair(kSecond, "/dev/mtd/1")}) {
@@ -229,8 +226,7 @@ TEST(FpgaFlash, TakesItsImageSectorBySectorAndTheFirstLast) {
     EXPECT_GT(write(flash, image, kFpga), 0);
     EXPECT_EQ(count("/dev/misc/spi1 ioctl 0xc0046508 0 4096"), 2U)
         << "the first sector, at the start and at the end";
-    EXPECT_EQ(count("/dev/misc/spi1 ioctl 0xc0046508"), 2U);
-    EXPECT_EQ(count("/dev/misc/spi1 write"), 1U);
+    EXPECT_EQ(counts({"/dev/misc/spi1 ioctl 0xc0046508", "/dev/misc/spi1 write"}), Ints({2, 1}));
     EXPECT_TRUE(journal_follows({"/dev/misc/spi1 open rw", "/dev/misc/spi1 ioctl 0xc004650c",
                                  "/dev/misc/spi1 ioctl 0xc0046501", "/dev/misc/spi1 ioctl 0xc004650b",
                                  "out \"[libmarl] ---------upgrade fpga flash---------\\n\"",
@@ -252,9 +248,9 @@ TEST(FpgaFlash, TakesItsImageSectorBySectorAndTheFirstLast) {
     EXPECT_EQ(flash->read(flash, back.data(), kFpga + kFpgaSector, kFpgaImage - kFpgaSector),
               static_cast<int>(rest.size()));
     EXPECT_EQ(back, rest);
-    EXPECT_EQ(write(flash, first, kFpga + 1), -1);
-    EXPECT_EQ(flash->write(flash, image.data(), kFpga, kFpgaSector - 1), -1);
-    EXPECT_EQ(flash->release(flash), 0);
+    EXPECT_EQ(Ints({write(flash, first, kFpga + 1), flash->write(flash, image.data(), kFpga, kFpgaSector - 1),
+                    flash->release(flash)}),
+              Ints({-1, -1, 0}));
     EXPECT_TRUE(journal_follows({"/dev/misc/spi1 ioctl 0xc0046502", "/dev/misc/spi1 close"}));
     // Without a first sector of this session the end of the image is refused: there is nothing to put in its
     // place.
@@ -275,8 +271,9 @@ TEST(FpgaFlash, IsOpenedOnKnownDevicesOnly) {
         EXPECT_EQ(count("/dev/misc/spi1 open rw"), count("/dev/misc/spi1 close"));
     }
     Bytes bytes(kFpgaSector);
-    EXPECT_EQ(fpga_flash_read(bytes.data(), kFpgaSector, 0), -1);
-    EXPECT_EQ(fpga_flash_write(bytes.data(), kFpgaSector, 0), -1);
+    EXPECT_EQ(
+        Ints({fpga_flash_read(bytes.data(), kFpgaSector, 0), fpga_flash_write(bytes.data(), kFpgaSector, 0)}),
+        Ints(2, -1));
     for (const std::string fault : {"ioctl:0xc0046501", "ioctl:0xc004650b", "ioctl:0xc004650c", "open"}) {
         load(kFpgaBoard + "fault /dev/misc/spi1 " + fault + " 1 EIO");
         EXPECT_EQ(fpga_flash_open(), -1) << fault;
@@ -332,9 +329,10 @@ void expect_upgrade(const Bytes& bytes, int result, double seconds) {
 
 TEST(CoprocessorUpgrade, ShipsChecksummedFrames) {
     load(kLink);
-    EXPECT_EQ(dm365_upgrade_write(dm365_spi_open(), nullptr, 0, 0, 0x1357), 0);
-    EXPECT_EQ(dm365_upgrade_write(dm365_spi_open(), nullptr, 0, 0, 0x1111), -1);
-    EXPECT_EQ(dm365_upgrade_write(-1, nullptr, 0, 0, 0x2468), -1);
+    EXPECT_EQ(Ints({dm365_upgrade_write(dm365_spi_open(), nullptr, 0, 0, 0x1357),
+                    dm365_upgrade_write(dm365_spi_open(), nullptr, 0, 0, 0x1111),
+                    dm365_upgrade_write(-1, nullptr, 0, 0, 0x2468)}),
+              Ints({0, -1, -1}));
     expect_upgrade(pattern(1000), 1000, 0.04 + 0.02);  // two probes, and one look at the acknowledgement
     EXPECT_EQ(upgrade(pattern(70000)), 65536) << "one frame a call";
     EXPECT_EQ(upgrade(Bytes{'u', 'p'}), 2) << "shorter than the end mark";
@@ -376,8 +374,7 @@ TEST(CoprocessorUpgrade, SurvivesAFaultAtEveryCall) {
           "ioctl:0x80047304 1", "ioctl:0x80047304 2", "write 1", "write 2", "write 1..5"}) {
         SCOPED_TRACE(call);
         load(kLink + "fault /dev/misc/spi0 " + call + " EIO");
-        EXPECT_EQ(upgrade(pattern(100)), 100);
-        EXPECT_EQ(upgrade(pattern(100)), 100);
+        EXPECT_EQ(Ints({upgrade(pattern(100)), upgrade(pattern(100))}), Ints(2, 100));
     }
     load(kLink + "fault /dev/misc/spi0 write 1..6 EIO");
     EXPECT_EQ(upgrade(pattern(100)), -1);
@@ -406,8 +403,8 @@ TEST(CoprocessorUpgrade, IsWhatTheFlashObjectDoesOnItsBoards) {
     EXPECT_EQ(info.sector_size, kSector / 2);
     EXPECT_EQ(write(flash, pattern(100), 0x1234), 100);
     Bytes bytes(4);
-    EXPECT_EQ(flash->read(flash, bytes.data(), kSecond, 4), -1);
-    EXPECT_EQ(flash->erase(flash, kSecond, kSector), -1);
+    EXPECT_EQ(Ints({flash->read(flash, bytes.data(), kSecond, 4), flash->erase(flash, kSecond, kSector)}),
+              Ints(2, -1));
     EXPECT_TRUE(journal_follows(
         {"/dev/misc/spi0 write 116: 34 12 00 00", "out \"dm6446 spi driver not support !\\n\""}));
     EXPECT_EQ(count("/dev/mtd/"), 0U);

@@ -216,8 +216,7 @@ TEST(Link, TwoCallersShareTheDevice) {
 TEST(Link, OpensAgainAfterAFailure) {
     sim::load("");
     const uint8_t byte = 1;
-    EXPECT_EQ(mcu_write(&byte, 1), -1);
-    EXPECT_EQ(mcu_open(), -1);
+    EXPECT_EQ(Ints({mcu_write(&byte, 1), mcu_open()}), Ints(2, -1));
     EXPECT_TRUE(
         journal_follows({"/dev/mcu open", "thread start",
                          "out \"--Assert(File:src/mouse/SpiUtil::Line:", "/dev/mcu open", "thread start"}));
@@ -228,9 +227,7 @@ TEST(Link, OpensAgainAfterAFailure) {
     EXPECT_TRUE(journal_follows({"/dev/mcu open rw", "out \"[libmarl] [libmarl] \"",
                                  "err \"pthread_create spi read\\n: Resource temporarily unavailable\\n\"",
                                  "/dev/mcu close"}));
-    EXPECT_EQ(mcu_write(&byte, 1), 1);
-    EXPECT_EQ(mcu_write(nullptr, 1), -1);
-    EXPECT_EQ(mcu_write(&byte, 0), -1);
+    EXPECT_EQ(Ints({mcu_write(&byte, 1), mcu_write(nullptr, 1), mcu_write(&byte, 0)}), Ints({1, -1, -1}));
     EXPECT_EQ(count("out \"--Assert(File:src/mouse/SpiUtil::Line:"), 2U);
 }
 
@@ -371,8 +368,7 @@ TEST(Power, IsSetAndReadBack) {
         EXPECT_EQ(PowerControl(command, 1), -1);
         EXPECT_EQ(query(command), Ints({-1, 9}));
     }
-    EXPECT_EQ(PowerControl(18, 2), -1);
-    EXPECT_EQ(mcu_query_status(18, nullptr), -1);
+    EXPECT_EQ(Ints({PowerControl(18, 2), mcu_query_status(18, nullptr)}), Ints(2, -1));
     EXPECT_FALSE(seen("/dev/mcu write"));
 }
 
@@ -433,8 +429,7 @@ TEST(SignalOutput, TogglesForATimeAndEndsOff) {
     sim::load("");
     EXPECT_EQ(signal_output_toggle(1000, 10), 0);
     EXPECT_NEAR(sim::now(), 0.011, 0.0001) << "1 ms is the shortest half-period";
-    EXPECT_EQ(signal_output_toggle(0, 10), -1);
-    EXPECT_EQ(sleep_us(1'500'000), 0);
+    EXPECT_EQ(Ints({signal_output_toggle(0, 10), sleep_us(1'500'000)}), Ints({-1, 0}));
     EXPECT_NEAR(sim::now(), 1.511, 0.0001) << "nothing for rate 0, then more than a second";
 }
 

@@ -37,8 +37,7 @@ TEST(Command, IsRunByAShellAndWaitedFor) {
     EXPECT_TRUE(std::filesystem::is_directory(path_of("/mnt/mtd/made")));
     const int status = my_system_call("fail now");
     EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 7);
-    EXPECT_EQ(my_system_call(nullptr), -1);
+    EXPECT_EQ(Ints({WEXITSTATUS(status), my_system_call(nullptr)}), Ints({7, -1}));
 }
 
 TEST(UsbPhy, IsSwitchedThroughItsRegister) {
@@ -47,8 +46,9 @@ TEST(UsbPhy, IsSwitchedThroughItsRegister) {
     EXPECT_TRUE(journal_follows({"err \"open /dev/mem error\\n\""}));
     put_memory();
     set_memory(kPhyControl, 0xAB00);
-    EXPECT_EQ(usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 2), -1);
-    EXPECT_EQ(usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 0), 0);
+    EXPECT_EQ(
+        Ints({usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 2), usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 0)}),
+        Ints({-1, 0}));
     EXPECT_EQ(memory_at(kPhyControl), 0xAB01U);
     const double off = sim::now();
     EXPECT_EQ(usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 1), 0);
@@ -60,8 +60,7 @@ TEST(UsbPhy, IsSwitchedThroughItsRegister) {
     EXPECT_NEAR(sim::now() - on, 0.006, 0.0001) << "six looks";
     EXPECT_TRUE(journal_follows({"err \"state must be 0 or 1\\n\"", "err \"USB_PPHY reset timeout\\n\""}));
     EXPECT_EQ(count("/dev/mem mmap"), 1U) << "mapped once";
-    EXPECT_EQ(mem_close(), 0);
-    EXPECT_EQ(mem_close(), -1);
+    EXPECT_EQ(Ints({mem_close(), mem_close()}), Ints({0, -1}));
 }
 
 struct RestartCase {
@@ -115,9 +114,8 @@ TEST(ArmClock, FromTheBootVariableOrTheRegisters) {
     EXPECT_EQ(get_arm_rate(), 432);
     EXPECT_TRUE(journal_follows({"out \"[libmarl] armrate = 432000000\\n\""}));
     sim::run("fault /dev/mem mmap 1 ENOMEM");
-    EXPECT_EQ(get_arm_rate(), 0);
-    EXPECT_EQ(__set_armboot_para("armrate", "297"), 0);
-    EXPECT_EQ(get_arm_rate(), 297);
+    EXPECT_EQ(Ints({get_arm_rate(), __set_armboot_para("armrate", "297"), get_arm_rate()}),
+              Ints({0, 0, 297}));
     EXPECT_EQ(count("/dev/mem open"), count("/dev/mem close") + 1) << "the one that failed";
 }
 
@@ -164,8 +162,8 @@ TEST(Summary, OfTheSystem) {
                                  "out \"[libmarl] @@@@ buf = SN-0042\\n\""}));
     HWINFO.hd_ver = HWINFO.fvideo_chip = 1;
     HWINFO.dsp_chip = 9;
-    EXPECT_EQ(__set_armboot_para("armrate", "432"), 0);
-    EXPECT_EQ(__set_armboot_para("ID", "000000000000000000"), 0);
+    EXPECT_EQ(Ints({__set_armboot_para("armrate", "432"), __set_armboot_para("ID", "000000000000000000")}),
+              Ints(2, 0));
     EXPECT_EQ(getSystemInfo(&info), -1) << "without an ID it is the MAC address, and there is no network";
     EXPECT_EQ(info.type_flag, 1);
     EXPECT_EQ(info.bandWidth, 32);
@@ -191,8 +189,7 @@ TEST(Summary, OfTheSubModules) {
         return Ints({result, number});
     };
     load("");
-    EXPECT_EQ(getSubModules(nullptr, &number), -1);
-    EXPECT_EQ(list("IPC-KL7")[0], -1);
+    EXPECT_EQ(Ints({getSubModules(nullptr, &number), list("IPC-KL7")[0]}), Ints(2, -1));
     EXPECT_EQ(list("TRV-A2-I"), Ints({0, 1}));
     EXPECT_EQ(modules[0].status, 1) << "no co-processor";
     // The driver's requests fail on a plain file, and the modules are listed all the same.

@@ -25,8 +25,26 @@ inline void load(const std::string& script) { sim::load(script.c_str()); }
 inline void run(const std::string& lines) { sim::run(lines.c_str()); }
 
 inline size_t count(std::string_view start) { return scenario::Journal(sim::journal()).count(start); }
+inline Ints counts(const Strings& starts,
+                   const scenario::Journal& journal = scenario::Journal(sim::journal())) {
+    Ints numbers;
+    for (const std::string& start : starts) numbers.push_back(static_cast<int>(journal.count(start)));
+    return numbers;
+}
 inline bool seen(std::string_view text) {
     return std::string(sim::journal()).find(text) != std::string::npos;
+}
+
+// Steps of a journal that come at the same time, and those that come after them.
+using Steps = std::vector<scenario::Journal::Step>;
+inline Steps at(double time, const Strings& starts) {
+    Steps steps;
+    for (const std::string& start : starts) steps.push_back({time, start});
+    return steps;
+}
+inline Steps operator+(Steps steps, const Steps& later) {
+    steps.insert(steps.end(), later.begin(), later.end());
+    return steps;
 }
 
 inline std::string path_of(const std::string& path) { return sim::root() + path; }
