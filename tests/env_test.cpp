@@ -2,35 +2,25 @@
 #include <libmarl/env.h>
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <random>
-#include <string>
 
-#include "helpers/scenario.h"
-#include "sim.h"
+#include "helpers/board.h"
 
 namespace {
 
+using namespace board;
 using namespace std::string_literals;
-using scenario::journal_follows;
 
-constexpr size_t kImageSize = 0x20000;
-constexpr size_t kDataSize = kImageSize - 4;
-
-std::string flash_path() { return std::string(sim::root()) + "/dev/mtd/1"; }
+constexpr size_t kDataSize = 0x20000 - 4;
 
 // A board whose flash holds `data` behind a checksum of zeros, filled up with `fill`.
 void board_with_list(std::string data, char fill = '\0') {
-    sim::load("");
+    load("");
     data.resize(kDataSize, fill);
-    std::ofstream(flash_path(), std::ios::binary) << std::string(4, '\0') << data;
+    write_file("/dev/mtd/1", std::string(4, '\0') + data);
 }
 
-std::string flash() {
-    std::ifstream file(flash_path(), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+std::string flash() { return read_file("/dev/mtd/1"); }
 
 uint32_t bitwise_crc32(std::string_view data) {
     uint32_t crc = ~0U;
@@ -48,57 +38,47 @@ std::string look_up(const char* key) {
 
 TEST(Environment, LookUp) {
     board_with_list("a=1\0b=2\0novalue\0empty=\0long=0123456789\0b=3\0\0hidden=1\0"s);
-    EXPECT_EQ(look_up("a"), "1");
-    EXPECT_EQ(look_up("b"), "2") << "the first one wins";
-    EXPECT_EQ(look_up("c"), "(absent)");
-    EXPECT_EQ(look_up("a="), "1");
-    EXPECT_EQ(look_up("novalue"), "(absent)");
-    EXPECT_EQ(look_up("empty"), "");
-    EXPECT_EQ(look_up("hidden"), "(absent)") << "behind the end of the list";
+    EXPECT_EQ(Strings({look_up("a"), look_up("b"), look_up("c"), look_up("a="), look_up("novalue"),
+                       look_up("empty"), look_up("hidden")}),
+              Strings({"1", "2", "(absent)", "1", "(absent)", "", "(absent)"}));
     char cut[5];
     ASSERT_EQ(get_armboot_para("long", cut, sizeof cut), 0);
     EXPECT_STREQ(cut, "0123");
-    EXPECT_EQ(get_armboot_para("long", cut, 0), -1);
-    EXPECT_EQ(get_armboot_para(nullptr, cut, sizeof cut), -1);
-    EXPECT_EQ(scenario::Journal(sim::journal()).count("/dev/mtd/1 read"), 1U) << "the image is read once";
+    EXPECT_EQ(Ints({get_armboot_para("long", cut, 0), get_armboot_para(nullptr, cut, sizeof cut)}),
+              Ints(2, -1));
+    EXPECT_EQ(count("/dev/mtd/1 read"), 1U) << "the image is read once";
 }
 
-struct SetCase {
-    const char* what;
-    std::string before;
-    const char* name;
-    const char* value;
-    std::string after;
-};
-
-class Set : public testing::TestWithParam<SetCase> {};
-
-TEST_P(Set, ReplacesAndSavesWithItsChecksum) {
-    const SetCase& c = GetParam();
-    board_with_list(c.before, c.before[0] == '\0' ? '\xFF' : '\0');
-    ASSERT_EQ(__set_armboot_para(c.name, c.value), 0);
-    EXPECT_EQ(look_up(c.name), c.value);
-    const std::string image = flash();
-    EXPECT_EQ(image.substr(4, c.after.size()), c.after);
-    uint32_t stored = 0;
-    memcpy(&stored, image.data(), sizeof stored);
-    EXPECT_EQ(stored, bitwise_crc32(std::string_view(image).substr(4, 0x4000 - 4)));
-    EXPECT_TRUE(
-        journal_follows({"out \"[libmarl] Save environment to flash ,Please wait ..\\n\"",
-                         "out \"[libmarl] Note!! don't power off\\n\\n\"", "/dev/mtd/1 ioctl 0x40084d02",
-                         "/dev/mtd/1 seek 0", "/dev/mtd/1 write 131072", "out \"[libmarl] Save Ok\\n\\n\""}));
+TEST(Environment, SetReplacesAndSavesWithItsChecksum) {
+    const struct {
+        const char *name, *value;
+        std::string list;
+    } sets[] = {
+        {"a", "1", "a=1\0\0"s},
+        {"a", "22", "a=22\0\0"s},
+        {"ab", "2", "a=22\0ab=2\0\0"s},
+        {"ab", "3", "a=22\0ab=3\0\0"s},
+        {"a", "", "ab=3\0a=\0\0"s},
+        {"c", "4", "ab=3\0a=\0c=4\0\0"s},
+        {"a", "longer", "ab=3\0c=4\0a=longer\0\0"s},
+    };
+    board_with_list("\0"s, '\xFF');
+    for (const auto& c : sets) {
+        SCOPED_TRACE(c.list);
+        sim::clear_journal();
+        ASSERT_EQ(__set_armboot_para(c.name, c.value), 0);
+        EXPECT_EQ(look_up(c.name), c.value);
+        const std::string image = flash();
+        EXPECT_EQ(image.substr(4, c.list.size()), c.list);
+        uint32_t stored = 0;
+        memcpy(&stored, image.data(), sizeof stored);
+        EXPECT_EQ(stored, bitwise_crc32(std::string_view(image).substr(4, 0x4000 - 4)));
+        EXPECT_TRUE(journal_follows({"out \"[libmarl] Save environment to flash ,Please wait ..\\n\"",
+                                     "out \"[libmarl] Note!! don't power off\\n\\n\"",
+                                     "/dev/mtd/1 ioctl 0x40084d02", "/dev/mtd/1 seek 0",
+                                     "/dev/mtd/1 write 131072", "out \"[libmarl] Save Ok\\n\\n\""}));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(Environment, Set,
-                         testing::Values(SetCase{"Last", "a=1\0b=2\0\0"s, "b", "3", "a=1\0b=3\0\0"s},
-                                         SetCase{"First", "a=1\0b=2\0\0"s, "a", "9", "b=2\0a=9\0\0"s},
-                                         SetCase{"Middle", "a=1\0b=2\0c=3\0\0"s, "b", "longer",
-                                                 "a=1\0c=3\0b=longer\0\0"s},
-                                         SetCase{"Only", "a=1\0\0"s, "a", "22", "a=22\0\0"s},
-                                         SetCase{"New", "a=1\0\0"s, "ab", "2", "a=1\0ab=2\0\0"s},
-                                         SetCase{"EmptyValue", "a=1\0\0"s, "a", "", "a=\0\0"s},
-                                         SetCase{"EmptyList", "\0"s, "a", "1", "a=1\0\0"s}),
-                         scenario::ByWhat());
 
 TEST(Environment, OverflowLosesTheOldValueInMemoryOnly) {
     std::string list = "victim=1\0"s;
@@ -123,17 +103,15 @@ TEST(Environment, RefusesWhatCannotBeSet) {
     sim::clear_journal();
     const std::string name24(24, 'n');
     const std::string value256(256, 'v');
-    EXPECT_EQ(__set_armboot_para(name24.c_str(), "1"), -1);
-    EXPECT_EQ(__set_armboot_para("n", value256.c_str()), -1);
-    EXPECT_EQ(__set_armboot_para("n=", "1"), -1);
-    EXPECT_EQ(__set_armboot_para("", "1"), -1);
-    EXPECT_EQ(__set_armboot_para(nullptr, "1"), -1);
-    EXPECT_EQ(set_armboot_para_kv("no separator"), -1);
-    EXPECT_EQ(set_armboot_para_kv((name24 + "=1").c_str()), -1);
-    EXPECT_EQ(set_armboot_para_kv(nullptr), -1);
+    EXPECT_EQ(Ints({__set_armboot_para(name24.c_str(), "1"), __set_armboot_para("n", value256.c_str()),
+                    __set_armboot_para("n=", "1"), __set_armboot_para("", "1"),
+                    __set_armboot_para(nullptr, "1"), set_armboot_para_kv("no separator"),
+                    set_armboot_para_kv((name24 + "=1").c_str()), set_armboot_para_kv(nullptr)}),
+              Ints(8, -1));
     EXPECT_EQ(sim::journal(), "");
-    EXPECT_EQ(__set_armboot_para(name24.c_str() + 1, value256.c_str() + 1), 0);
-    EXPECT_EQ(set_armboot_para_kv("k=v=w"), 0);
+    EXPECT_EQ(
+        Ints({__set_armboot_para(name24.c_str() + 1, value256.c_str() + 1), set_armboot_para_kv("k=v=w")}),
+        Ints(2, 0));
     EXPECT_EQ(look_up("k"), "v=w");
 }
 
@@ -152,82 +130,60 @@ TEST_P(BadImage, IsReadWithinItsBounds) {
     }
     board_with_list(data);
     EXPECT_EQ(look_up("appauto"), "(absent)");
-    EXPECT_EQ(__set_armboot_para("b", "2"), 0);
-    EXPECT_EQ(__set_armboot_para("c", "3"), 0);
-    if (kind == "LastVariableRunsIntoTheEnd") {
-        EXPECT_EQ(look_up("b"), "2");
-    } else if (kind == "Erased") {
-        EXPECT_EQ(flash().substr(4), data) << "no room was found, so nothing was saved";
-    }
+    EXPECT_EQ(Ints({__set_armboot_para("b", "2"), __set_armboot_para("c", "3")}), Ints(2, 0));
+    EXPECT_TRUE(kind != "LastVariableRunsIntoTheEnd" || look_up("b") == "2");
+    EXPECT_TRUE(kind != "Erased" || flash().substr(4) == data) << "no room was found, so nothing was saved";
 }
 
 INSTANTIATE_TEST_SUITE_P(Environment, BadImage,
                          testing::Values("Erased", "Random", "LastVariableRunsIntoTheEnd", "OneNulAtTheEnd"),
-                         [](const testing::TestParamInfo<const char*>& parameter) {
-                             return std::string(parameter.param);
-                         });
+                         [](const auto& parameter) { return std::string(parameter.param); });
 
 struct FaultCase {
-    const char* what;
     const char* script;
-    std::vector<std::string> messages;
+    Strings messages;
 };
 
-class LoadFault : public testing::TestWithParam<FaultCase> {};
-
-TEST_P(LoadFault, IsReportedAndTriedAgain) {
-    sim::load((std::string("env a=1\n") + GetParam().script).c_str());
-    for (int i = 0; i < 2; ++i) {
-        sim::clear_journal();
-        EXPECT_EQ(look_up("a"), "(absent)");
-        EXPECT_TRUE(journal_follows(GetParam().messages));
+TEST(Environment, AFailedLoadIsReportedAndTriedAgain) {
+    const char* const read_error = "err \"read mtd: Input/output error\\n\"";
+    const FaultCase cases[] = {
+        {"envimage missing",
+         {"out \"[libmarl] [libmarl] \"", "err \"open mtd: No such file or directory\\n\""}},
+        {"envimage short:4096", {"out \"[libmarl] [libmarl] \"", read_error, "/dev/mtd/1 close"}},
+        {"fault /dev/mtd/1 read 1+ EIO", {read_error, "/dev/mtd/1 close"}},
+    };
+    for (const FaultCase& c : cases) {
+        load(std::string("env a=1\n") + c.script);
+        for (int i = 0; i < 2; ++i) {
+            sim::clear_journal();
+            EXPECT_EQ(look_up("a"), "(absent)");
+            EXPECT_TRUE(journal_follows(c.messages));
+        }
+        EXPECT_EQ(__set_armboot_para("a", "2"), 0);
+        EXPECT_EQ(count("/dev/mtd/1 ioctl"), 0U);
     }
-    EXPECT_EQ(__set_armboot_para("a", "2"), 0);
-    const scenario::Journal journal(sim::journal());
-    EXPECT_EQ(journal.count("/dev/mtd/1 ioctl"), 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Environment, LoadFault,
-    testing::Values(FaultCase{"Missing",
-                              "envimage missing",
-                              {"out \"[libmarl] [libmarl] \"",
-                               "err \"open mtd: No such file or directory\\n\""}},
-                    FaultCase{"Short",
-                              "envimage short:4096",
-                              {"out \"[libmarl] [libmarl] \"", "err \"read mtd: Input/output error\\n\"",
-                               "/dev/mtd/1 close"}},
-                    FaultCase{"ReadError",
-                              "fault /dev/mtd/1 read 1+ EIO",
-                              {"err \"read mtd: Input/output error\\n\"", "/dev/mtd/1 close"}}),
-    scenario::ByWhat());
-
-class SaveFault : public testing::TestWithParam<FaultCase> {};
-
-TEST_P(SaveFault, IsReportedAndKeepsTheNewValueInMemory) {
-    sim::load((std::string("env a=1\n") + GetParam().script).c_str());
-    EXPECT_EQ(__set_armboot_para("a", "2"), 0);
-    EXPECT_EQ(look_up("a"), "2");
-    EXPECT_TRUE(journal_follows(GetParam().messages));
-    EXPECT_TRUE(
-        journal_follows({"out \"\\e[0;32;31m[libmarl] ERROR (src/misc/env|__set_armboot_para|420): save "
-                         "environmeent to flash fail\\n\\e[m\""}));
-    EXPECT_FALSE(journal_follows({"out \"[libmarl] Save Ok"}));
+TEST(Environment, AFailedSaveIsReportedAndKeepsTheNewValueInMemory) {
+    const FaultCase cases[] = {
+        {"ioctl 1 EIO", {"out \"[libmarl] [libmarl] \"", "err \"mem erase: Input/output error\\n\""}},
+        {"write 1 ENOSPC", {"err \"write mtd: No space left on device\\n\""}},
+        {"lseek 1 EINVAL", {"err \"write mtd: Invalid argument\\n\""}},
+    };
+    for (const FaultCase& c : cases) {
+        load(std::string("env a=1\nfault /dev/mtd/1 ") + c.script);
+        EXPECT_EQ(__set_armboot_para("a", c.script), 0);
+        EXPECT_EQ(look_up("a"), c.script);
+        EXPECT_TRUE(journal_follows(c.messages));
+        EXPECT_TRUE(
+            journal_follows({"out \"\\e[0;32;31m[libmarl] ERROR (src/misc/env|__set_armboot_para|420): save "
+                             "environmeent to flash fail\\n\\e[m\""}));
+        EXPECT_FALSE(seen("Save Ok"));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Environment, SaveFault,
-    testing::Values(
-        FaultCase{"Erase",
-                  "fault /dev/mtd/1 ioctl 1 EIO",
-                  {"out \"[libmarl] [libmarl] \"", "err \"mem erase: Input/output error\\n\""}},
-        FaultCase{
-            "Write", "fault /dev/mtd/1 write 1 ENOSPC", {"err \"write mtd: No space left on device\\n\""}},
-        FaultCase{"Seek", "fault /dev/mtd/1 lseek 1 EINVAL", {"err \"write mtd: Invalid argument\\n\""}}),
-    scenario::ByWhat());
 
 TEST(Environment, ShortAndInterruptedTransfersAreFinished) {
-    sim::load(
+    load(
         "env a=1\nfault /dev/mtd/1 read 1 EINTR\nfault /dev/mtd/1 read 2 short 100\n"
         "fault /dev/mtd/1 write 1 short 5\nfault /dev/mtd/1 write 2 EINTR");
     EXPECT_EQ(__set_armboot_para("b", "2"), 0);

@@ -1,11 +1,10 @@
 // Identification, as a program that links the shipped library finds it.
-#include <string>
 
-#include "helpers/scenario.h"
+#include "helpers/board.h"
 
 namespace {
 
-using scenario::kAnyTime;
+using namespace board;
 using scenario::Outcome;
 
 Outcome identify(const std::string& script, const std::vector<std::string>& arguments = {}) {
@@ -172,13 +171,10 @@ TEST(Initialisation, WithoutGpioNoProgramStarts) {
     options.keep_output = true;
     const Outcome run = scenario::run("tests/identify", "missing /dev/misc/gpio", options);
     EXPECT_EQ(run.status, 1);
-    EXPECT_TRUE(run.journal.follows({{0, "out \"\\n\""},
-                                     {0, "out \"\\e[0;32;32m[libmarl] libmarl.so Build on "},
-                                     {0, "out \"\\e[0;32;32m[libmarl] SVN NUM: 3668.\\n\\e[m\""},
-                                     {0, "err \"get hwid \\n: "},
-                                     {0, "err \"open /dev/misc/gpio \""},
-                                     {0, "err \"create pg_gpio ret\""},
-                                     {0, "err \"src/misc/ver:"}}));
+    EXPECT_TRUE(run.journal.follows(at(0, {"out \"\\n\"", "out \"\\e[0;32;32m[libmarl] libmarl.so Build on ",
+                                           "out \"\\e[0;32;32m[libmarl] SVN NUM: 3668.\\n\\e[m\"",
+                                           "err \"get hwid \\n: ", "err \"open /dev/misc/gpio \"",
+                                           "err \"create pg_gpio ret\"", "err \"src/misc/ver:"})));
     EXPECT_FALSE(says(run, "type=")) << "main must not run";
 }
 

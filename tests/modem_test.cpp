@@ -5,17 +5,14 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <string>
 #include <thread>
-#include <vector>
 
-#include "helpers/scenario.h"
+#include "helpers/board.h"
 #include "helpers/usb_list.h"
-#include "sim.h"
 
 namespace {
 
-using scenario::journal_follows;
+using namespace board;
 using usb_list::block;
 using usb_list::kRootHub;
 
@@ -25,7 +22,7 @@ void set_model(const char* model) {
 }
 
 // A list of devices on these ports, each with its place in the list for a product ID.
-std::string list_of(const std::vector<int>& ports) {
+std::string list_of(const Ints& ports) {
     std::string list = block(kRootHub);
     for (size_t i = 0; i < ports.size(); ++i) {
         const std::string id = "100" + std::to_string(i + 2);
@@ -39,34 +36,31 @@ bool is_zero(const Usb3gModule& module) {
     return memcmp(&module, &zero, sizeof zero) == 0;
 }
 
-// Puts devices on these ports; a null `product_id` means that none is the modem.
-void expect_found(const char* model, const std::vector<int>& ports, const char* product_id) {
+// Puts devices on these ports; an empty `product_id` means that none is the modem.
+void expect_found(const char* model, const Ints& ports, const std::string& product_id) {
     SCOPED_TRACE(model + std::string(" with devices: ") + std::to_string(ports.size()));
     set_model(model);
     usb_list::put(list_of(ports));
     Usb3gModule module;
     memset(&module, 'x', sizeof module);
-    EXPECT_EQ(find_3g_usb_device(&module), product_id != nullptr ? 1 : -1);
-    EXPECT_STREQ(module.product_id, product_id != nullptr ? product_id : "");
-    EXPECT_EQ(is_zero(module), product_id == nullptr);
+    EXPECT_EQ(find_3g_usb_device(&module), product_id.empty() ? -1 : 1);
+    EXPECT_EQ(module.product_id, product_id);
+    EXPECT_EQ(is_zero(module), product_id.empty());
 }
 
 TEST(ModemDiscovery, TakesTheDeviceThatTheHubLeaves) {
-    expect_found("QZ-NRX2", {}, nullptr);
+    expect_found("QZ-NRX2", {}, "");
     expect_found("QZ-NRX2", {1}, "1002");
     expect_found("Q3", {0, 0, 0}, "1002");
-    for (const char* model : {"IPC-KQ3", "VMK52F", "VMK51F", "IPC-KA2", "Q3", "Q4", "Q5", "QZ-TRX5-KB-A"}) {
-        set_model(model);
-        const bool has_hub = strcmp(model, "IPC-KQ3") != 0 && strcmp(model, "VMK52F") != 0;
-        EXPECT_EQ(check_usb_hub_model(), has_hub ? 0 : -1) << model;
+    for (const std::string model :
+         {"IPC-KQ3", "VMK52F", "VMK51F", "IPC-KA2", "Q3", "Q4", "Q5", "QZ-TRX5-KB-A"}) {
+        set_model(model.c_str());
+        EXPECT_EQ(check_usb_hub_model(), model == "IPC-KQ3" || model == "VMK52F" ? -1 : 0) << model;
     }
-    expect_found("Q3", {}, nullptr);
-    expect_found("Q3", {0}, nullptr);
-    expect_found("Q3", {0, 0}, "1003");
-    expect_found("Q3", {0, 1}, nullptr);
+    const std::pair<Ints, const char*> found[] = {
+        {{}, ""}, {{0}, ""}, {{0, 0}, "1003"}, {{0, 1}, ""}, {{0, 0, 1}, "1003"}, {{0, 1, 2, 0, 0}, "1004"}};
+    for (const auto& [ports, product_id] : found) expect_found("Q3", ports, product_id);
     expect_found("QZ-TRX5-KB-A", {0, 1}, "1003");
-    expect_found("Q3", {0, 0, 1}, "1003");
-    expect_found("Q3", {0, 1, 2, 0, 0}, "1004");
     expect_found("QZ-TRX5-KB-A", {0, 1, 2}, "1004");
 }
 
@@ -74,19 +68,13 @@ TEST(ModemDiscovery, ReadsWhatTheDeviceSaysOfItself) {
     usb_list::put(block(kRootHub) + block({}));
     Usb3gModule module;
     ASSERT_EQ(find_3g_usb_device(&module), 1);
-    EXPECT_STREQ(module.manufacturer, "ZTE, Incorporated");
-    EXPECT_STREQ(module.product, "HSPA modem");
-    EXPECT_STREQ(module.version, "2.00");
-    EXPECT_STREQ(module.speed, "480");
-    EXPECT_STREQ(module.vendor_id, "19d2");
-
+    EXPECT_EQ(Strings({module.manufacturer, module.product, module.version, module.speed, module.vendor_id}),
+              Strings({"ZTE, Incorporated", "HSPA modem", "2.00", "480", "19d2"}));
     const std::string longest(31, 'm');
     usb_list::put(block(kRootHub) +
                   block({.vendor = "0123456789abcdefgh", .manufacturer = (longest + "n").c_str()}));
     ASSERT_EQ(find_3g_usb_device(&module), 1);
-    EXPECT_EQ(module.manufacturer, longest);
-    EXPECT_STREQ(module.vendor_id, "0123456789abcde");
-
+    EXPECT_EQ(Strings({module.manufacturer, module.vendor_id}), Strings({longest, "0123456789abcde"}));
     // The tail of a long line is no line: neither the 'T' nor the 'I' that it may begin with.
     const std::string long_line = "S:  SerialNumber=" + std::string(127 - 17, '0');
     std::string list = block(kRootHub) + block({.manufacturer = nullptr});
@@ -94,8 +82,7 @@ TEST(ModemDiscovery, ReadsWhatTheDeviceSaysOfItself) {
                 long_line + "T: no\n" + long_line + "I: no\nS:  Product=late\n");
     usb_list::put(list);
     ASSERT_EQ(find_3g_usb_device(&module), 1) << "an interface ends a block without names";
-    EXPECT_STREQ(module.product, "late");
-    EXPECT_STREQ(module.manufacturer, "");
+    EXPECT_EQ(Strings({module.product, module.manufacturer}), Strings({"late", ""}));
 }
 
 TEST(ModemDiscovery, AListThatEndsTooEarlyHasNoModem) {
@@ -117,23 +104,12 @@ TEST(ModemDiscovery, AListThatEndsTooEarlyHasNoModem) {
     EXPECT_EQ(find_and_identify_3g(&module), -1);
     EXPECT_TRUE(
         journal_follows({"out \"[libmarl] [libmarl] \"", "err \"fopen: No such file or directory\\n\""}));
-    EXPECT_EQ(find_3g_usb_device(nullptr), -1);
-    EXPECT_EQ(find_and_identify_3g(nullptr), -1);
-}
-
-Usb3gModule module_of(const char* manufacturer, const char* vendor, const char* product) {
-    Usb3gModule module = {};
-    strcpy(module.manufacturer, manufacturer);
-    strcpy(module.vendor_id, vendor);
-    strcpy(module.product_id, product);
-    return module;
+    EXPECT_EQ(Ints({find_3g_usb_device(nullptr), find_and_identify_3g(nullptr)}), Ints(2, -1));
 }
 
 TEST(ModemIdentity, VendorsAndKnownModules) {
     struct {
-        const char* manufacturer;
-        const char* vendor;
-        const char* product;
+        const char *manufacturer, *vendor, *product;
         int type;
         int row;
     } const modules[] = {
@@ -152,12 +128,14 @@ TEST(ModemIdentity, VendorsAndKnownModules) {
         {"ZTE, Incorporated", "19d20", "fff1", 4, -1},
     };
     for (const auto& each : modules) {
-        const Usb3gModule module = module_of(each.manufacturer, each.vendor, each.product);
+        Usb3gModule module = {};
+        strcpy(module.manufacturer, each.manufacturer);
+        strcpy(module.vendor_id, each.vendor);
+        strcpy(module.product_id, each.product);
         EXPECT_EQ(identify_3g_modem(&module), each.type) << each.manufacturer << each.vendor;
         EXPECT_EQ(lookup_3g_module(&module), each.row) << each.manufacturer << each.product;
     }
-    EXPECT_EQ(lookup_3g_module(nullptr), -1);
-    EXPECT_EQ(identify_3g_modem(nullptr), -1);
+    EXPECT_EQ(Ints({lookup_3g_module(nullptr), identify_3g_modem(nullptr)}), Ints(2, -1));
     EXPECT_TRUE(journal_follows({"err \"usbModule Param NULL\""}));
 }
 
@@ -170,44 +148,48 @@ std::vector<scenario::Event> line_writes() {
     return writes;
 }
 
+// That the modem's line was switched off and on again, each time for so long.
+void expect_cycles(size_t cycles, const std::string& off, const std::string& on, double seconds) {
+    const auto writes = line_writes();
+    ASSERT_EQ(writes.size(), 2 * cycles);
+    for (size_t i = 0; i < writes.size(); i += 2) {
+        EXPECT_EQ(Strings({writes[i].text, writes[i + 1].text}),
+                  Strings({"/dev/misc/" + off, "/dev/misc/" + on}));
+        EXPECT_NEAR(writes[i + 1].time - writes[i].time, seconds, 0.005);
+    }
+}
+
 TEST(ModemReset, TheModemDecidesHowLongItsPowerIsOff) {
-    constexpr const char* kUnknown = "Anybody";
-    constexpr const char* kKnown = "ZTE, Incorporated";
-    struct {
+    const std::string unknown = "Anybody", known = "ZTE, Incorporated";
+    const std::string gpio = "gpio write 2: ", expander = "gio_expander write 2: 06 ";
+    const struct {
         const char* model;
-        const char* manufacturer;  // null: no modem
-        const char* off;
-        const char* on;
+        std::string manufacturer;  // empty: no modem
+        std::string off, on;
         double off_s;
         double off_before_wait_s;  // when the modem is waited for afterwards
-    } const cycles[] = {
-        {"IPC-KP1", nullptr, "gpio write 2: 30 01", "gpio write 2: 30 00", 0.8, 0.8},
-        {"IPC-KP1", kKnown, "gpio write 2: 30 01", "gpio write 2: 30 00", 2, 2},
-        {"IPC-KL9", kUnknown, "gio_expander write 2: 06 01", "gio_expander write 2: 06 00", 0.8, 0.8},
-        {"IPC-KL9", kKnown, "gio_expander write 2: 06 01", "gio_expander write 2: 06 00", 2, 2},
-        {"IPC-KT1", kKnown, "gpio write 2: 20 01", "gpio write 2: 20 00", 2, 2},
-        {"IPC-KT2", kKnown, "gpio write 2: 20 01", "gpio write 2: 20 00", 0.8, 2},
-        {"IPC-KQ3", kKnown, "gpio write 2: 1a 01", "gpio write 2: 1a 00", 0.8, 0.8},
-        {"QZ-TRX5-KB-A", kUnknown, "gpio write 2: 25 00", "gpio write 2: 25 01", 2, 2},
-        {"QZ-TRX5-KB-A", nullptr, "gpio write 2: 25 00", "gpio write 2: 25 01", 0.8, 0.8},
-        {"QZ-NRX2", kUnknown, "gio_expander write 2: 06 00", "gio_expander write 2: 06 01", 0.8, 2},
+    } cycles[] = {
+        {"IPC-KP1", "", gpio + "30 01", gpio + "30 00", 0.8, 0.8},
+        {"IPC-KP1", known, gpio + "30 01", gpio + "30 00", 2, 2},
+        {"IPC-KL9", unknown, expander + "01", expander + "00", 0.8, 0.8},
+        {"IPC-KL9", known, expander + "01", expander + "00", 2, 2},
+        {"IPC-KT1", known, gpio + "20 01", gpio + "20 00", 2, 2},
+        {"IPC-KT2", known, gpio + "20 01", gpio + "20 00", 0.8, 2},
+        {"IPC-KQ3", known, gpio + "1a 01", gpio + "1a 00", 0.8, 0.8},
+        {"QZ-TRX5-KB-A", unknown, gpio + "25 00", gpio + "25 01", 2, 2},
+        {"QZ-TRX5-KB-A", "", gpio + "25 00", gpio + "25 01", 0.8, 0.8},
+        {"QZ-NRX2", unknown, expander + "00", expander + "01", 0.8, 2},
     };
-    for (const auto& cycle : cycles) {
+    for (const auto& c : cycles) {
         for (const bool and_wait : {false, true}) {
-            SCOPED_TRACE(std::string(cycle.model) + (and_wait ? " and wait " : " ") +
-                         (cycle.manufacturer != nullptr ? cycle.manufacturer : "nothing"));
-            sim::load("");
-            set_model(cycle.model);
+            SCOPED_TRACE(std::string(c.model) + (and_wait ? " and wait " : " ") + c.manufacturer);
+            load("");
+            set_model(c.model);
             usb_list::put(block(kRootHub) +
-                          (cycle.manufacturer != nullptr ? block({.manufacturer = cycle.manufacturer}) : ""));
+                          (c.manufacturer.empty() ? "" : block({.manufacturer = c.manufacturer.c_str()})));
             EXPECT_EQ(and_wait ? reset_3g_and_wait() : reset_3g(),
-                      and_wait && cycle.manufacturer == nullptr ? -1 : 0);
-            const auto writes = line_writes();
-            ASSERT_EQ(writes.size(), 2U);
-            EXPECT_EQ(writes[0].text, std::string("/dev/misc/") + cycle.off);
-            EXPECT_EQ(writes[1].text, std::string("/dev/misc/") + cycle.on);
-            EXPECT_NEAR(writes[1].time - writes[0].time, and_wait ? cycle.off_before_wait_s : cycle.off_s,
-                        0.005);
+                      and_wait && c.manufacturer.empty() ? -1 : 0);
+            expect_cycles(1, c.off, c.on, and_wait ? c.off_before_wait_s : c.off_s);
         }
     }
 }
@@ -217,20 +199,19 @@ TEST(ModemReset, SwitchesThePhyWithTheModemOfOneModel) {
     set_model("IPC-KQ3");
     usb_list::put(block(kRootHub) + block({}));
     EXPECT_EQ(reset_3g(), 0);
-    const std::vector<std::string> both = {"/dev/misc/gpio write 2: 1a 01", "/dev/mem open",
-                                           "/dev/misc/gpio write 2: 1a 00", "/dev/mem open"};
+    const Strings both = {"/dev/misc/gpio write 2: 1a 01", "/dev/mem open", "/dev/misc/gpio write 2: 1a 00",
+                          "/dev/mem open"};
     EXPECT_TRUE(journal_follows(both));
     sim::clear_journal();
     EXPECT_EQ(reset_3g_and_wait(), 0);
     EXPECT_TRUE(journal_follows(both));
     sim::clear_journal();
     usb_list::put(block(kRootHub));
-    EXPECT_EQ(reset_3g_ifindex(3), 0);
-    EXPECT_EQ(reset_3g_ifindex_unchecked(-1), 0);
+    EXPECT_EQ(Ints({reset_3g_ifindex(3), reset_3g_ifindex_unchecked(-1)}), Ints(2, 0));
     EXPECT_TRUE(
         journal_follows({"out \"[libmarl] inerface index  is 3\\n\"", "/dev/misc/gpio write 2: 1a 01",
                          "out \"[libmarl] inerface index  is -1\\n\"", "/dev/misc/gpio write 2: 1a 01"}));
-    EXPECT_EQ(sim::journal().find("/dev/mem"), std::string::npos) << "nothing to protect without a modem";
+    EXPECT_FALSE(seen("/dev/mem")) << "nothing to protect without a modem";
 }
 
 TEST(ModemReset, CyclesFollowEachOther) {
@@ -240,13 +221,7 @@ TEST(ModemReset, CyclesFollowEachOther) {
     EXPECT_EQ(reset_3g(), 0);
     usleep(5'000'000);  // the other goes on in the board's time
     other.join();
-    const auto writes = line_writes();
-    ASSERT_EQ(writes.size(), 4U);
-    for (const size_t off : {0U, 2U}) {
-        EXPECT_EQ(writes[off].text, "/dev/misc/gio_expander write 2: 06 00");
-        EXPECT_EQ(writes[off + 1].text, "/dev/misc/gio_expander write 2: 06 01");
-        EXPECT_NEAR(writes[off + 1].time - writes[off].time, 0.8, 0.005);
-    }
+    expect_cycles(2, "gio_expander write 2: 06 00", "gio_expander write 2: 06 01", 0.8);
 }
 
 std::string escaped(const std::string& text) {
@@ -255,19 +230,21 @@ std::string escaped(const std::string& text) {
     return out;
 }
 
-TEST(ModemReset, WaitsUntilTheModemIsBack) {
-    sim::load("");
-    set_model("QZ-NRX2");
-    usb_list::put(block(kRootHub));
-    sim::run(("at 3 file! /proc/bus/usb/devices " + escaped(block(kRootHub) + block({}))).c_str());
-    EXPECT_EQ(reset_3g_and_wait(), 0);
-    EXPECT_NEAR(sim::now(), 3.3, 0.01) << "looked for every 500 ms from 0.8 s on";
+// The modem appears in the list of devices.
+void plug_in_at(const std::string& seconds) {
+    run("at " + seconds + " file! /proc/bus/usb/devices " + escaped(block(kRootHub) + block({})));
+}
 
-    sim::load("");
-    usb_list::put(block(kRootHub));
-    EXPECT_EQ(reset_3g_and_wait(), -1);
-    EXPECT_NEAR(sim::now(), 60.8, 0.01);
-    EXPECT_NE(sim::journal().find("3G modem is not back within 60 s"), std::string::npos);
+TEST(ModemReset, WaitsUntilTheModemIsBack) {
+    for (const bool comes : {true, false}) {
+        load("");
+        set_model("QZ-NRX2");
+        usb_list::put(block(kRootHub));
+        if (comes) plug_in_at("3");
+        EXPECT_EQ(reset_3g_and_wait(), comes ? 0 : -1);
+        EXPECT_NEAR(sim::now(), comes ? 3.3 : 60.8, 0.01) << "looked for every 500 ms from 0.8 s on";
+        EXPECT_EQ(seen("3G modem is not back within 60 s"), !comes);
+    }
 }
 
 constexpr const char* kDirect = "/devices/platform/musb_hdrc/usb1/1-1";
@@ -276,20 +253,19 @@ constexpr const char* kOnSecondPort = "/devices/platform/musb_hdrc/usb1/1-1/1-1.
 
 // Begins a board with the attributes of a device, as the kernel shows them.
 void begin(const char* model, const std::string& device) {
-    sim::load("");
+    load("");
     set_model(model);
     usb_list::put(block(kRootHub));
-    const std::string directory = "/sys" + device;
-    usb_list::write_file(directory + "/manufacturer", "  ZTE, Incorporated\n");
-    usb_list::write_file(directory + "/version", " 2.00\n");
-    usb_list::write_file(directory + "/idVendor", "1ab7\n");
-    usb_list::write_file(directory + "/idProduct", "fff1");
-    usb_list::write_file(directory + "/speed", "480\n" + std::string(4000, '0'));
+    const std::pair<const char*, std::string> attributes[] = {{"/manufacturer", "  ZTE, Incorporated\n"},
+                                                              {"/version", " 2.00\n"},
+                                                              {"/idVendor", "1ab7\n"},
+                                                              {"/idProduct", "fff1"},
+                                                              {"/speed", "480\n" + std::string(4000, '0')}};
+    for (const auto& [name, value] : attributes) write_file("/sys" + device + name, value);
 }
 
-void event_at(const char* seconds, const std::string& path, const char* how = "") {
-    const std::string line = std::string("at ") + seconds + " uevent " + how + " add@" + path;
-    sim::run((line + "\\x00ACTION=add\\x00DEVPATH=" + path).c_str());
+void event_at(const std::string& seconds, const std::string& path, const std::string& how = "") {
+    run("at " + seconds + " uevent " + how + " add@" + path + "\\x00ACTION=add\\x00DEVPATH=" + path);
 }
 
 // What the modem type selects: the line of one model's switch.
@@ -298,7 +274,7 @@ bool is_third_vendor() {
     HWINFO.video_channel = 4;
     sim::clear_journal();
     power_3g_on();
-    return sim::journal().find("gpio write 2: 30") != std::string::npos;
+    return seen("gpio write 2: 30");
 }
 
 TEST(ModemWait, TheEventsDeviceIsRead) {
@@ -307,11 +283,8 @@ TEST(ModemWait, TheEventsDeviceIsRead) {
     event_at("0.35", kDirect);
     EXPECT_EQ(wait_3g_usb_device(&module, 100), 0);
     EXPECT_NEAR(sim::now(), 2, 0.01) << "events are looked at after 20 polls";
-    EXPECT_STREQ(module.manufacturer, "ZTE, Incorporated");
-    EXPECT_STREQ(module.product, "");
-    EXPECT_STREQ(module.version, "2.00");
-    EXPECT_STREQ(module.product_id, "fff1");
-    EXPECT_STREQ(module.speed, "480");
+    EXPECT_EQ(Strings({module.manufacturer, module.product, module.version, module.product_id, module.speed}),
+              Strings({"ZTE, Incorporated", "", "2.00", "fff1", "480"}));
     EXPECT_TRUE(is_third_vendor());
 
     begin("QZ-NRX2", kDirect);
@@ -383,7 +356,8 @@ TEST(ModemWait, WhatDoesNotFitIsDropped) {
 TEST(ModemWait, FailuresEndWithALastLook) {
     Usb3gModule module;
     begin("QZ-NRX2", kDirect);
-    module = module_of("", "1ab7", "");
+    module = {};
+    strcpy(module.vendor_id, "1ab7");
     identify_3g_modem(&module);
     EXPECT_EQ(wait_3g_usb_device(&module, 30), -1);
     EXPECT_NEAR(sim::now(), 3, 0.01);
@@ -392,8 +366,8 @@ TEST(ModemWait, FailuresEndWithALastLook) {
 
     begin("QZ-NRX2", kDirect);
     event_at("0.01", kDirect);
-    sim::run((std::string("delete /sys") + kDirect + "/speed").c_str());
-    sim::run(("at 0.25 file! /proc/bus/usb/devices " + escaped(block(kRootHub) + block({}))).c_str());
+    run(std::string("delete /sys") + kDirect + "/speed");
+    plug_in_at("0.25");
     EXPECT_EQ(wait_3g_usb_device(&module, 3), 0) << "the list has it by then";
     EXPECT_STREQ(module.product, "HSPA modem");
     EXPECT_TRUE(
@@ -401,12 +375,12 @@ TEST(ModemWait, FailuresEndWithALastLook) {
 
     for (const auto& [fault, report] : {std::pair{"socket open", "socket"}, {"socket bind", "bind"}}) {
         begin("QZ-NRX2", kDirect);
-        sim::run((std::string("fault ") + fault + " 1 EADDRINUSE").c_str());
+        run(std::string("fault ") + fault + " 1 EADDRINUSE");
         EXPECT_EQ(wait_3g_usb_device(&module, 0), -1);
         EXPECT_EQ(sim::now(), 0);
         EXPECT_TRUE(journal_follows({std::string("err \"") + report + ": Address already in use\\n\"",
                                      "/proc/bus/usb/devices open"}));
-        EXPECT_EQ(scenario::Journal(sim::journal()).count("socket close"), report[0] == 'b' ? 1U : 0U);
+        EXPECT_EQ(count("socket close"), report[0] == 'b' ? 1U : 0U);
     }
 }
 

@@ -11,16 +11,13 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
 #include "daemon/eth_recovery.h"
-#include "helpers/scenario.h"
-#include "sim.h"
+#include "helpers/board.h"
 
 namespace {
 
-using scenario::journal_follows;
+using namespace board;
 
 // Runs ip(8) with words separated by blanks; what it prints.
 std::string ip(const std::string& words) {
@@ -114,23 +111,23 @@ TEST_F(LiveNetwork, AddressNetmaskFlagsAndMtu) {
     EXPECT_EQ(NetGetMTU("eth0", &mtu), 0);
     EXPECT_EQ(mtu, 1400);
     sim::clear_journal();
-    EXPECT_EQ(NetSetMTU("eth0", 1501), -1);
-    EXPECT_EQ(NetSetMTU("eth0", -1), -1);
-    EXPECT_EQ(SetEthAttr("eth0", 7, "10.0.0.2"), -1);
-    EXPECT_EQ(SetEthAttr("eth0", NET_ATTR_IP, nullptr), -1);
-    EXPECT_EQ(scenario::Journal(sim::journal()).count("socket"), 0U);
-    EXPECT_EQ(SetEthAttr("eth0", NET_ATTR_IP, "255.255.255.255"), -1);
-    EXPECT_EQ(SetEthAttr("eth0", NET_ATTR_IP, "10.0.0.x"), -1);
-    EXPECT_EQ(scenario::Journal(sim::journal()).count("socket ioctl"), 0U);
+    EXPECT_EQ(Ints({NetSetMTU("eth0", 1501), NetSetMTU("eth0", -1), SetEthAttr("eth0", 7, "10.0.0.2"),
+                    SetEthAttr("eth0", NET_ATTR_IP, nullptr)}),
+              Ints(4, -1));
+    EXPECT_EQ(count("socket"), 0U);
+    EXPECT_EQ(Ints({SetEthAttr("eth0", NET_ATTR_IP, "255.255.255.255"),
+                    SetEthAttr("eth0", NET_ATTR_IP, "10.0.0.x")}),
+              Ints(2, -1));
+    EXPECT_EQ(count("socket ioctl"), 0U);
     EXPECT_TRUE(journal_follows({"out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|SetEthAttr|"}));
     ip("link set eth0 promisc on");
     EXPECT_EQ(ResetNetCard("eth0"), 0);
     EXPECT_TRUE(has(ip("link show dev eth0"), "PROMISC,UP"));
     EXPECT_EQ(sentrel::SetEthUpDown("eth0", "down"), 0);
     EXPECT_FALSE(has(ip("link show dev eth0"), ",UP"));
-    EXPECT_EQ(sentrel::SetEthUpDown("eth0", "up"), 0);
-    EXPECT_EQ(sentrel::SetEthUpDown("eth0", "reset"), -1);
-    EXPECT_EQ(sentrel::SetEthUpDown("eth0", nullptr), -1);
+    EXPECT_EQ(Ints({sentrel::SetEthUpDown("eth0", "up"), sentrel::SetEthUpDown("eth0", "reset"),
+                    sentrel::SetEthUpDown("eth0", nullptr)}),
+              Ints({0, -1, -1}));
     EXPECT_TRUE(has(ip("link show dev eth0"), ",UP"));
     EXPECT_TRUE(journal_follows({"out \"[libmarl] eth0 down\\n\"", "out \"[libmarl] eth0 up\\n\"",
                                  "out \"\\e[0;32;31m[libmarl] ERROR (sentrel|SetEthUpDown|"}));
@@ -159,8 +156,7 @@ TEST_F(LiveNetwork, OneDefaultRouteOnly) {
     ip("link set ppp0 up");
     EXPECT_EQ(SetGateWay("ppp0", "anything"), 0);
     EXPECT_EQ(ip("route show default"), "default dev ppp0 scope link \n");
-    EXPECT_EQ(SetGateWay(nullptr, "10.0.0.1"), -1);
-    EXPECT_EQ(SetGateWay("eth0", nullptr), -1);
+    EXPECT_EQ(Ints({SetGateWay(nullptr, "10.0.0.1"), SetGateWay("eth0", nullptr)}), Ints(2, -1));
 }
 
 TEST_F(LiveNetwork, AnAppliedAddressIsSavedAndAnnouncedInOneFrame) {
@@ -185,10 +181,10 @@ TEST_F(LiveNetwork, AnAppliedAddressIsSavedAndAnnouncedInOneFrame) {
     EXPECT_EQ(NetApplyIpMask("eth0", "10.2.0.9", "255.255.0.0"), -1) << "in eth2's subnet";
     EXPECT_EQ(NetApplyIpMask("eth2", "10.0.0.9", "255.255.255.0"), -1) << "in eth0's subnet";
     EXPECT_EQ(NetApplyIpMask("eth0", "10.0.0.255", "255.255.255.0"), -1) << "a broadcast address";
-    EXPECT_EQ(NetApplyEth0IpMask("10.0.0.255", "255.255.255.0"), -1);
-    EXPECT_EQ(NetApplyEth0IpMask(nullptr, "255.255.255.0"), -1);
-    EXPECT_EQ(NetApplyIpMask(nullptr, nullptr, nullptr), -1);
-    EXPECT_EQ(scenario::Journal(sim::journal()).count("socket"), 0U);
+    EXPECT_EQ(Ints({NetApplyEth0IpMask("10.0.0.255", "255.255.255.0"),
+                    NetApplyEth0IpMask(nullptr, "255.255.255.0"), NetApplyIpMask(nullptr, nullptr, nullptr)}),
+              Ints(3, -1));
+    EXPECT_EQ(count("socket"), 0U);
     EXPECT_EQ(NetSendarp("wlan0"), -1);
 }
 
@@ -258,15 +254,12 @@ TEST_F(LiveNetwork, ALastingMacErrorRestartsEth0AndRestoresItsRoute) {
     const FarEnd far_end;
     const auto run = scenario::run_sentrel(kCameraWithMac + kError, 30);
     EXPECT_TRUE(run.journal.follows(
-        {{5.2, "/proc/net/emac_stats open r"},
-         {9.2, "command \"ifconfig eth0 down\""},
-         {11.2, "command \"ifconfig eth0 up\""},
-         {13.2, "socket ioctl 0x890b"},
-         {13.2, "out \"[libmarl] set success\\n\""},
-         {13.2, "socket sendto 60"},
-         {13.2, "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=10.0.0.1\\n\""},
-         {22.4, "command \"ifconfig eth0 down\""},
-         {26.4, "out \"==>net helper: restart eth0,state=3,cnt=1,default gw=10.0.0.1\\n\""}}));
+        at(5.2, {"/proc/net/emac_stats open r"}) + at(9.2, {"command \"ifconfig eth0 down\""}) +
+        at(11.2, {"command \"ifconfig eth0 up\""}) +
+        at(13.2, {"socket ioctl 0x890b", "out \"[libmarl] set success\\n\"", "socket sendto 60",
+                  "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=10.0.0.1\\n\""}) +
+        at(22.4, {"command \"ifconfig eth0 down\""}) +
+        at(26.4, {"out \"==>net helper: restart eth0,state=3,cnt=1,default gw=10.0.0.1\\n\""})));
     EXPECT_EQ(ip("route show default"), "default via 10.0.0.1 dev eth0 \n");
     EXPECT_EQ(far_end.next().size(), 60U);
 }
@@ -292,8 +285,8 @@ TEST_F(LiveNetwork, AMacErrorThatGoesRestartsNothing) {
             kError,
         15);
     EXPECT_TRUE(unreadable.journal.follows(
-        {{13.2, "err \"get default gateway error\\n\""},
-         {13.2, "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=\\n\""}}));
+        at(13.2, {"err \"get default gateway error\\n\"",
+                  "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=\\n\""})));
 }
 
 }  // namespace

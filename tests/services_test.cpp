@@ -2,14 +2,12 @@
 #include <libmarl.h>
 
 #include <cstring>
-#include <string>
 
-#include "helpers/scenario.h"
-#include "sim.h"
+#include "helpers/board.h"
 
 namespace {
 
-using scenario::journal_follows;
+using namespace board;
 
 struct FieldCase {
     const char* file;
@@ -40,63 +38,53 @@ TEST(FieldReader, FindsTheFirstLineWithTheKey) {
         char raw[MARL_PROC_RAW_SIZE] = {};
         if (c.result != 0) strcpy(raw, "untouched");
         EXPECT_EQ(get_proc_field("/proc/fields", c.key, ':', token, raw), c.result);
-        EXPECT_STREQ(token, c.token);
-        EXPECT_STREQ(raw, c.raw);
+        EXPECT_EQ(Strings({token, raw}), Strings({c.token, c.raw}));
     }
     EXPECT_TRUE(journal_follows({"err \"open /proc/fields failed\\n\""}));
 }
 
 TEST(UpgradeFlag, IsReadAsItStandsNow) {
-    sim::load("");
+    load("");
     EXPECT_EQ(check_upgrade_map(), 0);
     EXPECT_EQ(clear_upgrade_map(), -1) << "does not create the file";
-    EXPECT_EQ(scenario::Journal(sim::journal()).count("/tmp/upgrade_ing open rw create"), 0U);
-    EXPECT_EQ(set_upgrade_map(), 0);
-    EXPECT_EQ(check_upgrade_map(), 1);
-    EXPECT_EQ(clear_upgrade_map(), 0);
-    EXPECT_EQ(check_upgrade_map(), 0);
+    EXPECT_EQ(count("/tmp/upgrade_ing open rw create"), 0U);
+    EXPECT_EQ(Ints({set_upgrade_map(), check_upgrade_map(), clear_upgrade_map(), check_upgrade_map()}),
+              Ints({0, 1, 0, 0}));
     sim::run("word /tmp/upgrade_ing 2");
     EXPECT_EQ(check_upgrade_map(), 0);
     EXPECT_TRUE(journal_follows({"out \"\\e[1;33m[libmarl] WARN (src/flash/flash|check_upgrade_map|"}));
     sim::run("word /tmp/upgrade_ing 1\ntruncate /tmp/upgrade_ing 3");
     EXPECT_EQ(check_upgrade_map(), 0) << "a truncated file counts as 0 and raises no signal";
     sim::run("truncate /tmp/upgrade_ing 0");
-    EXPECT_EQ(check_upgrade_map(), 0);
-    EXPECT_EQ(init_upgrade_map(), 0);
-    EXPECT_EQ(check_upgrade_map(), 0);
+    EXPECT_EQ(Ints({check_upgrade_map(), init_upgrade_map(), check_upgrade_map()}), Ints(3, 0));
 }
 
 TEST(UpgradeFlag, ThatCannotBeReadCountsAsRunning) {
     sim::load(
         "word /tmp/upgrade_ing 0\nfault /tmp/upgrade_ing open 1 EACCES\nfault /tmp/upgrade_ing mmap 1 "
         "ENOMEM");
-    EXPECT_EQ(check_upgrade_map(), -1);
-    EXPECT_EQ(check_upgrade_map(), -1);
-    EXPECT_EQ(check_upgrade_map(), 0);
+    EXPECT_EQ(Ints({check_upgrade_map(), check_upgrade_map(), check_upgrade_map()}), Ints({-1, -1, 0}));
     EXPECT_TRUE(journal_follows(
         {"err \"open /tmp/upgrade_ing failed\\n\"", "err \"mmap /tmp/upgrade_ing failed\\n\""}));
 }
 
 TEST(Watchdog, StaysAloneWithoutAppauto) {
-    sim::load("env a=1");
-    EXPECT_EQ(get_appauto(), 0);
-    EXPECT_EQ(wdt_keepalive(), -1);
-    EXPECT_EQ(wdt_set_period(1000), -1);
-    EXPECT_EQ(scenario::Journal(sim::journal()).count("/dev/misc/wdt"), 0U);
+    load("env a=1");
+    EXPECT_EQ(Ints({get_appauto(), wdt_keepalive(), wdt_set_period(1000)}), Ints({0, -1, -1}));
+    EXPECT_EQ(count("/dev/misc/wdt"), 0U);
     EXPECT_EQ(__set_armboot_para("appauto", "1"), 0);
     EXPECT_EQ(get_appauto(), 1) << "an absent switch is looked up again";
 }
 
 TEST(Watchdog, ServicesReportEachStep) {
-    sim::load("env appauto=1\nmissing /dev/misc/wdt");
+    load("env appauto=1\nmissing /dev/misc/wdt");
     EXPECT_EQ(wdt_keepalive(), -1);
     EXPECT_LT(wdt_set_period(7000), 0);
     EXPECT_TRUE(journal_follows({"err \"open /dev/misc/wdt failed\\n\"", "out \"open wdt failed\\n\""}));
     sim::run("present /dev/misc/wdt\nfault /dev/misc/wdt ioctl:5 1 EIO\nfault /dev/misc/wdt ioctl:7 1 EIO");
     EXPECT_LT(wdt_set_period(7000), 0);
     EXPECT_LT(wdt_set_period(7000), 0);
-    EXPECT_EQ(wdt_set_period(7000), 0);
-    EXPECT_EQ(wdt_keepalive(), 0);
+    EXPECT_EQ(Ints({wdt_set_period(7000), wdt_keepalive()}), Ints(2, 0));
     EXPECT_TRUE(
         journal_follows({"out \"ioctl wdt period failed\\n\"", "out \"ioctl wdt resume failed\\n\"",
                          "/dev/misc/wdt ioctl 0x5 7000", "/dev/misc/wdt ioctl 0x7", "/dev/misc/wdt ioctl 0x4",
@@ -104,7 +92,7 @@ TEST(Watchdog, ServicesReportEachStep) {
 }
 
 TEST(Cmos, TransfersCarryTheOffsetInFront) {
-    sim::load("cmos 1 5a\ncmos 200 01 02 03");
+    load("cmos 1 5a\ncmos 200 01 02 03");
     const uint8_t magic[] = {0xAA, 0x55};
     EXPECT_EQ(writeCMOS(40, magic, sizeof magic), 3);
     uint8_t bytes[MARL_CMOS_READ_MAX] = {};
@@ -128,11 +116,10 @@ TEST(Cmos, TransfersCarryTheOffsetInFront) {
 }
 
 TEST(Cmos, MissingDeviceIsReportedEveryTimeAndTheExemptModelNeverAsks) {
-    sim::load("missing /dev/misc/rtc");
+    load("missing /dev/misc/rtc");
     uint8_t byte = 9;
     const std::string report = "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|openCMOS|";
-    EXPECT_EQ(readCMOS(1, &byte, 1), -1);
-    EXPECT_EQ(writeCMOS(1, &byte, 1), -1);
+    EXPECT_EQ(Ints({readCMOS(1, &byte, 1), writeCMOS(1, &byte, 1)}), Ints(2, -1));
     EXPECT_TRUE(journal_follows({report, report}));
     EXPECT_NE(sim::journal().find("):  can't open /dev/misc/rtc (fd = -1)\\n\\e[m"), std::string::npos);
     strcpy(HWINFO.product_model, "QZ-CA-KZ9-N");
@@ -144,12 +131,10 @@ TEST(Cmos, MissingDeviceIsReportedEveryTimeAndTheExemptModelNeverAsks) {
 }
 
 TEST(Wireless, IsPresentWhenTheKernelListsIt) {
-    sim::load("file /proc/net/wireless eth2: 0001 54 200 0");
-    EXPECT_EQ(NetWirelessPresent("eth2"), 0);
-    EXPECT_EQ(NetWirelessPresent("eth3"), -1);
-    sim::load("");
-    EXPECT_EQ(NetWirelessPresent("eth2"), -2);
-    EXPECT_EQ(NetWirelessPresent(nullptr), -1);
+    load("file /proc/net/wireless eth2: 0001 54 200 0");
+    EXPECT_EQ(Ints({NetWirelessPresent("eth2"), NetWirelessPresent("eth3")}), Ints({0, -1}));
+    load("");
+    EXPECT_EQ(Ints({NetWirelessPresent("eth2"), NetWirelessPresent(nullptr)}), Ints({-2, -1}));
 }
 
 }  // namespace

@@ -3,138 +3,127 @@
 #include <sys/wait.h>
 
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
 
-#include "helpers/scenario.h"
-#include "sim.h"
+#include "helpers/board.h"
 
 namespace {
 
-using scenario::journal_follows;
+using namespace board;
 
 constexpr uint32_t kRegisters = 0x01C40000;
 constexpr uint32_t kPhyControl = kRegisters + 0x34;
 constexpr uint32_t kMarker = 0x17FFC;
 
 // The board's memory is a file that tests look into.
-class Memory {
-  public:
-    Memory() : path_(std::string(sim::root()) + "/dev/mem") {
-        std::ofstream(path_).close();
-        std::filesystem::resize_file(path_, kRegisters + 0x2000);
-    }
-    void set(uint32_t address, uint32_t value) const {
-        std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
-        file.seekp(address).write(reinterpret_cast<const char*>(&value), sizeof value);
-    }
-    uint32_t at(uint32_t address) const {
-        uint32_t value = 0;
-        std::ifstream(path_, std::ios::binary)
-            .seekg(address)
-            .read(reinterpret_cast<char*>(&value), sizeof value);
-        return value;
-    }
-
-  private:
-    std::string path_;
-};
+void put_memory() {
+    write_file("/dev/mem", "");
+    std::filesystem::resize_file(path_of("/dev/mem"), kRegisters + 0x2000);
+}
+void set_memory(uint32_t address, uint32_t value) {
+    std::fstream file(path_of("/dev/mem"), std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(address).write(reinterpret_cast<const char*>(&value), sizeof value);
+}
+uint32_t memory_at(uint32_t address) {
+    uint32_t value = 0;
+    std::ifstream(path_of("/dev/mem"), std::ios::binary)
+        .seekg(address)
+        .read(reinterpret_cast<char*>(&value), sizeof value);
+    return value;
+}
 
 TEST(Command, IsRunByAShellAndWaitedFor) {
-    sim::load("command fail 7");
+    load("command fail 7");
     EXPECT_EQ(my_system_call("mkdir /mnt/mtd/made"), 0);
-    EXPECT_TRUE(std::filesystem::is_directory(std::string(sim::root()) + "/mnt/mtd/made"));
+    EXPECT_TRUE(std::filesystem::is_directory(path_of("/mnt/mtd/made")));
     const int status = my_system_call("fail now");
     EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 7);
-    EXPECT_EQ(my_system_call(nullptr), -1);
+    EXPECT_EQ(Ints({WEXITSTATUS(status), my_system_call(nullptr)}), Ints({7, -1}));
 }
 
 TEST(UsbPhy, IsSwitchedThroughItsRegister) {
-    sim::load("");
+    load("");
     EXPECT_EQ(usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 0), -1);
     EXPECT_TRUE(journal_follows({"err \"open /dev/mem error\\n\""}));
-    const Memory memory;
-    memory.set(kPhyControl, 0xAB00);
-    EXPECT_EQ(usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 2), -1);
-    EXPECT_EQ(usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 0), 0);
-    EXPECT_EQ(memory.at(kPhyControl), 0xAB01U);
+    put_memory();
+    set_memory(kPhyControl, 0xAB00);
+    EXPECT_EQ(
+        Ints({usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 2), usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 0)}),
+        Ints({-1, 0}));
+    EXPECT_EQ(memory_at(kPhyControl), 0xAB01U);
     const double off = sim::now();
     EXPECT_EQ(usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 1), 0);
-    EXPECT_EQ(memory.at(kPhyControl), 0xAB00U);
+    EXPECT_EQ(memory_at(kPhyControl), 0xAB00U);
     EXPECT_NEAR(sim::now() - off, 0.001, 0.0001) << "the clock is good at the first look";
-    memory.set(kPhyControl, 0);
+    set_memory(kPhyControl, 0);
     const double on = sim::now();
     EXPECT_EQ(usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, 1), 0);
     EXPECT_NEAR(sim::now() - on, 0.006, 0.0001) << "six looks";
     EXPECT_TRUE(journal_follows({"err \"state must be 0 or 1\\n\"", "err \"USB_PPHY reset timeout\\n\""}));
-    EXPECT_EQ(scenario::Journal(sim::journal()).count("/dev/mem mmap"), 1U) << "mapped once";
-    EXPECT_EQ(mem_close(), 0);
-    EXPECT_EQ(mem_close(), -1);
+    EXPECT_EQ(count("/dev/mem mmap"), 1U) << "mapped once";
+    EXPECT_EQ(Ints({mem_close(), mem_close()}), Ints({0, -1}));
 }
 
 struct RestartCase {
     const char* what;
-    std::string script;
-    bool marker;
+    const char* script;
+    uint32_t marker, marker_after;
     int kind;
 };
 
 class Restart : public testing::TestWithParam<RestartCase> {};
 
 TEST_P(Restart, IsToldOnceAndMarked) {
-    sim::load(GetParam().script.c_str());
-    if (GetParam().script.find("missing") == std::string::npos) {
-        const Memory memory;
-        memory.set(kMarker, GetParam().marker ? 0x44444351 : 0);
-        EXPECT_EQ(get_restart_kind(), GetParam().kind);
-        EXPECT_EQ(memory.at(kMarker), GetParam().kind == 1 || GetParam().kind == 2 ? 0x44444351U : 0U);
-    } else {
-        EXPECT_EQ(get_restart_kind(), GetParam().kind);
-        EXPECT_TRUE(journal_follows({"err \"open /dev/mem error\\n\"", "out \"OPEN /dev/mem error\\n\""}));
-    }
+    load(GetParam().script);
+    put_memory();
+    set_memory(kMarker, GetParam().marker);
+    if (GetParam().kind < 0) sim::run("missing /dev/mem");
+    EXPECT_EQ(get_restart_kind(), GetParam().kind);
     EXPECT_TRUE(journal_follows({"/dev/misc/rtc write 2: 01 01"}));
+    if (GetParam().kind < 0) {
+        EXPECT_TRUE(journal_follows({"err \"open /dev/mem error\\n\"", "out \"OPEN /dev/mem error\\n\""}));
+    } else {
+        EXPECT_EQ(memory_at(kMarker), GetParam().marker_after);
+    }
     sim::clear_journal();
     EXPECT_EQ(get_restart_kind(), GetParam().kind);
     EXPECT_EQ(sim::journal(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, Restart,
-    testing::Values(RestartCase{"Orderly", "cmos 1 00", false, 0},
-                    RestartCase{"Odd", "cmos 1 ff", false, 255}, RestartCase{"Reset", "cmos 1 01", true, 1},
-                    RestartCase{"PowerLoss", "cmos 1 01", false, 2},
-                    RestartCase{"Unreadable", "fault /dev/misc/rtc read 1 EIO", false, 2},
-                    RestartCase{"NoMemory", "cmos 1 01\nmissing /dev/mem", false, -1}),
-    scenario::ByWhat());
+constexpr uint32_t kSet = 0x44444351;
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Restart,
+                         testing::ValuesIn<RestartCase>({{"Orderly", "cmos 1 00", 0, 0, 0},
+                                                         {"Odd", "cmos 1 ff", 0, 0, 255},
+                                                         {"Reset", "cmos 1 01", kSet, kSet, 1},
+                                                         {"PowerLoss", "cmos 1 01", 0, kSet, 2},
+                                                         {"Unreadable", "fault /dev/misc/rtc read 1 EIO", 0,
+                                                          kSet, 2},
+                                                         {"NoMemory", "cmos 1 01", 0, 0, -1}}),
+                         scenario::ByWhat());
 
 TEST(ArmClock, FromTheBootVariableOrTheRegisters) {
-    sim::load("env a=1");
+    load("env a=1");
     EXPECT_EQ(get_arm_rate(), 0);
     EXPECT_TRUE(journal_follows({"out \"\\e[0;32;32m[libmarl] read armrate failed\\n\\e[m\"",
                                  "out \"[libmarl] Failed to get armrate from boot para, now calculate.\\n\"",
                                  "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|DRV_mMapOpen|",
                                  "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|readReg|"}));
-    const Memory memory;
-    memory.set(kRegisters + 0xD10, 18);
-    memory.set(kRegisters + 0xD20, 1);
+    put_memory();
+    set_memory(kRegisters + 0xD10, 18);
+    set_memory(kRegisters + 0xD20, 1);
     EXPECT_EQ(get_arm_rate(), 432);
     EXPECT_TRUE(journal_follows({"out \"[libmarl] armrate = 432000000\\n\""}));
     sim::run("fault /dev/mem mmap 1 ENOMEM");
-    EXPECT_EQ(get_arm_rate(), 0);
-    EXPECT_EQ(__set_armboot_para("armrate", "297"), 0);
-    EXPECT_EQ(get_arm_rate(), 297);
-    const scenario::Journal journal(sim::journal());
-    EXPECT_EQ(journal.count("/dev/mem open"), journal.count("/dev/mem close") + 1) << "the one that failed";
+    EXPECT_EQ(Ints({get_arm_rate(), __set_armboot_para("armrate", "297"), get_arm_rate()}),
+              Ints({0, 0, 297}));
+    EXPECT_EQ(count("/dev/mem open"), count("/dev/mem close") + 1) << "the one that failed";
 }
 
 TEST(Statistics, OfMemoryAndProcessor) {
     MemInfo memory{};
-    sim::load("");
+    load("");
     EXPECT_EQ(get_mem_info(&memory), -1);
-    EXPECT_EQ(get_cpu_usage(), 0U);
-    EXPECT_EQ(get_context_switches(), 0U);
+    EXPECT_EQ(get_cpu_usage() + get_context_switches(), 0U);
     sim::run(
         "file /proc/meminfo MemTotal:  61000 kB\nfile /proc/meminfo MemFree:  2000 kB\n"
         "file /proc/meminfo Cached:  30000 kB\nfile! /proc/stat cpu  100 0 100 800 5\\nctxt 12345\\n");
@@ -154,7 +143,7 @@ TEST(Statistics, OfMemoryAndProcessor) {
 }
 
 TEST(Summary, OfTheSystem) {
-    sim::load("env armrate=400\nenv appauto=1\nenv ID=SN-0042");
+    load("env armrate=400\nenv appauto=1\nenv ID=SN-0042");
     memset(HWINFO.product_model, 'm', sizeof HWINFO.product_model);
     HWINFO.dsp_chip = 6;
     HWINFO.hd_ver = 0xA;
@@ -163,13 +152,9 @@ TEST(Summary, OfTheSystem) {
     SystemInfo info;
     memset(&info, 0x55, sizeof info);
     EXPECT_EQ(getSystemInfo(&info), 0);
-    EXPECT_STREQ(info.chip, "dm368");
-    EXPECT_STREQ(info.id, "SN-0042");
-    EXPECT_EQ(strlen(info.type), 31U);
-    EXPECT_STREQ(info.hw_version, "1.20");
-    EXPECT_EQ(info.appauto, 1);
-    EXPECT_EQ(info.type_flag, 0);
-    EXPECT_EQ(info.no_storage, 0);
+    EXPECT_EQ(Strings({info.chip, info.id, info.type, info.hw_version}),
+              Strings({"dm368", "SN-0042", std::string(31, 'm'), "1.20"}));
+    EXPECT_EQ(Ints({info.appauto, info.type_flag, info.no_storage}), Ints({1, 0, 0}));
     EXPECT_EQ(info.bandWidth, 0x55555555) << "a clock that is not known";
     EXPECT_TRUE(journal_follows({"out \"\\e[0;32;32m[libmarl] At the start of getSystemInfo\\n\\e[m\"",
                                  "out \"[libmarl] armrate = 400\\n\"",
@@ -177,8 +162,8 @@ TEST(Summary, OfTheSystem) {
                                  "out \"[libmarl] @@@@ buf = SN-0042\\n\""}));
     HWINFO.hd_ver = HWINFO.fvideo_chip = 1;
     HWINFO.dsp_chip = 9;
-    EXPECT_EQ(__set_armboot_para("armrate", "432"), 0);
-    EXPECT_EQ(__set_armboot_para("ID", "000000000000000000"), 0);
+    EXPECT_EQ(Ints({__set_armboot_para("armrate", "432"), __set_armboot_para("ID", "000000000000000000")}),
+              Ints(2, 0));
     EXPECT_EQ(getSystemInfo(&info), -1) << "without an ID it is the MAC address, and there is no network";
     EXPECT_EQ(info.type_flag, 1);
     EXPECT_EQ(info.bandWidth, 32);
@@ -193,43 +178,37 @@ TEST(Summary, OfTheSystem) {
 
 TEST(Summary, OfTheSubModules) {
     SubModuleInfo modules[2];
-    int count = -1;
+    int number = -1;
+    // The result, and how many there are.
     const auto list = [&](const char* model) {
         memset(modules, 0x55, sizeof modules);
         strcpy(HWINFO.product_model, model);
         HWINFO.dsp_chip = 6;
         HWINFO.hd_ver = 3;
-        return getSubModules(modules, &count);
+        const int result = getSubModules(modules, &number);
+        return Ints({result, number});
     };
-    sim::load("");
-    EXPECT_EQ(getSubModules(nullptr, &count), -1);
-    EXPECT_EQ(list("IPC-KL7"), -1);
-    EXPECT_EQ(list("TRV-A2-I"), 0);
-    EXPECT_EQ(count, 1);
+    load("");
+    EXPECT_EQ(Ints({getSubModules(nullptr, &number), list("IPC-KL7")[0]}), Ints(2, -1));
+    EXPECT_EQ(list("TRV-A2-I"), Ints({0, 1}));
     EXPECT_EQ(modules[0].status, 1) << "no co-processor";
     // The driver's requests fail on a plain file, and the modules are listed all the same.
     sim::run("file /dev/dm6480\nfile /dev/ad9920_dev");
-    EXPECT_EQ(list("TRV-A1-I"), 0);
-    EXPECT_EQ(count, 1);
-    EXPECT_STREQ(modules[0].name, "dm648");
-    EXPECT_STREQ(modules[0].version, "1.3");
+    EXPECT_EQ(list("TRV-A1-I"), Ints({0, 1}));
+    EXPECT_EQ(Strings({modules[0].name, modules[0].version}), Strings({"dm648", "1.3"}));
     EXPECT_EQ(modules[0].status, 0xFF) << "the low 8 bits of the request's result";
-    EXPECT_EQ(list("TRV-A6-S"), 0);
-    EXPECT_EQ(count, 2);
+    EXPECT_EQ(list("TRV-A6-S"), Ints({0, 2}));
     EXPECT_STREQ(modules[1].name, "FPGA");
     EXPECT_EQ(modules[1].status, 1);
-    EXPECT_EQ(list("TRV-A5-S"), 0);
-    EXPECT_EQ(count, 2);
+    EXPECT_EQ(list("TRV-A5-S"), Ints({0, 2}));
     EXPECT_TRUE(journal_follows({"/dev/ad9920_dev open r", "/dev/ad9979_dev open r -> ENOENT"}));
-    std::ofstream(std::string(sim::root()) + "/mnt/mtd/dm365_version")
-        << std::string(32, 'n') << std::string(16, 'v') << "V2" << std::string(14, '\0');
-    EXPECT_EQ(list("IPC-KL7"), 0);
-    EXPECT_EQ(count, 1);
-    EXPECT_EQ(std::string(modules[0].name), std::string(31, 'n')) << "terminated";
-    EXPECT_STREQ(modules[0].second_version, "V2");
-    std::filesystem::resize_file(std::string(sim::root()) + "/mnt/mtd/dm365_version", 10);
-    EXPECT_EQ(list("IPC-KL7"), 0);
-    EXPECT_EQ(count, 0);
+    write_file("/mnt/mtd/dm365_version",
+               std::string(32, 'n') + std::string(16, 'v') + "V2" + std::string(14, '\0'));
+    EXPECT_EQ(list("IPC-KL7"), Ints({0, 1}));
+    EXPECT_EQ(Strings({modules[0].name, modules[0].second_version}), Strings({std::string(31, 'n'), "V2"}))
+        << "terminated";
+    write_file("/mnt/mtd/dm365_version", "too short");
+    EXPECT_EQ(list("IPC-KL7"), Ints({0, 0}));
 }
 
 }  // namespace

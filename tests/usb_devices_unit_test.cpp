@@ -3,24 +3,20 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <string>
-#include <vector>
 
-#include "helpers/scenario.h"
+#include "helpers/board.h"
 #include "helpers/usb_list.h"
 #include "modem/index_sheet.h"
-#include "sim.h"
 
 namespace {
 
-using scenario::journal_follows;
+using namespace board;
 using usb_list::block;
 using usb_list::kRootHub;
 
 constexpr const char* kHost = "/sys/devices/platform/musb_hdrc/usb1/";
 
-void put_interface(const std::string& place) { usb_list::write_file(kHost + place + "/dev", "188:0\n"); }
+void put_interface(const std::string& place) { write_file(kHost + place + "/dev", "188:0\n"); }
 
 std::string names_of(const UsbDevice& device) {
     std::string names;
@@ -51,9 +47,7 @@ Listed list(int (*listing)(UsbDevice*, int*), int capacity = 40) {
     return listed;
 }
 
-bool reported(const std::string& text) {
-    return sim::journal().find("): " + text + "\\e[m") != std::string::npos;
-}
+bool reported(const std::string& text) { return seen("): " + text + "\\e[m"); }
 
 TEST(UsbListing, GivesDevicesTheirInterfaces) {
     usb_list::put(
@@ -71,18 +65,16 @@ TEST(UsbListing, GivesDevicesTheirInterfaces) {
     ASSERT_EQ(all.result, 0);
     ASSERT_EQ(all.devices.size(), 4U) << "neither the root hub nor the device without names";
     const UsbDevice& modem = all.devices[1];
-    EXPECT_STREQ(modem.manufacturer, "ZTE, Incorporated");
-    EXPECT_STREQ(modem.product, "HSPA modem");
-    EXPECT_EQ(modem.vendor_id, 0x19d2U);
-    EXPECT_EQ(modem.product_id, 0xfff1U);
+    EXPECT_EQ(Strings({modem.manufacturer, modem.product}), Strings({"ZTE, Incorporated", "HSPA modem"}));
+    EXPECT_EQ(modem.vendor_id << 16 | modem.product_id, 0x19d2fff1U);
     EXPECT_EQ(modem.bus * 1000 + modem.level * 100 + modem.parent * 10 + modem.port, 1200);
     const std::string names = names_of(modem);  // in the order of the directory
     for (const char* name : {"ttyUSB0 ", "ttyUSB1 ", "ttyUSB12 "}) EXPECT_NE(names.find(name), names.npos);
     EXPECT_EQ(modem.interface_count, 3) << names;
     EXPECT_EQ(summary_of(all.devices), "2 -1 , 0 1 " + names + ", 1 0 wlan7 , 1 -1 eth2 , ");
     const auto& sheet = marl::g_wireless_sheet;
-    EXPECT_EQ(std::vector<int>({sheet[0].bus, sheet[0].port, sheet[0].changed}), std::vector<int>({1, 2, 1}));
-    EXPECT_EQ(std::vector<int>({sheet[1].bus, sheet[1].port, sheet[1].changed}), std::vector<int>({1, 1, 0}));
+    EXPECT_EQ(Ints({sheet[0].bus, sheet[0].port, sheet[0].changed}), Ints({1, 2, 1}));
+    EXPECT_EQ(Ints({sheet[1].bus, sheet[1].port, sheet[1].changed}), Ints({1, 1, 0}));
 
     const Listed modems = list(get_mult3Ginfo_FromFile);
     ASSERT_EQ(modems.devices.size(), 4U);
@@ -119,14 +111,14 @@ TEST(UsbListing, ThirtyDevicesAndMore) {
     EXPECT_EQ(list(get_usb_devs, 5).devices.size(), 5U);
     EXPECT_TRUE(reported("there overstep the boundary "));
 
-    sim::load("");
+    load("");
     usb_list::put(block(kRootHub) + block({}));
     for (int number = 0; number < 10; ++number) put_interface("1-1/1-1:1.0/ttyUSB" + std::to_string(number));
     EXPECT_EQ(list(get_mult3Ginfo_FromFile).devices[0].interface_count, MARL_USB_INTERFACES_MAX);
     EXPECT_TRUE(reported("resolve_ttyusbinfo failed"));
 }
 
-TEST(UsbListing, PathsThatNameNoInterface) {
+TEST(UsbListing, StringsThatNameNoInterface) {
     usb_list::put(block(kRootHub) + block({}));
     constexpr const char* kNumber = "ttyid num more than eight or sscanf ppp->tty_id failed:";
     const std::pair<const char*, const char*> files[] = {
@@ -137,7 +129,7 @@ TEST(UsbListing, PathsThatNameNoInterface) {
         {kNumber, "c/usb1/1-1/ttyUSB99999"},
         {"sscanf ppp->lev failed:", "d/usb1/1-1/1-1./ttyUSB2"}};
     const std::string platform = "/sys/devices/platform/";
-    for (const auto& file : files) usb_list::write_file(platform + file.second, "");
+    for (const auto& file : files) write_file(platform + file.second, "");
     EXPECT_EQ(summary_of(list(get_usb_devs).devices), "0 -1 , ");
     for (const auto& file : files) EXPECT_TRUE(reported(file.first + platform + file.second)) << file.second;
 }
@@ -162,50 +154,45 @@ TEST(UsbListing, AListCutAnywhereIsReportedOrWhole) {
         ASSERT_EQ(listed.devices.size(), reached("Product=") ? 2U : 1U) << size;
         ASSERT_EQ(listed.devices.back().driver_class, reached("Driver=usbs") || !reached("Product=")) << size;
     }
-    sim::load("");
-    usb_list::put(block(kRootHub) + "T:  Bus=01 Lev=01 Prnt=01 Port=00\nP:  Vendor=19d2 ProdID=fff1\n");
-    EXPECT_EQ(list(get_usb_devs).result, -1);
-    EXPECT_TRUE(reported("fgets Manufacturer failed"));
-    usb_list::put("T:  Bus=01 Lev=01 Prnt=01 Port=00\nP:  Vendor=19d2 ProdID=fff1\nS:  Manufacturer=A\n");
-    EXPECT_EQ(list(get_usb_devs).result, -1);
-    EXPECT_TRUE(reported("fgets Product failed"));
+    load("");
+    const std::string nameless = "T:  Bus=01 Lev=01 Prnt=01 Port=00\nP:  Vendor=19d2 ProdID=fff1\n";
+    for (const std::string list_end : {"", "S:  Manufacturer=A\n"}) {
+        usb_list::put(nameless + list_end);
+        EXPECT_EQ(list(get_usb_devs).result, -1);
+        EXPECT_TRUE(reported(list_end.empty() ? "fgets Manufacturer failed" : "fgets Product failed"));
+    }
     // A device that is not configured has neither names nor a driver, and hides nothing of the next.
-    usb_list::put("T:  Bus=01 Lev=01 Prnt=01 Port=00\nP:  Vendor=19d2 ProdID=fff1\n" + block({.port = 1}));
+    usb_list::put(nameless + block({.port = 1}));
     EXPECT_EQ(list(get_usb_devs).devices.at(0).port, 1);
 }
 
 TEST(UsbListing, WaitsTwoSecondsForTheList) {
-    sim::load("");
+    load("");
     UsbDevice device;
-    int count = 1;
-    EXPECT_EQ(get_usb_devs(&device, &count), -1);
+    int number = 1;
+    EXPECT_EQ(get_usb_devs(&device, &number), -1);
     EXPECT_NEAR(sim::now(), 2.0, 0.01);
     EXPECT_TRUE(reported("Fail to open usb USB_DEVICE_NAME:/proc/bus/usb/devices!"));
-    EXPECT_EQ(get_usb_devs(nullptr, &count), -1);
-    EXPECT_EQ(get_mult3Ginfo_FromFile(&device, nullptr), -1);
+    int negative = -1;
+    EXPECT_EQ(Ints({get_usb_devs(nullptr, &number), get_mult3Ginfo_FromFile(&device, nullptr),
+                    get_usb_devs(&device, &negative)}),
+              Ints(3, -1));
     EXPECT_TRUE(reported("arguments  error"));
-    count = -1;
-    EXPECT_EQ(get_usb_devs(&device, &count), -1);
-    count = 1;
     usb_list::put(block(kRootHub) + block({}));
-    std::filesystem::create_directories(sim::root() + std::string("/sys/devices/platform"));
+    std::filesystem::create_directories(path_of("/sys/devices/platform"));
     sim::run("fault /sys/devices/platform opendir 1+ EACCES");
-    EXPECT_EQ(get_usb_devs(&device, &count), -1);
+    EXPECT_EQ(Ints({get_usb_devs(&device, &number), get_mult3Ginfo_FromFile(&device, &number)}), Ints(2, -1));
     EXPECT_TRUE(journal_follows({"err \"opendir: Permission denied\\n\""}));
-    EXPECT_TRUE(reported("dvr_find_file failed"));
-    EXPECT_EQ(get_mult3Ginfo_FromFile(&device, &count), -1);
-    EXPECT_TRUE(reported("find_File failed"));
+    EXPECT_TRUE(reported("dvr_find_file failed") && reported("find_File failed"));
 }
 
-using Paths = std::vector<std::string>;
-
 int collect(const char* path, void* paths, int size) {
-    static_cast<Paths*>(paths)->push_back(path);
+    static_cast<Strings*>(paths)->push_back(path);
     return size;
 }
 
-Paths find(const char* name, const char* directory, int answer = 0) {
-    Paths paths;
+Strings find(const char* name, const char* directory, int answer = 0) {
+    Strings paths;
     const DvrFindRequest request = {name, directory, &paths, answer, collect};
     EXPECT_EQ(dvr_find_file(&request), 0);
     std::sort(paths.begin(), paths.end());
@@ -214,46 +201,45 @@ Paths find(const char* name, const char* directory, int answer = 0) {
 
 TEST(FileSearch, GoesTenLevelsDeepAndFollowsNoLink) {
     std::string directory = "/sys/devices";
-    Paths expected;
+    Strings expected;
     for (int level = 1; level <= 12; ++level) {
-        usb_list::write_file(directory + "/wanted", "");
+        write_file(directory + "/wanted", "");
         if (level <= 9) expected.push_back(directory + "/wanted");
         directory += "/" + std::to_string(level);
     }
     std::sort(expected.begin(), expected.end());
     namespace fs = std::filesystem;
-    const fs::path there = sim::root() + std::string("/sys/devices");
+    const fs::path there = path_of("/sys/devices");
     fs::create_directory_symlink(there, there / "round");
     EXPECT_EQ(find("wanted", "/sys/devices"), expected);
     EXPECT_EQ(find("wanted", "/sys/devices/"), expected) << "one '/' between the parts";
 
-    sim::load("");
-    usb_list::write_file("/sys/devices/wanted/wanted_too", "");
-    usb_list::write_file("/sys/devices/file_wanted", "");
+    load("");
+    write_file("/sys/devices/wanted/wanted_too", "");
+    write_file("/sys/devices/file_wanted", "");
     fs::create_symlink("nowhere", there / "link_wanted");
     EXPECT_EQ(find("wanted", "/sys/devices", -1),
-              Paths({"/sys/devices/file_wanted", "/sys/devices/link_wanted", "/sys/devices/wanted"}));
+              Strings({"/sys/devices/file_wanted", "/sys/devices/link_wanted", "/sys/devices/wanted"}));
     EXPECT_TRUE(reported("find_pt->deal_result failed") && reported("ident_name failed") &&
                 reported("resolve_subusb_info failed"));
-    EXPECT_EQ(find("wanted", "/sys/nothing"), Paths());
-    EXPECT_EQ(find("devices", "/sys/devices"), Paths({"/sys/devices"}));
+    EXPECT_EQ(find("wanted", "/sys/nothing"), Strings());
+    EXPECT_EQ(find("devices", "/sys/devices"), Strings({"/sys/devices"}));
 
     usb_list::put(block(kRootHub) + block({}));
     put_interface("1-1/1-1.1/1-1.1:1.0/ttyUSB0");
     put_interface("1-1/1-1:1.0/deeper/by_one/ttyUSB1");
-    fs::create_symlink("1-1", sim::root() + std::string(kHost) + "1-1/1-1:1.0/ttyUSB3");
+    fs::create_symlink("1-1", path_of(kHost) + "1-1/1-1:1.0/ttyUSB3");
     EXPECT_EQ(names_of(list(get_mult3Ginfo_FromFile).devices.at(0)), "ttyUSB0 ");
 }
 
 TEST(FileSearch, NamesAtTheirLimits) {
     const std::string longest(255, 'n');
-    usb_list::write_file("/sys/devices/d/" + longest, "");
-    EXPECT_EQ(find(longest.c_str(), "/sys/devices"), Paths({"/sys/devices/d/" + longest}));
-    Paths paths;
+    write_file("/sys/devices/d/" + longest, "");
+    EXPECT_EQ(find(longest.c_str(), "/sys/devices"), Strings({"/sys/devices/d/" + longest}));
+    Strings paths;
     const std::string too_long(5000, 'd');
     const DvrFindRequest request = {"n", too_long.c_str(), &paths, 0, collect};
-    EXPECT_EQ(dvr_find_file(&request), -1);
-    EXPECT_EQ(dvr_find_file(nullptr), -1);
+    EXPECT_EQ(Ints({dvr_find_file(&request), dvr_find_file(nullptr)}), Ints(2, -1));
     DvrFindRequest bad[] = {request, request, request, request};
     bad[0].name = bad[1].directory = nullptr;
     bad[2].result = nullptr;

@@ -1,10 +1,8 @@
 #include "helpers/usb_list.h"
 
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 
-#include "sim.h"
+#include "helpers/board.h"
 
 namespace usb_list {
 
@@ -27,12 +25,6 @@ std::string block(const Device& device) {
            "E:  Ad=81(I) Atr=03(Int.) MxPS=  16 Ivl=2ms\n";
 }
 
-void write_file(const std::string& path, std::string_view text) {
-    const std::filesystem::path there = sim::root() + path;
-    std::filesystem::create_directories(there.parent_path());
-    std::ofstream(there, std::ios::binary) << text;
-}
-
-void put(std::string_view list) { write_file("/proc/bus/usb/devices", list); }
+void put(std::string_view list) { board::write_file("/proc/bus/usb/devices", list); }
 
 }  // namespace usb_list

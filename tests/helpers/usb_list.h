@@ -19,9 +19,6 @@ inline constexpr Device kRootHub = {0, 0, "0000", "0000", "Linux 2.6.10 musb-hcd
 
 std::string block(const Device& device);
 
-// Writes a file of the board, its directories included.
-void write_file(const std::string& path, std::string_view text);
-
 // Makes this the board's list.
 void put(std::string_view list);
 

@@ -1,12 +1,10 @@
 // What the daemon notices, decides and does: heartbeats, the reset button, the co-processor.
-#include <filesystem>
-#include <fstream>
-#include <string>
 
-#include "helpers/scenario.h"
+#include "helpers/board.h"
 
 namespace {
 
+using namespace board;
 using scenario::kAnyTime;
 using scenario::run_sentrel;
 
@@ -23,20 +21,16 @@ const std::string kMediaGuardBeats = "beat /tmp/mediaguard_to_sentrel every 1\n"
 const std::string kMediaGuardStalls = "beat /tmp/mediaguard_to_sentrel every 1 until 60\n";
 
 // The reboot path from `start` on, to the reset of the board 1.22 s later.
-std::vector<scenario::Journal::Step> reboot_from(double start) {
-    return {{start, "/dev/misc/gpio write 2: 04 00"},
-            {start + 0.05, "/dev/misc/gpio write 2: 04 01"},
-            {start + 0.1, "out \"[libmarl] sync....\\n\""},
-            {start + 0.1, "sync"},
-            {start + 0.3, "out \"[libmarl] ......reset 3G module fix wire.......\\n\""},
-            {start + 0.3, "/dev/misc/gio_expander write 2: 06 00"},
-            {start + 1.2, "out \"[libmarl] before ioctl \\n\""},
-            {start + 1.2, "out \"[libmarl] write reboot cmos start\\n\""},
-            {start + 1.2, "/dev/misc/rtc write 2: 01 00"},
-            {start + 1.2, "out \"[libmarl] write reboot cmos end \\n\""},
-            {start + 1.2, "/dev/misc/gpio write 2: 23 00"},
-            {start + 1.22, "/dev/misc/gpio write 2: 23 01"},
-            {start + 1.22, "board reset gpio35"}};
+Steps reboot_from(double start) {
+    return at(start, {"/dev/misc/gpio write 2: 04 00"}) +
+           at(start + 0.05, {"/dev/misc/gpio write 2: 04 01"}) +
+           at(start + 0.1, {"out \"[libmarl] sync....\\n\"", "sync"}) +
+           at(start + 0.3, {"out \"[libmarl] ......reset 3G module fix wire.......\\n\"",
+                            "/dev/misc/gio_expander write 2: 06 00"}) +
+           at(start + 1.2, {"out \"[libmarl] before ioctl \\n\"",
+                            "out \"[libmarl] write reboot cmos start\\n\"", "/dev/misc/rtc write 2: 01 00",
+                            "out \"[libmarl] write reboot cmos end \\n\"", "/dev/misc/gpio write 2: 23 00"}) +
+           at(start + 1.22, {"/dev/misc/gpio write 2: 23 01", "board reset gpio35"});
 }
 
 TEST(Heartbeat, AStalledMediaGuardRebootsAtTheFourthUnchangedCheck) {
@@ -69,8 +63,7 @@ TEST(Heartbeat, ZeroIsMissingForMediaGuardOnly) {
 TEST(Heartbeat, OnlyBoardsOfTheFirstCategoryAreWatched) {
     const auto run = run_sentrel(
         "env HWID=IPC-KN1E:1:2:0:a:6\nenv appauto=1\nfile /proc/qorzo/bootpara qz_keyboard:2\n", 60);
-    EXPECT_EQ(run.journal.count("/tmp/mediaguard"), 0U);
-    EXPECT_EQ(run.journal.count("/tmp/encode"), 0U);
+    EXPECT_EQ(counts({"/tmp/mediaguard", "/tmp/encode"}, run.journal), Ints(2, 0));
 }
 
 TEST(Heartbeat, AStallWaitsForTheUpgradeToEnd) {
@@ -78,8 +71,8 @@ TEST(Heartbeat, AStallWaitsForTheUpgradeToEnd) {
                                      "at 70 word /tmp/upgrade_ing 1\nat 100 word /tmp/upgrade_ing 0\n",
                                  300);
     for (const double check : {83.2, 88.4, 93.6, 98.8}) {
-        EXPECT_TRUE(run.journal.follows({{check, "out \"[sentrel] MediaGuard is killed\\n\""},
-                                         {check, "out \"upgrade is on, skip--\\n\""}}));
+        EXPECT_TRUE(run.journal.follows(
+            at(check, {"out \"[sentrel] MediaGuard is killed\\n\"", "out \"upgrade is on, skip--\\n\""})));
     }
     EXPECT_EQ(run.journal.count("out \"upgrade is on, skip--"), 4U);
     EXPECT_TRUE(run.journal.follows(reboot_from(104.0)));
@@ -163,22 +156,15 @@ TEST(ResetButton, HeldFor25PassesWipesAndReboots) {
     const auto run =
         run_sentrel(kTraffic + kMediaGuardBeats + kConfigured + "at 20.1 level 23 0\n", 60, options);
     EXPECT_EQ(run.status, kBoardReset);
-    EXPECT_TRUE(run.journal.follows({{25.0, "sync"},
-                                     {25.0, "out \"sentRel: i will reboot\\n\""},
-                                     {25.0, "command \"rm /mnt/mtd/Config/* -rf\""},
-                                     {25.0, "command \"rm /mnt/backup/Config/* -rf\""},
-                                     {25.0, "command \"rm /mnt/mtd/Log -rf\""},
-                                     {25.0, "command \"mkdir /mnt/mtd/Config\""},
-                                     {25.0, "command \"mkdir /mnt/mtd/Log\""},
-                                     {25.0, "command \"mkdir /mnt/backup/Config\""},
-                                     {25.0, "/dev/misc/rtc open rw"},
-                                     {25.0, "/dev/misc/rtc write 5: 28 00 00 66 00"},
-                                     {25.0, "/dev/misc/rtc write 2: 01 00"},
-                                     {25.0, "/dev/misc/rtc close"},
-                                     {25.0, "out \"clear cmos succ\\n\""},
-                                     {25.2, "command \"reboot\""},
-                                     {25.4, "out \"sentRel: i will reboot\\n\""},
-                                     {kAnyTime, "board reset command"}}));
+    EXPECT_TRUE(run.journal.follows(
+        at(25.0, {"sync", "out \"sentRel: i will reboot\\n\"", "command \"rm /mnt/mtd/Config/* -rf\"",
+                  "command \"rm /mnt/backup/Config/* -rf\"", "command \"rm /mnt/mtd/Log -rf\"",
+                  "command \"mkdir /mnt/mtd/Config\"", "command \"mkdir /mnt/mtd/Log\"",
+                  "command \"mkdir /mnt/backup/Config\"", "/dev/misc/rtc open rw",
+                  "/dev/misc/rtc write 5: 28 00 00 66 00", "/dev/misc/rtc write 2: 01 00",
+                  "/dev/misc/rtc close", "out \"clear cmos succ\\n\""}) +
+        at(25.2, {"command \"reboot\""}) + at(25.4, {"out \"sentRel: i will reboot\\n\""}) +
+        at(kAnyTime, {"board reset command"})));
     EXPECT_EQ(run.journal.count("/dev/misc/spi0"), 0U);
     EXPECT_TRUE(std::filesystem::is_empty(board.path() + "/mnt/mtd/Config"));
     EXPECT_TRUE(std::filesystem::is_empty(board.path() + "/mnt/backup/Config"));
@@ -243,22 +229,16 @@ void expect_room_on_the_stack(const scenario::Outcome& run) {
 TEST(Coprocessor, HealthyAndKnownIsOnlyLookedAt) {
     const auto run = run_sentrel(kCoprocessor + kVersionKnown, kFifteenMinutes);
     EXPECT_EQ(run.status, 0);
-    EXPECT_TRUE(run.journal.follows({{25.0, "/dev/davinci_vpfe open r"},
-                                     {25.0, "/dev/misc/spi0 open r"},
-                                     {25.0, "/mnt/mtd/dm365_version open r"},
-                                     {30.0, "/dev/davinci_vpfe ioctl 0x80145603"},
-                                     {45.0, "/dev/misc/spi0 ioctl 0x4004730b"},
-                                     {45.0, "/dev/misc/spi0 ioctl 0x80047302"},
-                                     {45.0, "/dev/misc/spi0 ioctl 0x40047305"},
-                                     {45.05, "/dev/misc/spi0 ioctl 0x40047305"},
-                                     {45.05, "/dev/misc/spi0 ioctl 0x4004730c"},
-                                     {45.07, "/dev/misc/spi0 ioctl 0x4004730b"},
-                                     {45.07, "/dev/misc/spi0 ioctl 0x4004730a"},
-                                     {45.12, "/dev/misc/spi0 ioctl 0x4004730a"},
-                                     {45.12, "/dev/misc/spi0 ioctl 0x4004730c"},
-                                     {60.12, "/dev/misc/spi0 ioctl 0x4004730b"}}));
-    EXPECT_EQ(run.journal.count(kPulseLow), 0U);
-    EXPECT_EQ(run.journal.count(kHoldBegins), 0U);
+    EXPECT_TRUE(run.journal.follows(
+        at(25.0, {"/dev/davinci_vpfe open r", "/dev/misc/spi0 open r", "/mnt/mtd/dm365_version open r"}) +
+        at(30.0, {"/dev/davinci_vpfe ioctl 0x80145603"}) +
+        at(45.0, {"/dev/misc/spi0 ioctl 0x4004730b", "/dev/misc/spi0 ioctl 0x80047302",
+                  "/dev/misc/spi0 ioctl 0x40047305"}) +
+        at(45.05, {"/dev/misc/spi0 ioctl 0x40047305", "/dev/misc/spi0 ioctl 0x4004730c"}) +
+        at(45.07, {"/dev/misc/spi0 ioctl 0x4004730b", "/dev/misc/spi0 ioctl 0x4004730a"}) +
+        at(45.12, {"/dev/misc/spi0 ioctl 0x4004730a", "/dev/misc/spi0 ioctl 0x4004730c"}) +
+        at(60.12, {"/dev/misc/spi0 ioctl 0x4004730b"})));
+    EXPECT_EQ(counts({kPulseLow, kHoldBegins}, run.journal), Ints(2, 0));
     expect_room_on_the_stack(run);
 }
 
@@ -267,22 +247,16 @@ TEST(Coprocessor, UnknownVersionIsRecordedAndFollowedByAReset) {
     scenario::Options options;
     options.root = board.path();
     const auto run = run_sentrel(kCoprocessor, 100, options);
-    EXPECT_TRUE(run.journal.follows({{25.0, "/dev/misc/spi0 ioctl 0x4004730b"},
-                                     {25.0, "/dev/misc/spi0 ioctl 0x4004730d"},
-                                     {25.0, "/mnt/mtd/dm365_version open rw create trunc"},
-                                     {25.0, "out \"DM365\\nV1.02\\nV2.03\\n\""},
-                                     {25.0, "/mnt/mtd/dm365_version write 64"},
-                                     {25.0, "/dev/misc/spi0 ioctl 0x4004730c"},
-                                     {25.0, kPulseLow},
-                                     {25.02, kPulseHigh},
-                                     {25.52, kHoldBegins},
-                                     {70.52, kHoldEnds},
-                                     {75.52, "/dev/davinci_vpfe ioctl 0x80145603"}}));
+    EXPECT_TRUE(run.journal.follows(
+        at(25.0, {"/dev/misc/spi0 ioctl 0x4004730b", "/dev/misc/spi0 ioctl 0x4004730d",
+                  "/mnt/mtd/dm365_version open rw create trunc", "out \"DM365\\nV1.02\\nV2.03\\n\"",
+                  "/mnt/mtd/dm365_version write 64", "/dev/misc/spi0 ioctl 0x4004730c", kPulseLow}) +
+        at(25.02, {kPulseHigh}) + at(25.52, {kHoldBegins}) + at(70.52, {kHoldEnds}) +
+        at(75.52, {"/dev/davinci_vpfe ioctl 0x80145603"})));
     const std::string record = board.read("/mnt/mtd/dm365_version");
     ASSERT_EQ(record.size(), 64U);
-    EXPECT_STREQ(record.c_str(), "DM365");
-    EXPECT_STREQ(record.c_str() + 32, "V2.03");
-    EXPECT_STREQ(record.c_str() + 48, "V1.02");
+    EXPECT_EQ(Strings({record.c_str(), record.c_str() + 32, record.c_str() + 48}),
+              Strings({"DM365", "V2.03", "V1.02"}));
     expect_room_on_the_stack(run);
 }
 
@@ -365,8 +339,7 @@ TEST(Coprocessor, AnUpgradeSuspendsEveryReset) {
                              {60, "out \"now  system is upograde\\n\""},
                              {65, "out \"-------------:dm365 UPGRADING: step 1-----------------\\n\""},
                              {75.02, "out \"-------------:dm365 UPGRADING: step 2-----------------\\n\""}}));
-    EXPECT_EQ(run.journal.count(kPulseLow), 0U);
-    EXPECT_EQ(run.journal.count("/dev/misc/spi0 ioctl 0x40047305"), 0U);
+    EXPECT_EQ(counts({kPulseLow, "/dev/misc/spi0 ioctl 0x40047305"}, run.journal), Ints(2, 0));
 }
 
 TEST(Coprocessor, DevicesThatAppearLateOrNever) {
@@ -390,17 +363,16 @@ TEST(Coprocessor, DevicesThatAppearLateOrNever) {
 
 TEST(Coprocessor, LearnsOfTheFactoryReset) {
     const auto run = run_sentrel(kCoprocessor + kVersionKnown + "at 30.1 level 23 0\n", 60);
-    EXPECT_TRUE(run.journal.follows({{35, "out \"clear cmos succ\\n\""},
-                                     {35, "/dev/misc/spi0 ioctl 0x40047306 42599"},
-                                     {35.2, "command \"reboot\""}}));
+    EXPECT_TRUE(
+        run.journal.follows(at(35, {"out \"clear cmos succ\\n\"", "/dev/misc/spi0 ioctl 0x40047306 42599"}) +
+                            at(35.2, {"command \"reboot\""})));
     const auto early = run_sentrel(kCoprocessor + kVersionKnown + "at 1.1 level 23 0\n", 20);
     EXPECT_EQ(early.journal.count("/dev/misc/spi0"), 0U) << "the link is opened after 25 s";
 }
 
 TEST(Coprocessor, WithoutItsTaskTheRestGoesOn) {
     const auto run = run_sentrel(kCoprocessor + "fault * clone 1 EAGAIN\n", 60);
-    EXPECT_TRUE(
-        run.journal.follows({{0, "out \"create failed:-1\\n\""}, {0, "out \"sentrel V1.13(no exit)"}}));
+    EXPECT_TRUE(run.journal.follows(at(0, {"out \"create failed:-1\\n\"", "out \"sentrel V1.13(no exit)"})));
     EXPECT_EQ(run.status, 0);
 }
 

@@ -1,0 +1,64 @@
+// What tests do to the board they run on, and what they see of it.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "helpers/scenario.h"
+#include "sim.h"
+
+namespace board {
+
+using scenario::journal_follows;
+
+// Several results at once: a difference names its place in the list.
+using Ints = std::vector<int>;
+using Strings = std::vector<std::string>;
+
+inline void load(const std::string& script) { sim::load(script.c_str()); }
+inline void run(const std::string& lines) { sim::run(lines.c_str()); }
+
+inline size_t count(std::string_view start) { return scenario::Journal(sim::journal()).count(start); }
+inline Ints counts(const Strings& starts,
+                   const scenario::Journal& journal = scenario::Journal(sim::journal())) {
+    Ints numbers;
+    for (const std::string& start : starts) numbers.push_back(static_cast<int>(journal.count(start)));
+    return numbers;
+}
+inline bool seen(std::string_view text) {
+    return std::string(sim::journal()).find(text) != std::string::npos;
+}
+
+// Steps of a journal that come at the same time, and those that come after them.
+using Steps = std::vector<scenario::Journal::Step>;
+inline Steps at(double time, const Strings& starts) {
+    Steps steps;
+    for (const std::string& start : starts) steps.push_back({time, start});
+    return steps;
+}
+inline Steps operator+(Steps steps, const Steps& later) {
+    steps.insert(steps.end(), later.begin(), later.end());
+    return steps;
+}
+
+inline std::string path_of(const std::string& path) { return sim::root() + path; }
+
+// Writes a file of the board, its directories included.
+inline void write_file(const std::string& path, std::string_view text) {
+    const std::filesystem::path there = path_of(path);
+    std::filesystem::create_directories(there.parent_path());
+    std::ofstream(there, std::ios::binary) << text;
+}
+
+inline std::string read_file(const std::string& path) {
+    std::ifstream file(path_of(path), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace board
