@@ -2,15 +2,20 @@
 
 #include <sys/select.h>
 
-#include <cerrno>
-
 namespace marl {
 
 namespace {
 
+constexpr int kMostFutileSleeps = 100;
+
+// Only a signal makes this select fail, so errno is not asked, which a clone task would share with the main thread.
+// Linux leaves the time not slept in `left`. A kernel that ends every sleep and leaves that time as it was is not
+// waited for.
 void sleep_for(timeval left) {
-    // Linux leaves the time not slept in `left`.
-    while (select(0, nullptr, nullptr, nullptr, &left) < 0 && errno == EINTR) {
+    for (int futile = 0; futile < kMostFutileSleeps;) {
+        const timeval before = left;
+        if (select(0, nullptr, nullptr, nullptr, &left) >= 0) return;
+        if (left.tv_sec == before.tv_sec && left.tv_usec == before.tv_usec) ++futile;
     }
 }
 

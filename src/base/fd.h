@@ -1,5 +1,5 @@
 // Descriptors: opening, whole transfers, ownership. Every descriptor is close-on-exec, so no shell command
-// that the daemon starts holds a device; every call interrupted by a signal is repeated.
+// that the daemon starts holds a device; a call that a signal interrupts is repeated.
 #pragma once
 
 #include <sys/types.h>
@@ -9,11 +9,15 @@
 
 namespace marl {
 
-// Makes a system call again for as long as signals interrupt it.
+// How often a call is repeated. Signals are rare on the device: what is interrupted more often than this has a
+// driver that will never answer anything else, and nobody may wait for that.
+inline constexpr int kMostRepeats = 100;
+
+// Makes a system call again when a signal interrupts it; one that stays interrupted has failed, with EINTR.
 template <typename Call>
 auto repeat_interrupted(Call call) {
     auto result = call();
-    while (result < 0 && errno == EINTR) result = call();
+    for (int repeats = 0; repeats < kMostRepeats && result < 0 && errno == EINTR; ++repeats) result = call();
     return result;
 }
 

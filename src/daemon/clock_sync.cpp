@@ -60,9 +60,16 @@ time_t to_epoch(const rtc_time& reading) {
     return mktime(&broken_down);
 }
 
+// What the system call takes, whatever the width of the C library's time_t.
+struct KernelTime {
+    long seconds;
+    long microseconds;
+};
+
 // One call for both: the C library refuses that, and two calls make the kernel warp the clock by the zone.
 bool set_clock(time_t seconds, const struct timezone& zone) {
-    const timeval now{seconds, 0};
+    const KernelTime now{static_cast<long>(seconds), 0};
+    if (now.seconds != seconds) return false;
     return syscall(SYS_settimeofday, &now, &zone) == 0;
 }
 

@@ -1,6 +1,7 @@
 #include "daemon/dm365_link.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -32,22 +33,35 @@ uint32_t query_word(int fd, unsigned long request) {
     return word;
 }
 
-void save_version(const dm365::VersionRecord& record) {
-    const Fd file(open_file(dm365::kVersionPath, O_RDWR | O_CREAT | O_TRUNC, 0755));
-    if (!file.is_open()) {
-        diag::system_error("creat dm365_version\n", errno);
-        return;
+// 0, or the errno of the failure. (write_whole would set errno itself, which the main thread shares.)
+int write_record(int fd, const dm365::VersionRecord& record) {
+    const auto* bytes = reinterpret_cast<const char*>(&record);
+    for (size_t done = 0; done < sizeof record;) {
+        const ssize_t n = write_some(fd, bytes + done, sizeof record - done);
+        if (n < 0) return errno;
+        if (n == 0) return EIO;
+        done += static_cast<size_t>(n);
     }
+    return 0;
+}
+
+// Less than the whole record is worse than none: only where there is none does the next start ask again.
+int save_version(const dm365::VersionRecord& record) {
+    const int fd = open_file(dm365::kVersionPath, O_RDWR | O_CREAT | O_TRUNC, 0755);
+    if (fd < 0) return errno;
     diag::out("%.32s\n%.16s\n%.16s\n", record.name, record.second_version, record.version);
-    write_whole(file.get(), &record, sizeof record);
+    int error = write_record(fd, record);
+    if (close(fd) < 0 && error == 0) error = errno;
+    if (error != 0) unlink(dm365::kVersionPath);
+    return error;
 }
 
 void query_version(int fd, unsigned long request) {
     dm365::VersionRecord record{};
-    if (control(fd, request, &record) == 0) {
-        save_version(record);
-    } else {
+    if (control(fd, request, &record) != 0) {
         diag::system_error("", errno);
+    } else if (const int error = save_version(record); error != 0) {
+        diag::system_error("creat dm365_version\n", error);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <string.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -66,10 +67,11 @@ int open_reporting(const char* path) {
     return fd;
 }
 
-// A file that is there but cannot be read is no reason to reset the co-processor.
+// A file that is there but cannot be read is no reason to reset the co-processor. The main thread shares errno and may
+// have written it meanwhile, so a look that needs none must agree.
 bool is_version_missing() {
     const Fd file(open_file(dm365::kVersionPath, O_RDONLY));
-    return !file.is_open() && errno == ENOENT;
+    return !file.is_open() && errno == ENOENT && access(dm365::kVersionPath, F_OK) < 0;
 }
 
 // A record that is missing is asked for, and the co-processor started afresh, but never while it is upgraded.

@@ -20,6 +20,7 @@ struct Heartbeat {
     bool mapped_writable;
     bool reports_open;
     SharedWord word{};
+    bool begun = false;
     uint32_t last_value = 0;
     uint32_t unchanged_count = 0;
     uint32_t zero_count = 0;
@@ -31,30 +32,28 @@ constinit Heartbeat g_encode{
 constinit Heartbeat g_mediaguard{
     .path = "/tmp/mediaguard_to_sentrel", .mapped_writable = true, .reports_open = true};
 
-// The word is reset to the last value seen, which also makes sure that it is there.
+// Opens and maps the file that bears the name now.
 bool attach(Heartbeat& heartbeat) {
-    heartbeat.word.close();
-    if (heartbeat.word.open(heartbeat.path, true) != 0) {
+    if (heartbeat.word.follow(heartbeat.path, !heartbeat.begun) != 0) {
         if (heartbeat.reports_open) diag::out("open %s failed\n", heartbeat.path);
         return false;
     }
-    if (!heartbeat.word.map(heartbeat.mapped_writable)) return false;
-    heartbeat.word.write(heartbeat.last_value);
-    return true;
+    return heartbeat.word.is_mapped() || heartbeat.word.map(heartbeat.mapped_writable);
 }
 
-bool fetch(const Heartbeat& heartbeat, uint32_t& value) {
-    return heartbeat.word.read(value) == ssize_t{sizeof value};
+// The watch begins at the value that counts as seen, which also makes sure that the word is there. Later the word is
+// the process's alone: what it makes anew is read, never written.
+void begin(Heartbeat& heartbeat) {
+    if (heartbeat.begun) return;
+    heartbeat.word.write(heartbeat.last_value);
+    heartbeat.begun = true;
 }
 
 // The word of this check; false when there is none to count.
 bool take_word(Heartbeat& heartbeat, uint32_t& value) {
-    if (!heartbeat.word.is_mapped() && !attach(heartbeat)) return false;
-    if (!fetch(heartbeat, value)) return false;
-    const bool stands_still = value == 0 || value == heartbeat.last_value;
-    if (!stands_still || !heartbeat.word.is_replaced(heartbeat.path)) return true;
-    attach(heartbeat);
-    return false;
+    if (!attach(heartbeat)) return false;
+    begin(heartbeat);
+    return heartbeat.word.read(value);
 }
 
 // Whether a word other than 0 has stood still for too long.

@@ -1,13 +1,26 @@
 #include "daemon/proc_stat.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 
 #include "base/diag.h"
+#include "base/text.h"
 #include "libmarl/proc.h"
 
 namespace sentrel {
 namespace {
+
+using namespace marl;
+
+// The name may hold blanks and parentheses of its own, and behind the last one come only a letter and numbers.
+// Without parentheses it is the first word.
+std::string_view command_in(std::string_view text) {
+    const size_t end = text.rfind(')');
+    if (end == std::string_view::npos) return first_word(text);
+    const size_t blanks = std::min(text.find_first_not_of(" \t"), end);
+    return rest_of(first_of(text, end + 1), blanks);
+}
 
 int read_stat(int32_t pid, ProcStatInfo& info) {
     char path[32];
@@ -16,12 +29,16 @@ int read_stat(int32_t pid, ProcStatInfo& info) {
     snprintf(path, sizeof path, "/proc/%" PRId32 "/stat", pid);
     snprintf(key, sizeof key, "%" PRId32, pid);
     if (get_proc_field(path, key, ' ', nullptr, raw) < 0) return -1;
-    const int fields = sscanf(raw, "%31s %c %" SCNd32 " %" SCNd32, info.command, &info.state, &info.parent,
-                              &info.process_group);
-    if (fields < 4) {
-        marl::diag::err("sscanf");
+    const std::string_view command = command_in(raw);
+    ProcStatInfo read{};
+    copy_text(read.command, sizeof read.command, command);
+    const int fields = sscanf(command.data() + command.size(), " %c %" SCNd32 " %" SCNd32, &read.state,
+                              &read.parent, &read.process_group);
+    if (command.empty() || fields < 3) {
+        diag::err("sscanf");
         return -1;
     }
+    info = read;
     return 0;
 }
 

@@ -13,7 +13,7 @@ struct ProcStatInfo {
 
 // Reads /proc/<pid>/stat of a process and then of up to `depth` ancestors, ending early at one whose parent
 // is 0; `info` holds the last one read. 0, or -1 when a file cannot be read or parsed ("sscanf" on standard
-// error; a command name with blanks is not parsed). Safe from any thread.
+// error; `info` is as the last good one left it). Safe from any thread.
 int get_proc_stat(int32_t pid, ProcStatInfo* info, int32_t depth);
 
 }  // namespace sentrel
