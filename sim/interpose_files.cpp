@@ -122,11 +122,16 @@ EXPORT int open(const char* path, int flags, ...) {
 }
 
 EXPORT int close(int fd) {
-    return call([&] {
-        if (const OpenFile* file = board::tracked(fd)) Line(file->name).add(" close");
+    return call([&]() -> int64_t {
+        int64_t fault = script::kNoFault;
+        if (const OpenFile* file = board::tracked(fd)) {
+            fault = script::fault_of(file->name, "close");
+            Line(file->name).add(" close").failure(fault);
+        }
         board::forget(fd);
         note_stream(fd, 0);
-        return or_errno(real.close(fd));
+        const int64_t result = or_errno(real.close(fd));
+        return fault < 0 ? fault : result;
     });
 }
 

@@ -32,10 +32,16 @@ void unwrap(int (*&function)(void*), void*& argument) {
     argument = wrapped.argument;
 }
 
-int64_t set_clock(const timeval* time, const struct timezone* zone) {
+// The system call's own record, which is no timeval where the C library counts in 64 bits and a long has 32.
+struct KernelTime {
+    long seconds;
+    long microseconds;
+};
+
+int64_t set_clock(const KernelTime* time, const struct timezone* zone) {
     const int64_t fault = script::fault_of("clock", "settimeofday");
     Line line("clock settimeofday");
-    if (time != nullptr) line.add(" %lld", static_cast<long long>(time->tv_sec));
+    if (time != nullptr) line.add(" %lld", static_cast<long long>(time->seconds));
     if (zone != nullptr) line.add(" west %d", zone->tz_minuteswest);
     line.failure(fault);
     return fault < 0 ? fault : 0;
@@ -130,6 +136,6 @@ EXPORT long syscall(long number, ...) noexcept {
     if (changes_machine) return recorded("syscall", EPERM);
     if (number != SYS_settimeofday) return real.syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
     return call([&] {
-        return set_clock(reinterpret_cast<timeval*>(a[0]), reinterpret_cast<struct timezone*>(a[1]));
+        return set_clock(reinterpret_cast<KernelTime*>(a[0]), reinterpret_cast<struct timezone*>(a[1]));
     });
 }
