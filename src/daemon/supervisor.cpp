@@ -29,8 +29,8 @@ constexpr uint32_t kPassMs = 200;
 
 constexpr uint32_t kClockStepPerPass = 2;
 constexpr uint32_t kClockThreshold = 1500;
-constexpr uint32_t kFirstIdentityPause = 25;        // 5 s
-constexpr uint32_t kLongestIdentityPause = 18'000;  // an hour
+constexpr uint32_t kFirstIdentityPause = 25;      // 5 s
+constexpr uint32_t kLongestIdentityPause = 1500;  // 300 s
 constexpr int kSupervisedCategory = 1;
 constexpr uint32_t kHeartbeatAfterTicks = 25;
 constexpr uint32_t kRecorderModemAfterPasses = 50;
