@@ -49,7 +49,10 @@ MARL_API extern GPIO* pg_gpio;
  */
 MARL_API int createGPIO(GPIO** out);
 
-/* One reference more or less. The last release closes the device and frees the object. 0, or -1. */
+/*
+ * One reference more or less. The last release closes the device and ends the object. 0, or -1. Pointers to it
+ * stay valid: until the next createGPIO(), which gives the same pointer, operations find no private record.
+ */
 MARL_API int gpio_addref(GPIO* thiz);
 MARL_API int gpio_release(GPIO* thiz);
 
@@ -62,7 +65,7 @@ MARL_API int gpio_open(GPIO* thiz);
 /* Closes the device; the object lives on. 0, or -1. */
 MARL_API int gpio_close(GPIO* thiz);
 
-/* The level of a line, 0 or 1; negative for a line above 71 or a failed read. */
+/* The level of a line, 0 or 1; -1 for a line above 71, a failed read or one that gives no byte. */
 MARL_API int gpio_readbit(GPIO* thiz, uint32_t line);
 
 /* Sets a line to level 0 or 1. The write's result, 2 on success; -1 for a line or level out of range. */
@@ -81,7 +84,7 @@ MARL_API int gpio_set_bit(uint32_t line, uint32_t level);
 
 /*
  * Reads expander input `num` (0..7) into `*out` and returns it, 0 or 1; -1, with `*out` left alone, when the
- * read fails. A number above 7 reads as 0 after "invalid parameter: num=%d(rang is 0-7)\n" on standard error.
+ * read fails or gives no byte. A number above 7 reads as 0 after "invalid parameter: num=%d(rang is 0-7)\n" on standard error.
  * A device that cannot be opened is reported as "open %s failed\n" on standard output, here and below.
  */
 MARL_API int gio_expander_read(uint32_t num, uint8_t* out);

@@ -59,6 +59,15 @@ MARL_API extern struct marl_hwinfo_sections HWINFO_SECTIONS;
 MARL_API void hwid_transform(void);
 
 /*
+ * Identifies the board again if a source could not be read the last time; one that is not there is not asked
+ * again. The load-time initialiser calls it once, the daemon until it succeeds. What an earlier source said stays
+ * until all that rank before it have answered. 0 when the identity is settled, at no cost then; -1 when a source
+ * still cannot be read, with its messages. Safe from any thread: a reader beside it finds each value as it was
+ * or as it is, and a model name never half changed.
+ */
+MARL_API int hwid_retry(void);
+
+/*
  * The Device text of /mnt/custom/ProductDefinition, what is between the first and the last quotation
  * mark behind the colon of a line with "Device", cut to 31 characters. `buf` has 32 bytes. 0, or -1 when
  * it is null, the file cannot be opened ("open %s \n" on standard error) or holds no such text; `buf` is

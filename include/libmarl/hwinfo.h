@@ -2,7 +2,8 @@
  * What board is this? The answer lives in one record, HWINFO, and the raw hardware ID beside it. Both are
  * filled by the load-time initialiser before main(), so no call has to come first, and only read afterwards,
  * so everything here is safe from any thread; a program that calls hwid_transform() or get_hwid_info()
- * (libmarl/hwid.h) itself is the exception.
+ * (libmarl/hwid.h) itself is the exception. Where a source could not be read, hwid_retry() there may change
+ * them once more, each value at once.
  *
  * Programs ask with get_dvr_info() and check_product_model(); the fields and words are for those that need
  * all of it at once.

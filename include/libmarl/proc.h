@@ -26,7 +26,7 @@ MARL_BEGIN_DECLS
  *
  * Results:
  *     0   the field was found; in every other case the buffers are left alone
- *    -1   no line holds the key, or `path` or `key` is null
+ *    -1   no line holds the key, the file cannot be read up to that line, or `path` or `key` is null
  *    -2   the file cannot be opened ("open %s failed\n" on standard error)
  *   -22   the key has 128 characters or more ("strlen=%d\n" on standard error)
  */

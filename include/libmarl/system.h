@@ -77,7 +77,7 @@ MARL_API uint32_t get_context_switches(void);
 
 /*
  * Processor usage in percent, 0 to 100, since the previous call of the process, the first time since boot; 0
- * when it cannot be read. One thread at a time.
+ * when it cannot be read. An idle count that steps back counts as no idle time. One thread at a time.
  */
 MARL_API uint32_t get_cpu_usage(void);
 

@@ -3,14 +3,6 @@
 #include "base/diag.h"
 
 namespace marl {
-namespace {
-
-// Written by the create and release operations of the objects; no lock, as the objects have none.
-struct {
-    uint32_t created = 0;
-} constinit g_objects;
-
-}  // namespace
 
 int detail::check_object(bool given, const ObjectCommon* common, const char* operation, Need need) {
     if (!given) {
@@ -29,6 +21,22 @@ int detail::check_object(bool given, const ObjectCommon* common, const char* ope
     return 0;
 }
 
+void free_object(ObjectKind& kind) {
+    free(kind.record);
+    kind.record = nullptr;
+    if (kind.has_holders) {
+        *static_cast<void**>(kind.object) = nullptr;  // its `priv`
+    } else {
+        free(kind.object);
+        kind.object = nullptr;
+    }
+}
+
+void retire_object(ObjectKind& kind) {
+    kind.has_holders = true;
+    free_object(kind);
+}
+
 int add_reference(ObjectCommon& common) {
     if (common.refcount < 0) return -1;
     ++common.refcount;
@@ -38,12 +46,6 @@ int add_reference(ObjectCommon& common) {
 bool drop_reference(ObjectCommon& common) {
     if (common.refcount < 1) return false;
     return --common.refcount == 0;
-}
-
-bool object_exists(uint32_t kind) { return (g_objects.created & kind) != 0; }
-
-void mark_object(uint32_t kind, bool exists) {
-    g_objects.created = exists ? g_objects.created | kind : g_objects.created & ~kind;
 }
 
 }  // namespace marl

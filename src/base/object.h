@@ -1,6 +1,9 @@
 // The pattern of the library's objects: a public record whose first member `priv` points to a
-// private record that begins with `ObjectCommon`; one object of each kind at a time, guarded by a
-// bit of one process-wide word.
+// private record that begins with `ObjectCommon`; one object of each kind at a time.
+//
+// Holders of an object keep their pointers after its last release, and call it through the entries of the public
+// record. So that record stays, without a private one, for the life of the process, and the next object of the kind
+// moves in: who comes late finds an object without private record, and memory that is freed is never looked at.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +19,13 @@ struct ObjectCommon {
     int32_t fd;
 };
 
+// Written by the create and release operations of a kind; no lock, as the objects have none.
+struct ObjectKind {
+    void* object = nullptr;    // the public record, of this object or the last one
+    void* record = nullptr;    // the private record of the object that lives, or is being made
+    bool has_holders = false;  // somebody was given the public record at some time, and may still call it
+};
+
 // How much of an object an operation needs.
 enum class Need { Object, Private, Descriptor };
 
@@ -24,35 +34,39 @@ int check_object(bool given, const ObjectCommon* common, const char* operation, 
 }
 
 // Opens every operation: 0 when `thiz` has what is needed. Otherwise a line with the operation's name on
-// standard error and -1 (no object), -2 (no private record) or -3 (no descriptor).
+// standard error and -1 (no object), -2 (no private record, or one of an object that is gone) or -3 (no descriptor).
 template <typename Object>
-int check_object(const Object* thiz, const char* operation, Need need) {
+int check_object(const ObjectKind& kind, const Object* thiz, const char* operation, Need need) {
     const bool given = thiz != nullptr;
-    return detail::check_object(given, given ? static_cast<const ObjectCommon*>(thiz->priv) : nullptr,
+    const bool lives = given && thiz->priv == kind.record;
+    return detail::check_object(given, lives ? static_cast<const ObjectCommon*>(thiz->priv) : nullptr,
                                 operation, need);
 }
 
-// A public record with a private one behind it, closed and with one reference; its operations are
-// the caller's to fill in. Null without memory, after a line on standard error with the name of
-// the record's type.
+inline bool object_exists(const ObjectKind& kind) { return kind.record != nullptr; }
+
+// Ends an object that nobody was given.
+void free_object(ObjectKind& kind);
+
+// Ends an object after its last release.
+void retire_object(ObjectKind& kind);
+
+// The one object of its kind, closed and with one reference; its operations are the caller's to fill in. Null
+// without memory, after a line on standard error with the name of the record's type.
 template <typename Object, typename Record>
-Object* allocate_object(const char* type) {
-    auto* object = static_cast<Object*>(malloc(sizeof(Object)));
+Object* allocate_object(ObjectKind& kind, const char* type) {
+    if (kind.object == nullptr) kind.object = malloc(sizeof(Object));
+    auto* object = static_cast<Object*>(kind.object);
     auto* record = object != nullptr ? static_cast<Record*>(malloc(sizeof(Record))) : nullptr;
     if (record == nullptr) {
         diag::err("malloc(sizeof(%s))", object == nullptr ? type : "priv_module");
-        free(object);
+        free_object(kind);
         return nullptr;
     }
     record->common = {.refcount = 1, .id = 0, .fd = -1};
     object->priv = record;
+    kind.record = record;
     return object;
-}
-
-template <typename Object>
-void free_object(Object* object) {
-    free(object->priv);
-    free(object);
 }
 
 // `refcount` up by one: 0, or -1 for a record whose count is negative.
@@ -60,11 +74,5 @@ int add_reference(ObjectCommon& common);
 
 // `refcount` down by one: true when that was the last reference. A count below 1 is left alone.
 bool drop_reference(ObjectCommon& common);
-
-inline constexpr uint32_t kGpioObject = 0x20;
-inline constexpr uint32_t kRawFlashObject = 0x80;
-
-bool object_exists(uint32_t kind);
-void mark_object(uint32_t kind, bool exists);
 
 }  // namespace marl

@@ -14,9 +14,6 @@ namespace marl {
 namespace {
 
 constexpr size_t kLineSize = 128;
-constexpr int kNotFound = -1;
-constexpr int kCannotOpen = -2;
-constexpr int kKeyTooLong = -22;
 
 }  // namespace
 
@@ -24,16 +21,17 @@ int read_proc_field(const char* path, const char* key, std::span<char> token, st
     const size_t key_length = strlen(key);
     if (key_length >= kLineSize) {
         diag::err("strlen=%d\n", static_cast<int>(key_length));
-        return kKeyTooLong;
+        return kFieldKeyTooLong;
     }
     const Fd file(open_file(path, O_RDONLY));
     if (!file.is_open()) {
         diag::err("open %s failed\n", path);
-        return kCannotOpen;
+        return kFieldCannotOpen;
     }
     LineReader reader(file.get());
     char line[kLineSize];
-    while (reader.next(line, sizeof line)) {
+    bool is_empty = true;
+    for (; reader.next(line, sizeof line) && !reader.failed(); is_empty = false) {
         const char* found = strstr(line, key);
         if (found == nullptr) continue;
         const std::string_view value = rest_of(found, key_length + 1);
@@ -41,7 +39,7 @@ int read_proc_field(const char* path, const char* key, std::span<char> token, st
         copy_text(token.data(), token.size(), first_word(value));
         return 0;
     }
-    return kNotFound;
+    return reader.failed() || is_empty ? kFieldUnreadable : kFieldNotFound;
 }
 
 }  // namespace marl
@@ -51,5 +49,6 @@ int get_proc_field(const char* path, const char* key, char /*sep*/, char* token_
     if (path == nullptr || key == nullptr) return -1;
     const std::span<char> token(token_out, token_out != nullptr ? MARL_PROC_TOKEN_SIZE : 0);
     const std::span<char> raw(raw_out, raw_out != nullptr ? MARL_PROC_RAW_SIZE : 0);
-    return marl::read_proc_field(path, key, token, raw);
+    const int result = marl::read_proc_field(path, key, token, raw);
+    return result == marl::kFieldUnreadable ? marl::kFieldNotFound : result;
 }

@@ -32,7 +32,7 @@ int gio_expander_read(uint32_t num, uint8_t* out) {
     uint8_t levels = 0;
     const ssize_t n =
         read_some(open_device(g_expander.input, kInputDevice, O_RDONLY), &levels, sizeof levels);
-    if (n < 0) return static_cast<int>(n);
+    if (n < 1) return -1;  // no byte is no level
     *out = num > kHighestLine ? 0 : static_cast<uint8_t>(levels >> num & 1);
     return *out;
 }

@@ -15,6 +15,8 @@ namespace {
 
 using namespace marl;
 
+constinit ObjectKind g_kind;
+
 constexpr unsigned long kSetInterruptMode = 1;
 constexpr uint32_t kHighestInterruptMode = 3;
 
@@ -25,7 +27,7 @@ struct PrivateRecord {
 ObjectCommon& common_of(GPIO* thiz) { return static_cast<PrivateRecord*>(thiz->priv)->common; }
 
 bool is_usable(GPIO* thiz, const char* operation, Need need) {
-    return check_object(thiz, operation, need) == 0;
+    return check_object(g_kind, thiz, operation, need) == 0;
 }
 
 int set_interrupt_mode(GPIO* thiz, uint32_t line, uint32_t mode) {
@@ -34,7 +36,7 @@ int set_interrupt_mode(GPIO* thiz, uint32_t line, uint32_t mode) {
 }
 
 GPIO* make_object() {
-    GPIO* object = allocate_object<GPIO, PrivateRecord>("GPIO");
+    GPIO* object = allocate_object<GPIO, PrivateRecord>(g_kind, "GPIO");
     if (object == nullptr) return nullptr;
     *object = {
         object->priv,  gpio_addref,           gpio_release,          gpio_open, gpio_close, gpio_readbit,
@@ -45,7 +47,7 @@ GPIO* make_object() {
 }  // namespace
 
 int createGPIO(GPIO** out) {
-    if (object_exists(kGpioObject)) {
+    if (object_exists(g_kind)) {
         diag::error({module::kGpio, "createGPIO", 258}, "Error:OBJ is created\n");
         return -1;
     }
@@ -56,11 +58,10 @@ int createGPIO(GPIO** out) {
     *out = make_object();
     if (*out == nullptr) return -1;
     if ((*out)->open(*out) < 0) {
-        free_object(*out);
+        free_object(g_kind);
         *out = nullptr;
         return -1;
     }
-    mark_object(kGpioObject, true);
     return 0;
 }
 
@@ -74,8 +75,7 @@ int gpio_release(GPIO* thiz) {
     ObjectCommon& common = common_of(thiz);
     if (!drop_reference(common)) return 0;
     if (common.fd > 0) close(common.fd);
-    free_object(thiz);
-    mark_object(kGpioObject, false);
+    retire_object(g_kind);
     return 0;
 }
 
@@ -107,7 +107,7 @@ int gpio_readbit(GPIO* thiz, uint32_t line) {
     if (!is_usable(thiz, "gpio_readbit", Need::Descriptor) || line >= MARL_GPIO_LINES) return -1;
     auto level = static_cast<uint8_t>(line);
     const ssize_t n = read_some(common_of(thiz).fd, &level, sizeof level);
-    return n < 0 ? static_cast<int>(n) : level;
+    return n < 1 ? -1 : level;  // no byte is no level
 }
 
 int gpio_writebit(GPIO* thiz, uint32_t line, uint32_t level) {

@@ -19,6 +19,13 @@ struct {
     uint32_t total = 0;
 } constinit g_ticks;
 
+// The kernel's count of idle ticks may step back a little, which is no idle time; a step back over half its range is
+// the count passing its end.
+uint32_t idle_elapsed(uint32_t idle) {
+    const bool steps_back = idle < g_ticks.idle && g_ticks.idle - idle <= UINT32_MAX / 2;
+    return steps_back ? 0 : idle - g_ticks.idle;
+}
+
 bool read_number(const char* path, const char* key, char separator, uint32_t& number) {
     char word[MARL_PROC_TOKEN_SIZE] = {};
     if (get_proc_field(path, key, separator, word, nullptr) < 0) return false;
@@ -59,7 +66,7 @@ uint32_t get_cpu_usage() {
     const auto idle_ticks = static_cast<uint32_t>(idle);
     const auto total_ticks = static_cast<uint32_t>(user + nice + system + idle);
     const uint32_t elapsed = std::max(total_ticks - g_ticks.total, 1U);
-    const uint64_t idle_share = uint64_t{idle_ticks - g_ticks.idle} * 100 / elapsed;
+    const uint64_t idle_share = uint64_t{idle_elapsed(idle_ticks)} * 100 / elapsed;
     g_ticks = {idle_ticks, total_ticks};
     return static_cast<uint32_t>(100 - std::min<uint64_t>(idle_share, 100));
 }

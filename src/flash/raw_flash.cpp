@@ -45,10 +45,12 @@ struct {
     bool skip_mark = false;
 } constinit g_flash;
 
+constinit ObjectKind g_kind;
+
 PrivateRecord& record_of(RawFlash* thiz) { return *static_cast<PrivateRecord*>(thiz->priv); }
 
 bool is_usable(RawFlash* thiz, const char* operation, Need need) {
-    return check_object(thiz, operation, need) == 0;
+    return check_object(g_kind, thiz, operation, need) == 0;
 }
 
 uint32_t sector_size() { return g_partitions.CFG_FLASH_SEC_SIZE; }
@@ -124,7 +126,7 @@ bool flash_open(RawFlash* thiz) {
 }
 
 RawFlash* make_object() {
-    RawFlash* object = allocate_object<RawFlash, PrivateRecord>("RawFlash");
+    RawFlash* object = allocate_object<RawFlash, PrivateRecord>(g_kind, "RawFlash");
     if (object == nullptr) return nullptr;
     int* fds = record_of(object).partition_fds;
     std::fill(fds, fds + std::size(record_of(object).partition_fds), -1);
@@ -247,7 +249,7 @@ bool erase_blocks(int fd, uint32_t start, uint32_t count) {
 }  // namespace
 
 int createRawFlash(const int32_t* mode, RawFlash** out) {
-    if (object_exists(kRawFlashObject) || mode == nullptr || out == nullptr) return -1;
+    if (object_exists(g_kind) || mode == nullptr || out == nullptr) return -1;
     if (flash_init() < 0) {
         diag::err("flash_init failed\n");
         return -1;
@@ -257,11 +259,10 @@ int createRawFlash(const int32_t* mode, RawFlash** out) {
     choose_mode(*mode);
     if (!flash_open(*out)) {
         g_flash.coprocessor = false;
-        free_object(*out);
+        free_object(g_kind);
         *out = nullptr;
         return -1;
     }
-    mark_object(kRawFlashObject, true);
     return 0;
 }
 
@@ -275,13 +276,12 @@ int flash_release(RawFlash* thiz) {
     if (!drop_reference(record_of(thiz).common)) return 0;
     clear_upgrade_map();
     flash_close(thiz);
-    free_object(thiz);
-    mark_object(kRawFlashObject, false);
+    retire_object(g_kind);
     return mark_storage_bus_release(g_flash.skip_mark) ? 0 : -1;
 }
 
 int flash_getinfo(RawFlash* thiz, RawFlashInfo* info) {
-    if (thiz == nullptr || info == nullptr) return -1;
+    if (thiz == nullptr || thiz->priv == nullptr || info == nullptr) return -1;
     *info = g_flash.coprocessor ? RawFlashInfo{1, kCoprocessorSize, sector_size() / 2}
                                 : RawFlashInfo{1, kHostSize, sector_size()};
     return 0;

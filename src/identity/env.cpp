@@ -20,6 +20,7 @@
 #include "base/lock.h"
 #include "base/module.h"
 #include "base/text.h"
+#include "identity/source.h"
 
 namespace {
 
@@ -49,19 +50,46 @@ struct {
     uint8_t* image = nullptr;  // null until a whole image has been read; kept for the life of the process
 } constinit g_env;
 
+// Null with errno set.
 uint8_t* read_image(int fd) {
     auto* image = static_cast<uint8_t*>(calloc(1, kImageSize));
     if (image == nullptr) {
         diag::error({module::kEnvironment, "env_init", 161}, "Cannot malloc memory for buff at %s\n",
                     "env_init");
+        errno = ENOMEM;
         return nullptr;
     }
     if (!read_whole(fd, image, kImageSize)) {
-        diag::library_system_error("read mtd", errno);
+        const int error = errno;
+        diag::library_system_error("read mtd", error);
         free(image);
+        errno = error;
         return nullptr;
     }
     return image;
+}
+
+// 0, or the error that keeps the image from being loaded; errno says the same.
+int load() {
+    const MutexLock lock(g_env.load_lock);
+    if (g_env.image != nullptr) return 0;
+    const int fd = open_file(kDevice, O_RDWR);
+    if (fd < 0) {
+        const int error = errno;
+        diag::library_system_error("open mtd", error);
+        return errno = error;
+    }
+    uint8_t* image = read_image(fd);
+    if (image == nullptr) {
+        const int error = errno;
+        close(fd);
+        return errno = error;
+    }
+    g_env.device.fd = fd;
+    g_env.device.devoff = kFlashOffset;
+    g_env.device.env_size = kImageSize;
+    g_env.image = image;
+    return 0;
 }
 
 // The variables: the image behind its checksum. Indices into it are the data indices of the list. The list
@@ -193,34 +221,25 @@ void tell_camera_module(int fd, int32_t module, const char* message) {
 
 }  // namespace
 
-int env_init() {
-    const MutexLock lock(g_env.load_lock);
-    if (g_env.image != nullptr) return 0;
-    const int fd = open_file(kDevice, O_RDWR);
-    if (fd < 0) {
-        diag::library_system_error("open mtd", errno);
-        return -1;
-    }
-    uint8_t* image = read_image(fd);
-    if (image == nullptr) {
-        close(fd);
-        return -1;
-    }
-    g_env.device.fd = fd;
-    g_env.device.devoff = kFlashOffset;
-    g_env.device.env_size = kImageSize;
-    g_env.image = image;
-    return 0;
+marl::Answer marl::look_up_environment(const char* key, std::span<char> value) {
+    if (const int error = load(); error != 0) return is_absent(error) ? Answer::None : Answer::Failed;
+    const auto found = find_variable(key);
+    if (!found) return Answer::None;
+    const auto* text = reinterpret_cast<const char*>(&variables()[0]) + found->value;
+    copy_text(value.data(), value.size(), {text, found->end - found->value});
+    return Answer::Given;
 }
+
+bool marl::environment_is_loaded() {
+    const MutexLock lock(g_env.load_lock);
+    return g_env.image != nullptr;
+}
+
+int env_init() { return load() == 0 ? 0 : -1; }
 
 int get_armboot_para(const char* key, char* value, uint32_t size) {
     if (key == nullptr || value == nullptr || size == 0) return -1;
-    if (env_init() < 0) return -1;
-    const auto found = find_variable(key);
-    if (!found) return -1;
-    const auto* text = reinterpret_cast<const char*>(&variables()[0]) + found->value;
-    copy_text(value, size, {text, found->end - found->value});
-    return 0;
+    return look_up_environment(key, {value, size}) == Answer::Given ? 0 : -1;
 }
 
 int __set_armboot_para(const char* name, const char* value) {

@@ -158,7 +158,7 @@ int get_dvr_info(uint32_t index) {
     if (index == MARL_INFO_PRODUCT_TYPE && product_type != 0) return product_type;
     const Info& info = kInfo[index];
     if (info.field != nullptr) return HWINFO.*info.field;
-    const uint16_t value = raw_field(info.bits);
+    const uint16_t value = raw_field(hwid, info.bits);
     return index == MARL_INFO_AUDIO_CHANNEL && value == 0 ? raw_id::kZeroChannels : value;
 }
 

@@ -4,7 +4,6 @@
 #include <cstdint>
 
 #include "base/bytes.h"
-#include "libmarl/hwinfo.h"
 
 namespace marl {
 
@@ -39,9 +38,10 @@ inline constexpr uint16_t kZeroChannels = 32;
 
 }  // namespace raw_id
 
-inline uint16_t raw_field(BitField field) {
+// A field of the raw ID `id`, of which the first 8 bytes are packed.
+inline uint16_t raw_field(const uint8_t* id, BitField field) {
     const uint64_t mask = (uint64_t{1} << field.width) - 1;
-    return static_cast<uint16_t>((load_le<uint64_t>(hwid) >> field.first) & mask);
+    return static_cast<uint16_t>((load_le<uint64_t>(id) >> field.first) & mask);
 }
 
 }  // namespace marl

@@ -1,4 +1,5 @@
 // The section-based identification: one bracketed key of the boot environment a field.
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <span>
@@ -6,6 +7,7 @@
 #include "base/diag.h"
 #include "base/module.h"
 #include "base/text.h"
+#include "identity/source.h"
 #include "libmarl/env.h"
 #include "libmarl/hwid.h"
 #include "libmarl/hwinfo.h"
@@ -77,23 +79,12 @@ int report_undefined(const diag::Site& site, const char* name, uint32_t section)
     return -1;
 }
 
-// A decimal number of one or two digits, taken off the front of `text`; -1 when there is none.
-int take_number(const char*& text) {
-    int number = -1;
-    for (int digits = 0; *text >= '0' && *text <= '9'; ++text, ++digits) {
-        if (digits == 2) return -1;
-        number = (number < 0 ? 0 : number) * 10 + (*text - '0');
-    }
-    return number;
-}
-
+// Blanks, signs and leading zeros are as scanf has them; wide numbers, so that a long one stays too large.
 void take_version(const Section& section, const char* value) {
-    const char* text = value;
-    int major = -1;
-    int minor = -1;
-    if (*text == 'V') major = take_number(++text);
-    if (*text == '.') minor = take_number(++text);
-    if (major < 1 || major > 16 || minor < 0 || minor > 16) {
+    long long major = 0;
+    long long minor = 0;
+    const int count = sscanf(value, "V%lld.%lld", &major, &minor);
+    if (count < 2 || major < 1 || major > 16 || minor < 0 || minor > 16) {
         diag::warn({module::kIdentity, "get_hwinfo2Struct", section.version_line},
                    "Error:Too large version %s\n", value);
         return;
@@ -179,10 +170,14 @@ int get_hwid_scheme() {
 }
 
 int get_hwid_info() {
-    if (get_hwid_scheme() == 0) {
-        hwid_transform();
-    } else {
+    const bool absent = get_hwid_scheme() != 0;
+    const bool loaded = environment_is_loaded();
+    if (absent) {
         get_hwinfo2Struct();
+    } else {
+        hwid_transform();
     }
-    return 0;
+    // An image that came only while the sections were looked up holds what the first look-ups missed, perhaps
+    // an HWID. Once it is there it stays, so this happens once.
+    return !loaded && environment_is_loaded() ? get_hwid_info() : 0;
 }

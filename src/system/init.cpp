@@ -44,14 +44,17 @@ int get_keyboard_bootpara() {
     return decimal(token);
 }
 
-// Reads nothing that another static initialiser sets up: the library's state is constant-initialised.
-[[gnu::constructor]] void libmarl_init() {
+// Reads nothing that another static initialiser sets up: the library's state is constant-initialised. It has the first
+// priority that is not reserved, so that the constructors of a program that links the library statically find the
+// board identified, as they do with the shared library.
+[[gnu::constructor(101)]] void libmarl_init() {
     fill_closed_streams();
     keyboard_type = get_keyboard_bootpara();
     diag::line("");
     diag::out("\033[0;32;32m[libmarl] libmarl.so Build on %s at %s.\n\033[m", __DATE__, __TIME__);
     diag::out("\033[0;32;32m[libmarl] SVN NUM: %d.\n\033[m", kRevision);
     hwid_transform();
+    hwid_retry();
     create_gpio();
     require_gpio();
 }

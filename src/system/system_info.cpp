@@ -88,12 +88,6 @@ const TrafficBoard* traffic_board() {
     return nullptr;
 }
 
-void list_coprocessor(const Fd& device, SubModuleInfo& module) {
-    module.status = static_cast<uint8_t>(control(device.get(), kCoprocessorStatus, 0UL));
-    copy_text(module.name, sizeof module.name, "dm648");
-    snprintf(module.version, sizeof module.version, "1.%d", get_dvr_info(MARL_INFO_HD_VER));
-}
-
 void list_fpga(const char* path, SubModuleInfo& module) {
     copy_text(module.name, sizeof module.name, "FPGA");
     module.status = 1;
@@ -112,15 +106,22 @@ void list_fpga(const char* path, SubModuleInfo& module) {
     snprintf(module.second_version, sizeof module.second_version, "1.%d", version[0]);
 }
 
-int list_traffic_modules(const TrafficBoard& board, SubModuleInfo* modules, int& count) {
-    count = 1;
+bool list_coprocessor(SubModuleInfo& module) {
     const Fd device(open_file(kCoprocessorDevice, O_RDONLY));
     if (!device.is_open()) {
         diag::error({module::kSystem, "getSubModules"}, "open /dev/dm6480 failed\n");
-        modules[0].status = 1;
-        return 0;
+        module.status = 1;
+        return false;
     }
-    list_coprocessor(device, modules[0]);
+    module.status = static_cast<uint8_t>(control(device.get(), kCoprocessorStatus, 0UL));
+    copy_text(module.name, sizeof module.name, "dm648");
+    snprintf(module.version, sizeof module.version, "1.%d", get_dvr_info(MARL_INFO_HD_VER));
+    return true;
+}
+
+int list_traffic_modules(const TrafficBoard& board, SubModuleInfo* modules, int& count) {
+    count = 1;
+    if (!list_coprocessor(modules[0])) return 0;
     if (board.fpga_device == nullptr) return 0;
     count = 2;
     list_fpga(board.fpga_device, modules[1]);
@@ -148,7 +149,9 @@ int list_recorded_module(SubModuleInfo& module, int& count) {
 
 int get_device_id(char* buf, int len) {
     if (buf == nullptr || len < 1) return -1;
-    if (get_armboot_para("ID", buf, static_cast<uint32_t>(len)) == 0 && strcmp(buf, kNoDeviceId) != 0) {
+    char id[MARL_ENV_VALUE_MAX + 1];
+    if (get_armboot_para("ID", id, sizeof id) == 0 && strcmp(id, kNoDeviceId) != 0) {
+        copy_text(buf, static_cast<size_t>(len), id);
         diag::out("[libmarl] @@@@ buf = %s\n", buf);
         return 0;
     }
