@@ -6,16 +6,19 @@
 #include <atomic>
 #include <csignal>
 
+#include "build_word.h"
 #include "clock.h"
 #include "clone.h"
 #include "devices.h"
 #include "journal.h"
+#include "launch/run.h"
 #include "real.h"
 #include "script.h"
 #include "sim.h"
 
 namespace sim {
 
+const char build_word[] = MARL_SIM_BUILD_WORD;
 constinit Real real{};
 
 void find_real_functions() {
@@ -39,7 +42,7 @@ constexpr size_t kLengthInEntry = 16, kNameInEntry = 19;  // of getdents64(2)
 
 std::atomic<int> stage{0};
 char root_path[kPathSize / 2] = "";
-bool root_is_ours = false;
+char home_path[kPathSize / 2] = "";  // the directory of this run, if it has one; it goes with it
 bool made_before = false;
 pid_t owner = 0;
 int pending_exit = 0;
@@ -68,9 +71,14 @@ void make_parents(char* path) {
 
 void choose_root() {
     const char* wanted = getenv("MARL_SIM_ROOT");
-    root_is_ours = wanted == nullptr || *wanted == '\0';
-    snprintf(root_path, sizeof root_path, "%s", root_is_ours ? "/tmp/board.XXXXXX" : wanted);
-    if (root_is_ours && mkdtemp(root_path) == nullptr) abort();
+    const char* home = getenv(launch::kHomeVariable);
+    const bool is_wanted = wanted != nullptr && *wanted != '\0';
+    if (home != nullptr) {
+        snprintf(home_path, sizeof home_path, "%s", home);
+    } else if (!is_wanted && !launch::make_home(home_path, false)) {
+        abort();
+    }
+    snprintf(root_path, sizeof root_path, "%s", is_wanted ? wanted : home_path);
     real.mkdir(root_path, 0755);
     owner = getpid();
 }
@@ -138,7 +146,7 @@ void boot() {
 void clean_up() {
     if (getpid() != owner) return;
     clone_task::kill_all();
-    if (root_is_ours) remove_tree(root_path, false);
+    if (home_path[0] != '\0') remove_tree(home_path, false);
 }
 
 void end(const char* reason, ExitCode code) {

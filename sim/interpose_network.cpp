@@ -1,6 +1,7 @@
 // Sockets.
 #include "devices.h"
 #include "interpose.h"
+#include "launch/run.h"
 #include "uevent.h"
 
 using namespace sim;
@@ -30,4 +31,11 @@ TRANSFER(sendto, "sendto",
 EXPORT int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
     return on_file("bind", fd, address->sa_family,
                    [&] { return uevent::is_open(fd) ? 0 : real.bind(fd, address, length); });
+}
+
+EXPORT int unshare(int flags) noexcept {
+    find_real_functions();
+    const int result = real.unshare(flags);
+    if (result == 0 && (flags & CLONE_NEWNET) != 0) launch::remember_network();
+    return result;
 }

@@ -24,7 +24,7 @@
     X(open) X(close) X(read) X(pread) X(write) X(pwrite) X(ioctl) X(lseek) X(mmap64) X(ftruncate) \
     X(stat) X(access) X(unlink) X(rename) X(mkdir) X(socket) X(sendto) X(setsockopt) X(select) \
     X(clock_nanosleep) X(syscall) X(clone) X(execve) X(pthread_create) X(pthread_mutex_lock) \
-    X(pthread_mutex_trylock) X(pthread_mutex_unlock) X(bind) X(opendir) X(lstat)
+    X(pthread_mutex_trylock) X(pthread_mutex_unlock) X(bind) X(opendir) X(lstat) X(unshare)
 // clang-format on
 
 namespace sim {
