@@ -33,6 +33,7 @@ namespace {
 
 constexpr const char* kPrefixes[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
 constexpr const char* kPassed[] = {"/dev/null", "/proc/self"};  // what stays the machine's own
+constexpr const char* kWritable[] = {"/dev/null", "/proc/self/fd"};
 // What the program finds empty; the rest comes with the script's files.
 constexpr const char* kDirectories[] = {
     "/dev/mtd/", "/proc/", "/mnt/mtd/Config/", "/mnt/mtd/Log/", "/mnt/backup/Config/", "/mnt/custom/",
@@ -45,6 +46,7 @@ char root_path[kPathSize / 2] = "";
 char home_path[kPathSize / 2] = "";  // the directory of this run, if it has one; it goes with it
 bool made_before = false;
 pid_t owner = 0;
+bool launched = false;
 int pending_exit = 0;
 constinit OpenFile files[kDescriptors];
 
@@ -61,6 +63,38 @@ bool is_under(const char* const (&list)[kCount], const char* path) {
     return false;
 }
 
+// By the bare system calls: opendir() would take memory, which a clone task must not.
+template <class Body>
+bool for_each_entry(const char* path, Body body) {
+    const int fd = real.open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return false;
+    alignas(uint64_t) char entries[1024];
+    for (long size = 1; size > 0;) {
+        size = real.syscall(SYS_getdents64, fd, entries, sizeof entries);
+        for (long at = 0; at < size;) {
+            const char* name = entries + at + kNameInEntry;
+            at += *reinterpret_cast<const uint16_t*>(entries + at + kLengthInEntry);
+            if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
+            char below[kPathSize];
+            snprintf(below, sizeof below, "%s/%s", path, name);
+            body(below);
+        }
+    }
+    real.close(fd);
+    return true;
+}
+
+// What runs that were killed have left: nobody holds it locked.
+void clear_left_behind() {
+    for_each_entry(launch::kParent, [](const char* path) {
+        const bool is_home = strncmp(strrchr(path, '/') + 1, launch::kStart, strlen(launch::kStart)) == 0;
+        const int fd = is_home ? launch::lock(path, LOCK_EX | LOCK_NB) : -1;
+        if (fd < 0) return;
+        remove_tree(path, false);
+        real.close(fd);
+    });
+}
+
 void make_parents(char* path) {
     for (char* slash = path + strlen(root_path) + 1; (slash = strchr(slash, '/')) != nullptr; ++slash) {
         *slash = '\0';
@@ -70,10 +104,12 @@ void make_parents(char* path) {
 }
 
 void choose_root() {
+    clear_left_behind();
     const char* wanted = getenv("MARL_SIM_ROOT");
     const char* home = getenv(launch::kHomeVariable);
     const bool is_wanted = wanted != nullptr && *wanted != '\0';
-    if (home != nullptr) {
+    launched = home != nullptr;
+    if (launched) {
         snprintf(home_path, sizeof home_path, "%s", home);
     } else if (!is_wanted && !launch::make_home(home_path, false)) {
         abort();
@@ -155,7 +191,7 @@ void end(const char* reason, ExitCode code) {
     clone_task::report_use();
     if (clone_task::inside()) {
         pending_exit = code;
-        kill(owner, end_signal());
+        real.kill(owner, end_signal());
         for (;;) pause();
     }
     clean_up();
@@ -164,6 +200,7 @@ void end(const char* reason, ExitCode code) {
 
 const char* place(const char* path, char (&out)[kPathSize]) {
     if (path == nullptr || !is_under(kPrefixes, path) || is_under(kPassed, path)) return nullptr;
+    if (strstr(path, "/..") != nullptr) return nullptr;  // it might lead out of the board
     // A source tree below /tmp, say, which tests need as it is.
     const char* passed = getenv("MARL_SIM_PASS");
     if (passed != nullptr && strncmp(path, passed, strlen(passed)) == 0) return nullptr;
@@ -174,6 +211,9 @@ const char* place(const char* path, char (&out)[kPathSize]) {
     if (counters && real.access(out, F_OK) != 0) snprintf(out, sizeof out, "%s", path);
     return out;
 }
+
+bool is_launched() { return launched; }
+bool may_write(const char* path) { return !launched || (path != nullptr && is_under(kWritable, path)); }
 
 bool place_inside(const char* path, char (&out)[kPathSize]) {
     if (path[0] != '/' || path[1] == '\0' || strstr(path, "..") != nullptr) return false;
@@ -214,25 +254,10 @@ void read_file(const char* path, void* data, size_t size) {
     if (place_inside(path, there)) read_host_file(there, data, size);
 }
 
-// By the bare system calls: opendir() would take memory, which a clone task must not.
 bool remove_tree(const char* path, bool contents_only) {
     if (!contents_only && real.unlink(path) == 0) return true;
-    const int fd = real.open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return false;
-    alignas(uint64_t) char entries[1024];
-    for (long size = 1; size > 0;) {
-        size = real.syscall(SYS_getdents64, fd, entries, sizeof entries);
-        for (long at = 0; at < size;) {
-            const char* name = entries + at + kNameInEntry;
-            at += *reinterpret_cast<const uint16_t*>(entries + at + kLengthInEntry);
-            if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
-            char below[kPathSize];
-            snprintf(below, sizeof below, "%s/%s", path, name);
-            remove_tree(below, false);
-        }
-    }
-    real.close(fd);
-    return contents_only || rmdir(path) == 0;
+    const bool listed = for_each_entry(path, [](const char* below) { remove_tree(below, false); });
+    return listed && (contents_only || real.rmdir(path) == 0);
 }
 
 bool was_made_before() { return made_before; }

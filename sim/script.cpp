@@ -97,7 +97,7 @@ bool at_place(const char* path, Body body) {
 }
 
 bool resize(const char* path, off_t size) {
-    return at_place(path, [size](const char* there) { return truncate(there, size) == 0; });
+    return at_place(path, [size](const char* there) { return real.truncate(there, size) == 0; });
 }
 
 bool remove_file(const char* path) {

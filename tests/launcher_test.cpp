@@ -1,10 +1,20 @@
 // The launcher: a program runs on the simulated board, or it does not run at all.
 #include <elf.h>
+#include <fcntl.h>
 #include <link.h>
+#include <sched.h>
+#include <spawn.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/swap.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -125,6 +135,71 @@ TEST_F(Launcher, TheRealNetworkIsNeverThatOfTheMachine) {
     const auto launched = start("network real\n");
     const bool refused = launched.output.find("wants a network of its own") != std::string::npos;
     EXPECT_EQ(launched.status, refused ? 2 : 0);
+}
+
+// The program that these tests launch is this one: it runs the same test, on the other side.
+bool is_launched() { return getenv(sim::launch::kHomeVariable) != nullptr; }
+scenario::Outcome launch_this_test() {
+    const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+    return scenario::run("tests/launcher_test", "",
+                         {.arguments = {"--gtest_filter=Launched." + name}, .keep_output = true});
+}
+
+// Every attempt is harmless should it succeed.
+void reach_for_the_machine() {
+    static const std::string kOutside = std::string(MARL_BUILD_DIR) + "/outside";
+    static const char* const kPath = kOutside.c_str();
+    static char* const kNoArguments[] = {nullptr};
+    const struct {
+        const char* what;
+        bool (*succeeds)();
+    } cases[] = {
+        {"open", [] { return open(kPath, O_WRONLY | O_CREAT, 0600) >= 0; }},
+        {"open upwards", [] { return open(("/tmp/../" + kOutside).c_str(), O_WRONLY | O_CREAT, 0600) >= 0; }},
+        {"openat", [] { return openat(AT_FDCWD, kPath, O_WRONLY | O_CREAT, 0600) >= 0; }},
+        {"fopen", [] { return fopen(kPath, "w") != nullptr; }},
+        {"mkdir", [] { return mkdir(kPath, 0700) == 0; }},
+        {"rename", [] { return close(creat("/tmp/x", 0600)) == 0 || rename("/proc", kPath) == 0; }},
+        {"symlink", [] { return symlink("x", kPath) == 0; }},
+        {"execv", [] { return execv("/bin/true", kNoArguments) == 0; }},
+        {"posix_spawn",
+         [] { return posix_spawn(nullptr, "/bin/true", nullptr, nullptr, kNoArguments, nullptr) == 0; }},
+        {"popen", [] { return popen("true", "r") != nullptr; }},
+        {"kill", [] { return kill(getppid(), 0) == 0; }},
+        {"setns", [] { return setns(-1, 0) == 0 || errno != EPERM; }},
+        {"swapoff", [] { return swapoff(kPath) == 0 || errno != EPERM; }},
+        {"syscall", [] { return syscall(SYS_swapoff, kPath) == 0 || errno != EPERM; }},
+        {"local socket", [] { return socket(AF_UNIX, SOCK_STREAM, 0) >= 0; }},
+        {"socket", [] { return socket(AF_INET, SOCK_DGRAM, 0) >= 0; }},
+    };
+    for (const auto& c : cases) EXPECT_FALSE(c.succeeds()) << c.what;
+    EXPECT_FALSE(fs::exists(kOutside));
+    EXPECT_EQ(kill(getpid(), 0), 0);
+}
+
+TEST(Launched, ReachesNothingOfTheMachine) {
+    if (is_launched()) return reach_for_the_machine();
+    const auto run = launch_this_test();
+    EXPECT_EQ(run.status, 0) << run.output;
+    for (const char* refused : {"open w", "execv", "popen", "kill", "swapoff", "syscall"}) {
+        EXPECT_NE(run.journal.text().find(refused), std::string::npos) << refused;
+    }
+}
+
+TEST(Launched, WhatAKilledRunLeavesIsRemovedByTheNext) {
+    if (is_launched()) {
+        puts(getenv(sim::launch::kHomeVariable));
+        fflush(stdout);
+        kill(getpid(), SIGKILL);
+    }
+    const auto killed = launch_this_test();
+    EXPECT_EQ(killed.status, 128 + SIGKILL);
+    const std::string start = std::string("/tmp/") + sim::launch::kStart;
+    const size_t at = killed.output.find(start);
+    ASSERT_NE(at, std::string::npos) << killed.output;
+    scenario::run("tests/identify", "");
+    EXPECT_FALSE(fs::exists("/proc/self/root" + killed.output.substr(at, start.size() + 6)));
+    EXPECT_TRUE(fs::exists(sim::root())) << "of this run, which lives";
 }
 
 }  // namespace
