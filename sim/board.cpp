@@ -63,38 +63,6 @@ bool is_under(const char* const (&list)[kCount], const char* path) {
     return false;
 }
 
-// By the bare system calls: opendir() would take memory, which a clone task must not.
-template <class Body>
-bool for_each_entry(const char* path, Body body) {
-    const int fd = real.open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return false;
-    alignas(uint64_t) char entries[1024];
-    for (long size = 1; size > 0;) {
-        size = real.syscall(SYS_getdents64, fd, entries, sizeof entries);
-        for (long at = 0; at < size;) {
-            const char* name = entries + at + kNameInEntry;
-            at += *reinterpret_cast<const uint16_t*>(entries + at + kLengthInEntry);
-            if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
-            char below[kPathSize];
-            snprintf(below, sizeof below, "%s/%s", path, name);
-            body(below);
-        }
-    }
-    real.close(fd);
-    return true;
-}
-
-// What runs that were killed have left: nobody holds it locked.
-void clear_left_behind() {
-    for_each_entry(launch::kParent, [](const char* path) {
-        const bool is_home = strncmp(strrchr(path, '/') + 1, launch::kStart, strlen(launch::kStart)) == 0;
-        const int fd = is_home ? launch::lock(path, LOCK_EX | LOCK_NB) : -1;
-        if (fd < 0) return;
-        remove_tree(path, false);
-        real.close(fd);
-    });
-}
-
 void make_parents(char* path) {
     for (char* slash = path + strlen(root_path) + 1; (slash = strchr(slash, '/')) != nullptr; ++slash) {
         *slash = '\0';
@@ -104,7 +72,6 @@ void make_parents(char* path) {
 }
 
 void choose_root() {
-    clear_left_behind();
     const char* wanted = getenv("MARL_SIM_ROOT");
     const char* home = getenv(launch::kHomeVariable);
     const bool is_wanted = wanted != nullptr && *wanted != '\0';
@@ -254,10 +221,25 @@ void read_file(const char* path, void* data, size_t size) {
     if (place_inside(path, there)) read_host_file(there, data, size);
 }
 
+// By the bare system calls: opendir() would take memory, which a clone task must not.
 bool remove_tree(const char* path, bool contents_only) {
     if (!contents_only && real.unlink(path) == 0) return true;
-    const bool listed = for_each_entry(path, [](const char* below) { remove_tree(below, false); });
-    return listed && (contents_only || real.rmdir(path) == 0);
+    const int fd = real.open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return false;
+    alignas(uint64_t) char entries[1024];
+    for (long size = 1; size > 0;) {
+        size = real.syscall(SYS_getdents64, fd, entries, sizeof entries);
+        for (long at = 0; at < size;) {
+            const char* name = entries + at + kNameInEntry;
+            at += *reinterpret_cast<const uint16_t*>(entries + at + kLengthInEntry);
+            if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) continue;
+            char below[kPathSize];
+            snprintf(below, sizeof below, "%s/%s", path, name);
+            remove_tree(below, false);
+        }
+    }
+    real.close(fd);
+    return contents_only || real.rmdir(path) == 0;
 }
 
 bool was_made_before() { return made_before; }

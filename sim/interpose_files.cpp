@@ -54,7 +54,7 @@ int by_path(const char* op, bool changes, const char* path, Kernel kernel) {
     return call([&]() -> int64_t {
         char there[board::kPathSize];
         if (board::place(path, there) == nullptr) {
-            return changes && board::is_launched() ? refuse(path, op) : or_errno(kernel(path));
+            return changes && !board::may_write(path) ? refuse(path, op) : or_errno(kernel(path));
         }
         const int64_t result = unless_faulty(path, op, [&] { return kernel(there); });
         Line(path).add(" %s", op).failure(result);

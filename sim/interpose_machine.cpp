@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdarg>
 #include <iterator>
 
 #include "interpose.h"
@@ -13,23 +12,12 @@
 namespace sim {
 namespace {
 
-// A call's parameters as they lie in the registers, whatever they are.
-using Parameters = long[6];
-
-// What the machine does after all. Test programs have files and tools beside the board.
-bool never(const Parameters&) { return false; }
-bool for_tests(const Parameters&) { return !board::is_launched(); }
-bool for_reading(const Parameters& p) {
-    const char* mode = reinterpret_cast<const char*>(p[1]);
-    return !board::is_launched() || strpbrk(mode, "wa+") == nullptr;
-}
-
-long stand_in(const char* name, bool (*is_passed)(const Parameters&), int error, long failed,
-              const Parameters& p) {
+// The parameters are handed on as they lie in the registers, whatever they are.
+template <class... Word>
+long stand_in(const char* name, bool for_tests, int error, long failed, Word... words) {
     board::boot();
-    if (!is_passed(p)) return recorded(name, error) == 0 ? 0 : failed;
-    auto* function = reinterpret_cast<long (*)(long, long, long, long, long, long)>(dlsym(RTLD_NEXT, name));
-    return function(p[0], p[1], p[2], p[3], p[4], p[5]);
+    if (!for_tests || board::is_launched()) return recorded(name, error) == 0 ? 0 : failed;
+    return reinterpret_cast<long (*)(Word...)>(dlsym(RTLD_NEXT, name))(words...);
 }
 
 // Beside the clock, which has a stand-in of its own. Nothing else may come past the board.
@@ -55,54 +43,26 @@ bool is_child(pid_t process) {
 using namespace sim;
 
 // Under names of their own for the compiler, which knows better parameters for some.
-#define STAND_IN(name, is_passed, error, failed)                                              \
+#define STAND_IN(name, for_tests, error, failed)                                              \
     extern "C" SIM_EXPORT long sim_##name(long, long, long, long, long, long) __asm__(#name); \
     long sim_##name(long a, long b, long c, long d, long e, long f) {                         \
-        return stand_in(#name, is_passed, error, failed, {a, b, c, d, e, f});                 \
+        return stand_in(#name, for_tests, error, failed, a, b, c, d, e, f);                   \
     }
-#define DONE(name) STAND_IN(name, never, 0, 0)
-#define NEVER(name) STAND_IN(name, never, EPERM, -1)
-#define FOR_TESTS(name) STAND_IN(name, for_tests, EPERM, -1)
+#define DONE(name) STAND_IN(name, false, 0, 0)
+#define NEVER(name) STAND_IN(name, false, EPERM, -1)
+// Test programs have files and tools beside the board; launched ones do without.
+#define FOR_TESTS(name) STAND_IN(name, true, EPERM, -1)
+#define FOR_TESTS_OR_NULL(name) STAND_IN(name, true, EPERM, 0)
 
-// clang-format off
-DONE(sync) DONE(mount) DONE(umount) DONE(umount2) DONE(reboot)
-
-STAND_IN(settimeofday, never, EINVAL, -1)
-NEVER(clock_settime) NEVER(clock_adjtime) NEVER(adjtimex) NEVER(ntp_adjtime) NEVER(adjtime)
-NEVER(sethostname) NEVER(setdomainname) NEVER(sethostid) NEVER(setns) NEVER(chroot) NEVER(pivot_root)
-NEVER(swapon) NEVER(swapoff) NEVER(acct) NEVER(quotactl) NEVER(klogctl) NEVER(vhangup) NEVER(syslog)
-NEVER(init_module) NEVER(delete_module) NEVER(iopl) NEVER(ioperm) NEVER(ptrace) NEVER(process_vm_writev)
-NEVER(killpg) NEVER(sigqueue) NEVER(pidfd_send_signal) NEVER(open_by_handle_at)
-
-FOR_TESTS(execv) FOR_TESTS(execvp) FOR_TESTS(execvpe) FOR_TESTS(execveat) FOR_TESTS(fexecve)
-FOR_TESTS(execl) FOR_TESTS(execlp) FOR_TESTS(execle)
-STAND_IN(posix_spawn, for_tests, EPERM, EPERM) STAND_IN(posix_spawnp, for_tests, EPERM, EPERM)
-STAND_IN(popen, for_tests, EPERM, 0)
-
-STAND_IN(fopen, for_reading, EPERM, 0) STAND_IN(fopen64, for_reading, EPERM, 0)
-STAND_IN(freopen, for_tests, EPERM, 0) STAND_IN(freopen64, for_tests, EPERM, 0)
-FOR_TESTS(openat) FOR_TESTS(openat64) FOR_TESTS(open64) FOR_TESTS(creat) FOR_TESTS(creat64)
-FOR_TESTS(mkstemp) FOR_TESTS(shm_open) FOR_TESTS(mq_open) FOR_TESTS(truncate) FOR_TESTS(truncate64)
-FOR_TESTS(link) FOR_TESTS(linkat) FOR_TESTS(symlink) FOR_TESTS(symlinkat) FOR_TESTS(renameat)
-FOR_TESTS(renameat2) FOR_TESTS(remove) FOR_TESTS(rmdir) FOR_TESTS(unlinkat) FOR_TESTS(mkdirat)
-FOR_TESTS(mknod) FOR_TESTS(mknodat) FOR_TESTS(mkfifo) FOR_TESTS(chmod) FOR_TESTS(fchmodat)
-FOR_TESTS(chown) FOR_TESTS(lchown) FOR_TESTS(fchownat) FOR_TESTS(utime) FOR_TESTS(utimes)
-FOR_TESTS(utimensat) FOR_TESTS(setxattr) FOR_TESTS(lsetxattr) FOR_TESTS(removexattr)
-    // clang-format on
-
-    EXPORT long syscall(long number, ...) noexcept {
-    va_list arguments;
-    va_start(arguments, number);
-    long a[6];
-    for (long& each : a) each = va_arg(arguments, long);
-    va_end(arguments);
+extern "C" SIM_EXPORT long sim_syscall(long, long, long, long, long, long, long) __asm__("syscall");
+long sim_syscall(long number, long a, long b, long c, long d, long e, long f) {
     find_real_functions();
     if (std::find(std::begin(kPassedCalls), std::end(kPassedCalls), number) != std::end(kPassedCalls)) {
-        return real.syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
+        return real.syscall(number, a, b, c, d, e, f);
     }
     return call([&]() -> int64_t {
         if (number == SYS_settimeofday) {
-            return set_clock(reinterpret_cast<timeval*>(a[0]), reinterpret_cast<struct timezone*>(a[1]));
+            return set_clock(reinterpret_cast<timeval*>(a), reinterpret_cast<struct timezone*>(b));
         }
         Line("syscall").add(" %ld", number).failure(-EPERM);
         return -EPERM;
@@ -124,3 +84,30 @@ EXPORT int kill(pid_t process, int number) noexcept {
     const bool own = process == getpid() || is_child(process);
     return own ? real.kill(process, number) : recorded("kill", EPERM);
 }
+
+// clang-format off
+#define EACH_DONE(X) X(sync) X(mount) X(umount) X(umount2) X(reboot)
+#define EACH_NEVER(X) \
+    X(clock_settime) X(clock_adjtime) X(adjtimex) X(ntp_adjtime) X(adjtime) X(sethostname) X(setdomainname) \
+    X(sethostid) X(setns) X(chroot) X(pivot_root) X(swapon) X(swapoff) X(acct) X(quotactl) X(klogctl) X(vhangup) \
+    X(syslog) X(init_module) X(delete_module) X(iopl) X(ioperm) X(ptrace) X(process_vm_writev) X(killpg) \
+    X(sigqueue) X(pidfd_send_signal) X(open_by_handle_at)
+#define EACH_FOR_TESTS(X) \
+    X(execv) X(execvp) X(execvpe) X(execveat) X(fexecve) X(execl) X(execlp) X(execle) X(openat) X(openat64) \
+    X(open64) X(creat) X(creat64) X(mkstemp) X(shm_open) X(mq_open) X(truncate) X(truncate64) X(link) X(linkat) \
+    X(symlink) X(symlinkat) X(renameat) X(renameat2) X(remove) X(rmdir) X(unlinkat) X(mkdirat) X(mknod) \
+    X(mknodat) X(mkfifo) X(chmod) X(fchmodat) X(chown) X(lchown) X(fchownat) X(utime) X(utimes) X(utimensat) \
+    X(setxattr) X(lsetxattr) X(removexattr)
+// clang-format on
+
+EACH_DONE(DONE)
+EACH_NEVER(NEVER)
+STAND_IN(settimeofday, false, EINVAL, -1)
+EACH_FOR_TESTS(FOR_TESTS)
+FOR_TESTS_OR_NULL(popen)
+FOR_TESTS_OR_NULL(fopen)
+FOR_TESTS_OR_NULL(fopen64)
+FOR_TESTS_OR_NULL(freopen)
+FOR_TESTS_OR_NULL(freopen64)
+STAND_IN(posix_spawn, true, EPERM, EPERM)
+STAND_IN(posix_spawnp, true, EPERM, EPERM)

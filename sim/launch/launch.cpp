@@ -13,8 +13,10 @@
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "build_word.h"
@@ -203,7 +205,21 @@ std::string ask_loader(char** program) {
     return list;
 }
 
+// What runs that were killed have left: nobody holds it locked.
+void clear_left_behind() {
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(sim::launch::kParent, ignored)) {
+        const std::filesystem::path& path = entry.path();
+        const bool is_home = path.filename().string().starts_with(sim::launch::kStart);
+        const int fd = is_home ? sim::launch::lock(path.c_str(), LOCK_EX | LOCK_NB) : -1;
+        if (fd < 0) continue;
+        std::filesystem::remove_all(path, ignored);
+        close(fd);
+    }
+}
+
 void preload_board(const std::string& library) {
+    clear_left_behind();
     if (!sim::launch::make_home(home, true))
         refuse("no directory below %s: %s", sim::launch::kParent, strerror(errno));
     setenv(kHomeVariable, home, 1);
