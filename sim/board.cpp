@@ -6,16 +6,19 @@
 #include <atomic>
 #include <csignal>
 
+#include "build_word.h"
 #include "clock.h"
 #include "clone.h"
 #include "devices.h"
 #include "journal.h"
+#include "launch/run.h"
 #include "real.h"
 #include "script.h"
 #include "sim.h"
 
 namespace sim {
 
+const char build_word[] = MARL_SIM_BUILD_WORD;
 constinit Real real{};
 
 void find_real_functions() {
@@ -30,6 +33,7 @@ namespace {
 
 constexpr const char* kPrefixes[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
 constexpr const char* kPassed[] = {"/dev/null", "/proc/self"};  // what stays the machine's own
+constexpr const char* kWritable[] = {"/dev/null", "/proc/self/fd"};
 // What the program finds empty; the rest comes with the script's files.
 constexpr const char* kDirectories[] = {
     "/dev/mtd/", "/proc/", "/mnt/mtd/Config/", "/mnt/mtd/Log/", "/mnt/backup/Config/", "/mnt/custom/",
@@ -39,9 +43,10 @@ constexpr size_t kLengthInEntry = 16, kNameInEntry = 19;  // of getdents64(2)
 
 std::atomic<int> stage{0};
 char root_path[kPathSize / 2] = "";
-bool root_is_ours = false;
+char home_path[kPathSize / 2] = "";  // the directory of this run, if it has one; it goes with it
 bool made_before = false;
 pid_t owner = 0;
+bool launched = false;
 int pending_exit = 0;
 constinit OpenFile files[kDescriptors];
 
@@ -68,9 +73,15 @@ void make_parents(char* path) {
 
 void choose_root() {
     const char* wanted = getenv("MARL_SIM_ROOT");
-    root_is_ours = wanted == nullptr || *wanted == '\0';
-    snprintf(root_path, sizeof root_path, "%s", root_is_ours ? "/tmp/board.XXXXXX" : wanted);
-    if (root_is_ours && mkdtemp(root_path) == nullptr) abort();
+    const char* home = getenv(launch::kHomeVariable);
+    const bool is_wanted = wanted != nullptr && *wanted != '\0';
+    launched = home != nullptr;
+    if (launched) {
+        snprintf(home_path, sizeof home_path, "%s", home);
+    } else if (!is_wanted && !launch::make_home(home_path, false)) {
+        abort();
+    }
+    snprintf(root_path, sizeof root_path, "%s", is_wanted ? wanted : home_path);
     real.mkdir(root_path, 0755);
     owner = getpid();
 }
@@ -138,7 +149,7 @@ void boot() {
 void clean_up() {
     if (getpid() != owner) return;
     clone_task::kill_all();
-    if (root_is_ours) remove_tree(root_path, false);
+    if (home_path[0] != '\0') remove_tree(home_path, false);
 }
 
 void end(const char* reason, ExitCode code) {
@@ -147,7 +158,7 @@ void end(const char* reason, ExitCode code) {
     clone_task::report_use();
     if (clone_task::inside()) {
         pending_exit = code;
-        kill(owner, end_signal());
+        real.kill(owner, end_signal());
         for (;;) pause();
     }
     clean_up();
@@ -156,6 +167,7 @@ void end(const char* reason, ExitCode code) {
 
 const char* place(const char* path, char (&out)[kPathSize]) {
     if (path == nullptr || !is_under(kPrefixes, path) || is_under(kPassed, path)) return nullptr;
+    if (strstr(path, "/..") != nullptr) return nullptr;  // it might lead out of the board
     // A source tree below /tmp, say, which tests need as it is.
     const char* passed = getenv("MARL_SIM_PASS");
     if (passed != nullptr && strncmp(path, passed, strlen(passed)) == 0) return nullptr;
@@ -166,6 +178,9 @@ const char* place(const char* path, char (&out)[kPathSize]) {
     if (counters && real.access(out, F_OK) != 0) snprintf(out, sizeof out, "%s", path);
     return out;
 }
+
+bool is_launched() { return launched; }
+bool may_write(const char* path) { return !launched || (path != nullptr && is_under(kWritable, path)); }
 
 bool place_inside(const char* path, char (&out)[kPathSize]) {
     if (path[0] != '/' || path[1] == '\0' || strstr(path, "..") != nullptr) return false;
@@ -224,7 +239,7 @@ bool remove_tree(const char* path, bool contents_only) {
         }
     }
     real.close(fd);
-    return contents_only || rmdir(path) == 0;
+    return contents_only || real.rmdir(path) == 0;
 }
 
 bool was_made_before() { return made_before; }

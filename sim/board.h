@@ -24,10 +24,16 @@ void boot();  // at the first call of anything; later calls cost a comparison
 // Kills clone tasks and removes the files, if they are this process' own.
 void clean_up();
 
+// Whether the program is one that the launcher started, and not a test program.
+bool is_launched();
+
 // Where a path of the program lies, or null when it is not the board's.
 const char* place(const char* path, char (&out)[kPathSize]);
 // The same for scripts and commands, for which nothing outside of the board exists.
 bool place_inside(const char* path, char (&out)[kPathSize]);
+
+// Outside of the board: a launched program may write where nothing stays.
+bool may_write(const char* path);
 
 struct OpenFile {
     bool used = false;

@@ -58,11 +58,19 @@ int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size,
     return result;
 }
 
+// What a launched program must leave alone.
+int64_t refuse(const char* path, const char* op) {
+    Line(path).add(" %s", op).failure(-EPERM);
+    return -EPERM;
+}
+
 template <class Kernel>
-int by_path(const char* op, const char* path, Kernel kernel) {
+int by_path(const char* op, bool changes, const char* path, Kernel kernel) {
     return call([&]() -> int64_t {
         char there[board::kPathSize];
-        if (board::place(path, there) == nullptr) return or_errno(kernel(path));
+        if (board::place(path, there) == nullptr) {
+            return changes && !board::may_write(path) ? refuse(path, op) : or_errno(kernel(path));
+        }
         const int64_t result = unless_faulty(path, op, [&] { return kernel(there); });
         Line(path).add(" %s", op).failure(result);
         return result;
@@ -103,8 +111,11 @@ EXPORT int open(const char* path, int flags, ...) {
         ++opens;
         char there[board::kPathSize];
         if (board::place(path, there) == nullptr) {
+            const int stream = stream_behind(path);
+            const bool changes = (flags & (O_ACCMODE | O_CREAT | O_TRUNC)) != 0;
+            if (changes && stream == 0 && !board::may_write(path)) return refuse(path, "open w");
             const int64_t passed = or_errno(real.open(path, flags, mode));
-            note_stream(static_cast<int>(passed), stream_behind(path));
+            note_stream(static_cast<int>(passed), stream);
             return passed;
         }
         const int64_t result = unless_faulty(path, "open", [&] {
@@ -184,19 +195,19 @@ DESCRIPTOR_CALL(int, ftruncate, size, (int fd, off_t size), (fd, size))
 
 // --- Paths
 
-#define PATH_CALL(name, parameters, arguments)                                               \
-    EXPORT int name parameters noexcept {                                                    \
-        return by_path(#name, path, [&](const char* there) { return real.name arguments; }); \
+#define PATH_CALL(name, changes, parameters, arguments)                                               \
+    EXPORT int name parameters noexcept {                                                             \
+        return by_path(#name, changes, path, [&](const char* there) { return real.name arguments; }); \
     }
-PATH_CALL(stat, (const char* path, struct stat* out), (there, out))
-PATH_CALL(lstat, (const char* path, struct stat* out), (there, out))
-PATH_CALL(access, (const char* path, int mode), (there, mode))
-PATH_CALL(mkdir, (const char* path, mode_t mode), (there, mode))
-PATH_CALL(unlink, (const char* path), (there))
+PATH_CALL(stat, false, (const char* path, struct stat* out), (there, out))
+PATH_CALL(lstat, false, (const char* path, struct stat* out), (there, out))
+PATH_CALL(access, false, (const char* path, int mode), (there, mode))
+PATH_CALL(mkdir, true, (const char* path, mode_t mode), (there, mode))
+PATH_CALL(unlink, true, (const char* path), (there))
 
 EXPORT DIR* opendir(const char* path) {
     DIR* directory = nullptr;
-    by_path("opendir", path, [&](const char* there) {
+    by_path("opendir", false, path, [&](const char* there) {
         directory = real.opendir(there);
         return directory != nullptr ? 0 : -1;
     });
@@ -205,6 +216,9 @@ EXPORT DIR* opendir(const char* path) {
 
 EXPORT int rename(const char* path, const char* to) noexcept {
     char target[board::kPathSize];
-    if (board::place(to, target) != nullptr) to = target;
-    return by_path("rename", path, [&](const char* there) { return real.rename(there, to); });
+    const bool is_inside = board::place(to, target) != nullptr;
+    return by_path("rename", true, path, [&](const char* there) -> int64_t {
+        if (is_inside || !board::is_launched()) return real.rename(there, is_inside ? target : to);
+        return errno = EXDEV, -1;
+    });
 }

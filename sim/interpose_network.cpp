@@ -1,21 +1,25 @@
 // Sockets.
 #include "devices.h"
 #include "interpose.h"
+#include "launch/run.h"
 #include "uevent.h"
 
 using namespace sim;
 
 EXPORT int socket(int domain, int type, int protocol) noexcept {
     return call([&]() -> int64_t {
-        if (domain == AF_UNIX) return or_errno(real.socket(domain, type, protocol));
+        if (domain == AF_UNIX && !board::is_launched()) return or_errno(real.socket(domain, type, protocol));
         const int64_t result = unless_faulty("socket", "open", [&] {
             if (domain == AF_NETLINK) return uevent::open();
-            if (devices::state.network) return real.socket(domain, type, protocol);
+            if (devices::state.network && domain != AF_UNIX) return real.socket(domain, type, protocol);
             errno = EAFNOSUPPORT;
             return -1;
         });
         if (result >= 0) board::track(static_cast<int>(result), "socket");
-        const char* name = domain == AF_INET ? "inet" : domain == AF_PACKET ? "packet" : "netlink";
+        const char* name = domain == AF_INET      ? "inet"
+                           : domain == AF_PACKET  ? "packet"
+                           : domain == AF_NETLINK ? "netlink"
+                                                  : "other";
         Line("socket").add(" open %s", name).failure(result);
         return result;
     });
@@ -30,4 +34,11 @@ TRANSFER(sendto, "sendto",
 EXPORT int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
     return on_file("bind", fd, address->sa_family,
                    [&] { return uevent::is_open(fd) ? 0 : real.bind(fd, address, length); });
+}
+
+EXPORT int unshare(int flags) noexcept {
+    find_real_functions();
+    const int result = real.unshare(flags);
+    if (result == 0 && (flags & CLONE_NEWNET) != 0) launch::remember_network();
+    return result;
 }

@@ -1,10 +1,6 @@
-// Threads, tasks and processes, and what they would do to the machine.
+// Threads, tasks and processes.
 #include <dlfcn.h>
-#include <sys/mount.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
-
-#include <cstdarg>
 
 #include "interpose.h"
 
@@ -30,21 +26,6 @@ void unwrap(int (*&function)(void*), void*& argument) {
     const Wrapped wrapped = *static_cast<Wrapped*>(argument);
     function = wrapped.function;
     argument = wrapped.argument;
-}
-
-// The system call's own record, which is no timeval where the C library counts in 64 bits and a long has 32.
-struct KernelTime {
-    long seconds;
-    long microseconds;
-};
-
-int64_t set_clock(const KernelTime* time, const struct timezone* zone) {
-    const int64_t fault = script::fault_of("clock", "settimeofday");
-    Line line("clock settimeofday");
-    if (time != nullptr) line.add(" %lld", static_cast<long long>(time->seconds));
-    if (zone != nullptr) line.add(" west %d", zone->tz_minuteswest);
-    line.failure(fault);
-    return fault < 0 ? fault : 0;
 }
 
 }  // namespace
@@ -99,43 +80,4 @@ EXPORT int system(const char* command) {
 EXPORT void _exit(int code) {
     board::clean_up();
     for (;;) real.syscall(SYS_exit_group, code);
-}
-
-// A vforked child that wants a shell: the board's commands are that.
-EXPORT int execve(const char* path, char* const* arguments, char* const* environment) noexcept {
-    find_real_functions();
-    if (strcmp(path, "/bin/sh") != 0) return real.execve(path, arguments, environment);
-    const int status = system(arguments[2]);
-    _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status));
-}
-
-// --- The machine itself
-
-EXPORT void sync() noexcept { recorded("sync"); }
-EXPORT int umount(const char*) noexcept { return recorded("umount"); }
-EXPORT int umount2(const char*, int) noexcept { return recorded("umount"); }
-EXPORT int mount(const char*, const char*, const char*, unsigned long, const void*) noexcept {
-    return recorded("mount");
-}
-EXPORT int reboot(int) noexcept { return recorded("reboot"); }
-
-EXPORT int settimeofday(const timeval*, const struct timezone*) noexcept {
-    return recorded("settimeofday", EINVAL);
-}
-EXPORT int clock_settime(clockid_t, const timespec*) noexcept { return recorded("clock_settime", EPERM); }
-
-EXPORT long syscall(long number, ...) noexcept {
-    va_list arguments;
-    va_start(arguments, number);
-    long a[6];
-    for (long& each : a) each = va_arg(arguments, long);
-    va_end(arguments);
-    find_real_functions();
-    const bool changes_machine = number == SYS_reboot || number == SYS_sync || number == SYS_mount ||
-                                 number == SYS_umount2 || number == SYS_clock_settime;
-    if (changes_machine) return recorded("syscall", EPERM);
-    if (number != SYS_settimeofday) return real.syscall(number, a[0], a[1], a[2], a[3], a[4], a[5]);
-    return call([&] {
-        return set_clock(reinterpret_cast<KernelTime*>(a[0]), reinterpret_cast<struct timezone*>(a[1]));
-    });
 }

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include "clock.h"
+#include "launch/run.h"
 #include "real.h"
 
 namespace sim::record {
@@ -12,8 +13,6 @@ namespace {
 
 constexpr size_t kMemory = 4U << 20;
 constexpr size_t kBytesShown = 16;
-// Out of the way of the program's descriptors: some of its tests count them.
-constexpr int kFirstDescriptor = 900;
 
 char memory[kMemory];
 size_t used = 0;
@@ -24,8 +23,10 @@ constinit clock::Lock lock;
 
 void open(const char* target) {
     if (target == nullptr) return;
-    const int opened = real.open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    file = fcntl(opened, F_DUPFD_CLOEXEC, kFirstDescriptor);
+    const int opened = strcmp(target, "-") == 0
+                           ? dup(STDOUT_FILENO)
+                           : real.open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    file = fcntl(opened, F_DUPFD_CLOEXEC, launch::kFirstDescriptor);
     real.close(opened);
 }
 

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -24,7 +25,8 @@
     X(open) X(close) X(read) X(pread) X(write) X(pwrite) X(ioctl) X(lseek) X(mmap64) X(ftruncate) \
     X(stat) X(access) X(unlink) X(rename) X(mkdir) X(socket) X(sendto) X(setsockopt) X(select) \
     X(clock_nanosleep) X(syscall) X(clone) X(execve) X(pthread_create) X(pthread_mutex_lock) \
-    X(pthread_mutex_trylock) X(pthread_mutex_unlock) X(bind) X(opendir) X(lstat) X(fcntl)
+    X(pthread_mutex_trylock) X(pthread_mutex_unlock) X(bind) X(opendir) X(lstat) X(unshare) X(kill) X(rmdir) \
+    X(truncate) X(fcntl)
 // clang-format on
 
 namespace sim {

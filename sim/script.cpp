@@ -6,6 +6,7 @@
 
 #include "board.h"
 #include "devices.h"
+#include "launch/run.h"
 #include "real.h"
 #include "uevent.h"
 #include "words.h"
@@ -96,7 +97,7 @@ bool at_place(const char* path, Body body) {
 }
 
 bool resize(const char* path, off_t size) {
-    return at_place(path, [size](const char* there) { return truncate(there, size) == 0; });
+    return at_place(path, [size](const char* there) { return real.truncate(there, size) == 0; });
 }
 
 bool remove_file(const char* path) {
@@ -237,6 +238,13 @@ bool do_at(Words& words) {
     return events.add({at, keep(words.rest()), 0, 0, 0});
 }
 
+// The machine's own interfaces are none of the board's.
+bool do_network(Words&) {
+    if (!launch::has_own_network())
+        board::end("has no network namespace of its own for \"network real\"", board::kBadScript);
+    return state.network = true;
+}
+
 // What a line begins with, and what it does or, where that is all, which number it sets.
 struct Verb {
     const char* name;
@@ -272,7 +280,7 @@ constexpr Verb kVerbs[] = {
     {"beat", do_beat},
     {"at", do_at},
     {"rtc stopped", [](Words&) { return state.rtc_stopped = true; }},
-    {"network real", [](Words&) { return state.network = true; }},
+    {"network real", do_network},
     {"expander", nullptr, &state.expander},
     {"spi0 alive", nullptr, &state.alive},
     {"spi0 status", nullptr, &state.link_status},

@@ -23,4 +23,7 @@ SIM_EXPORT double now();
 // True when open() of this process is the board's: tests must not go on otherwise.
 SIM_EXPORT bool in_place();
 
+// By which the launcher knows the library.
+SIM_EXPORT extern const char build_word[];
+
 }  // namespace sim

@@ -24,12 +24,16 @@ std::string scratch_directory() {
     return path;
 }
 
+}  // namespace
+
 std::string read_file(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     std::ostringstream text;
     text << file.rdbuf();
     return text.str();
 }
+
+namespace {
 
 std::vector<std::string> words(const char* text) {
     std::istringstream stream(text);
@@ -38,17 +42,11 @@ std::vector<std::string> words(const char* text) {
     return out;
 }
 
-// The board is preloaded under the program only; an emulator passes it on to its guest.
+// The launcher is a program of the build as well: an emulator runs it, and it starts another for the program.
 std::vector<std::string> command_line(const std::string& program, const Options& options) {
-    const std::string build = MARL_BUILD_DIR;
-    const std::string preload = "LD_PRELOAD=" + build + "/libmarlsim.so";
+    const std::string build = options.build.empty() ? MARL_BUILD_DIR : options.build;
     std::vector<std::string> command = words(MARL_EMULATOR);
-    if (command.empty()) {
-        command = {"/usr/bin/env", preload};
-    } else {
-        command.insert(command.end(), {"-E", preload});
-    }
-    command.push_back(build + "/" + program);
+    command.insert(command.end(), {build + "/sim-launch", build + "/" + program});
     command.insert(command.end(), options.arguments.begin(), options.arguments.end());
     return command;
 }

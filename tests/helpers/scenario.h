@@ -52,6 +52,7 @@ struct Options {
     std::vector<std::string> arguments = {};
     std::string root = {};  // an existing board directory; empty: a fresh one that goes with the run
     bool keep_output = false;
+    std::string build = {};  // another build directory than this one
 };
 
 // `program` is a path in the build directory, "sentrel" or "tests/...".
@@ -62,6 +63,8 @@ inline Outcome run_sentrel(const std::string& script, double seconds, const Opti
     with_time.seconds = seconds;
     return run("sentrel", script, with_time);
 }
+
+std::string read_file(const std::string& path);
 
 // A board directory for several runs; removed at the end.
 class BoardDirectory {

@@ -1,0 +1,247 @@
+// Starts a program on the simulated board, or not at all.
+//
+// The loader takes LD_PRELOAD apart at blanks and colons, ignores it for programs with privileges and only
+// warns of what it cannot load; the program would run on, and reach the machine. So everything that could
+// keep the board out is looked at first, and at last the loader itself is asked whether it loads the board.
+#include <elf.h>
+#include <link.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "build_word.h"
+#include "run.h"
+
+namespace {
+
+using sim::launch::kHomeVariable;
+
+constexpr int kRefused = 2;
+constexpr const char* kLibrary = "libmarlsim.so";
+
+char home[PATH_MAX] = "";
+std::string preload;  // the board under a name that the loader leaves whole
+
+[[noreturn]] __attribute__((format(printf, 1, 2))) void refuse(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    fputs("simulated board: not started: ", stderr);
+    vfprintf(stderr, format, arguments);
+    fputs("\n", stderr);
+    va_end(arguments);
+    if (*home != '\0') {
+        unlink(preload.c_str());
+        rmdir(home);
+    }
+    exit(kRefused);
+}
+
+// --- Files as the loader sees them
+
+class Image {
+  public:
+    explicit Image(const char* path) : path_(path) {
+        const int fd = open(path, O_RDONLY | O_CLOEXEC);
+        struct stat info {};
+        if (fd < 0 || fstat(fd, &info) != 0) refuse("%s: %s", path, strerror(errno));
+        if (!S_ISREG(info.st_mode)) refuse("%s: not a regular file", path);
+        const auto size = static_cast<size_t>(info.st_size);
+        void* mapped = size > 0 ? mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0) : MAP_FAILED;
+        if (mapped != MAP_FAILED) bytes_ = {static_cast<const char*>(mapped), size};
+        close(fd);
+        if (header() == nullptr || memcmp(header()->e_ident, ELFMAG, SELFMAG) != 0) {
+            refuse("%s: not a program or library of this system", path);
+        }
+    }
+
+    void must_be_like(const Image& other) const {
+        const auto kind = [](const ElfW(Ehdr) & h) {
+            return h.e_ident[EI_CLASS] << 24 | h.e_ident[EI_DATA] << 16 | h.e_machine;
+        };
+        if (kind(*header()) != kind(*other.header())) refuse("%s: built for another architecture", path_);
+    }
+
+    // The loader that it names; empty when it is linked statically.
+    std::string_view loader() const {
+        for (size_t i = 0; i < header()->e_phnum; ++i) {
+            const auto* part = at<ElfW(Phdr)>(header()->e_phoff + i * sizeof(ElfW(Phdr)));
+            if (part == nullptr || part->p_type != PT_INTERP) continue;
+            return bytes_.substr(std::min<size_t>(part->p_offset, bytes_.size()), part->p_filesz);
+        }
+        return {};
+    }
+
+    bool contains(std::string_view text) const { return bytes_.find(text) != std::string_view::npos; }
+
+  private:
+    template <class T>
+    const T* at(size_t offset) const {
+        const bool inside = offset <= bytes_.size() && bytes_.size() - offset >= sizeof(T);
+        return inside ? reinterpret_cast<const T*>(bytes_.data() + offset) : nullptr;
+    }
+    const ElfW(Ehdr) * header() const { return at<ElfW(Ehdr)>(0); }
+
+    const char* path_;
+    std::string_view bytes_;
+};
+
+// --- What must be true before
+
+// With privileges to gain, the loader does not do as the environment says.
+void check_privileges(const char* program) {
+    struct stat info {};
+    if (stat(program, &info) != 0) refuse("%s: %s", program, strerror(errno));
+    if ((info.st_mode & (S_ISUID | S_ISGID)) != 0) refuse("%s: set-user-id or set-group-id", program);
+    if (getxattr(program, "security.capability", nullptr, 0) >= 0) refuse("%s: has capabilities", program);
+    if (getuid() != geteuid() || getgid() != getegid()) refuse("the user is not who started this");
+}
+
+void check_program(const char* program, const Image& own) {
+    const Image image(program);
+    image.must_be_like(own);
+    if (image.loader().empty()) refuse("%s: linked statically", program);
+    if (image.loader() != own.loader()) refuse("%s: made for another C library", program);
+    if (access(program, X_OK) != 0) refuse("%s: %s", program, strerror(errno));
+}
+
+void check_library(const char* library, const Image& own) {
+    const Image image(library);
+    image.must_be_like(own);
+    if (!image.contains(MARL_SIM_BUILD_WORD)) refuse("%s: of another build than this launcher", library);
+}
+
+// --- Network
+
+void write_text(const char* path, const std::string& text) {
+    const int fd = open(path, O_WRONLY | O_CLOEXEC);
+    const bool done = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (!done) refuse("%s: %s", path, strerror(errno));
+    close(fd);
+}
+
+// More scripts than those that mean it are welcome to a namespace of their own.
+bool wants_network() {
+    const char* script = getenv("MARL_SIM_BOARD");
+    FILE* file = script != nullptr ? fopen(script, "re") : nullptr;
+    if (file == nullptr) return false;
+    bool wanted = false;
+    for (char line[4096]; !wanted && fgets(line, sizeof line, file) != nullptr;) {
+        wanted = strstr(line, "network real") != nullptr;
+    }
+    fclose(file);
+    return wanted;
+}
+
+void make_network() {
+    const auto user = std::to_string(getuid()), group = std::to_string(getgid());
+    const bool is_root = geteuid() == 0;
+    if (unshare(is_root ? CLONE_NEWNET : CLONE_NEWUSER | CLONE_NEWNET) != 0) {
+        refuse("the script wants a network of its own: %s", strerror(errno));
+    }
+    if (!is_root) {
+        write_text("/proc/self/setgroups", "deny");
+        write_text("/proc/self/uid_map", "0 " + user + " 1");
+        write_text("/proc/self/gid_map", "0 " + group + " 1");
+    }
+    sim::launch::remember_network();
+}
+
+// --- The start
+
+// The program with the variables that are for its loader alone; an emulator hands them to its guest.
+[[noreturn]] void execute(char** program, const std::vector<std::string>& variables) {
+    std::string emulator = MARL_EMULATOR;
+    std::vector<char*> command;
+    for (char* word = strtok(emulator.data(), " "); word != nullptr; word = strtok(nullptr, " ")) {
+        command.push_back(word);
+    }
+    const bool emulated = !command.empty();
+    unsetenv("LD_PRELOAD");
+    for (const std::string& variable : variables) {
+        auto* text = const_cast<char*>(variable.c_str());
+        if (!emulated) {
+            putenv(text);
+            continue;
+        }
+        command.insert(command.end(), {const_cast<char*>("-E"), text});
+    }
+    while (*program != nullptr) command.push_back(*program++);
+    command.push_back(nullptr);
+    emulated ? execvp(command[0], command.data()) : execv(command[0], command.data());
+    refuse("%s: %s", command[0], strerror(errno));
+}
+
+// The loader lists what it would load, and starts nothing.
+std::string ask_loader(char** program) {
+    int ends[2];
+    if (pipe(ends) != 0) refuse("%s", strerror(errno));
+    const pid_t child = fork();
+    if (child == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        *home = '\0';  // its end is not the run's
+        execute(program, {"LD_TRACE_LOADED_OBJECTS=1", "LD_PRELOAD=" + preload});
+    }
+    close(ends[1]);
+    std::string list;
+    char part[4096];
+    for (ssize_t got = 0; (got = read(ends[0], part, sizeof part)) > 0;) {
+        list.append(part, static_cast<size_t>(got));
+    }
+    close(ends[0]);
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child || status != 0) refuse("the loader cannot be asked");
+    return list;
+}
+
+// What runs that were killed have left: nobody holds it locked.
+void clear_left_behind() {
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(sim::launch::kParent, ignored)) {
+        const std::filesystem::path& path = entry.path();
+        const bool is_home = path.filename().string().starts_with(sim::launch::kStart);
+        const int fd = is_home ? sim::launch::lock(path.c_str(), LOCK_EX | LOCK_NB) : -1;
+        if (fd < 0) continue;
+        std::filesystem::remove_all(path, ignored);
+        close(fd);
+    }
+}
+
+void preload_board(const std::string& library) {
+    clear_left_behind();
+    if (!sim::launch::make_home(home, true))
+        refuse("no directory below %s: %s", sim::launch::kParent, strerror(errno));
+    setenv(kHomeVariable, home, 1);
+    preload = std::string(home) + "/" + kLibrary;
+    if (symlink(library.c_str(), preload.c_str()) != 0) refuse("%s: %s", preload.c_str(), strerror(errno));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) refuse("usage: %s PROGRAM [ARGUMENT...]", argv[0]);
+    char own_path[PATH_MAX] = {};
+    if (readlink("/proc/self/exe", own_path, sizeof own_path - 1) < 0) refuse("/proc: %s", strerror(errno));
+    const Image own(own_path);
+    const std::string library = std::string(own_path, strrchr(own_path, '/') + 1) + kLibrary;
+    check_privileges(argv[1]);
+    check_program(argv[1], own);
+    check_library(library.c_str(), own);
+    if (wants_network() && !sim::launch::has_own_network()) make_network();
+    preload_board(library);
+    if (ask_loader(argv + 1).find("\t" + preload + " (") == std::string::npos) {
+        refuse("%s: the loader leaves out the board", argv[1]);
+    }
+    execute(argv + 1, {"LD_PRELOAD=" + preload});
+}
