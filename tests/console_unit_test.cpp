@@ -2,13 +2,10 @@
 // output and error are the console, in real time: the board's clock does not wait for a console.
 #include <fcntl.h>
 #include <poll.h>
-#include <stdlib.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,6 +17,7 @@
 #include "base/fd.h"
 #include "daemon/process.h"
 #include "gtest/gtest.h"
+#include "helpers/console.h"
 #include "libmarl/hwinfo.h"
 #include "libmarl/system.h"
 #include "sim.h"
@@ -27,61 +25,20 @@
 namespace {
 
 using namespace marl;
+using console::Console;
+using console::Kind;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr milliseconds kHung{10'000};
 
-enum class Kind { CookedTerminal, RawTerminal, Pipe, Socket };
-
-// Both ends of a console, as its writer and its reader have them.
-struct Console {
-    explicit Console(Kind kind) {
-        int ends[2] = {-1, -1};
-        if (kind == Kind::Pipe) {
-            EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
-        } else if (kind == Kind::Socket) {
-            EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        } else {
-            ends[0] = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-            unlockpt(ends[0]);
-            ends[1] = ::ioctl(ends[0], TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC);
-            EXPECT_GE(ends[1], 0) << "no terminal to be had";
-            termios settings{};
-            tcgetattr(ends[1], &settings);
-            if (kind == Kind::RawTerminal) cfmakeraw(&settings);
-            tcsetattr(ends[1], TCSANOW, &settings);
-        }
-        reader = ends[0];
-        writer = ends[1];
-        fcntl(reader, F_SETFL, O_NONBLOCK);
-    }
-    ~Console() {
-        close(reader);
-        close(writer);
-    }
-    Console(const Console&) = delete;
-    Console& operator=(const Console&) = delete;
-
-    // What is there to be read, but no more than `most` bytes.
-    std::string take(size_t most) const {
-        std::string text(most, '\0');
-        const ssize_t n = read(reader, text.data(), text.size());
-        text.resize(n > 0 ? static_cast<size_t>(n) : 0);
-        return text;
-    }
-
-    int reader;
-    int writer;
-};
-
 // A process whose standard output and error are a descriptor.
 class Writer {
   public:
-    Writer(int console, const std::function<void()>& body) : pid_(fork()) {
+    Writer(int streams, const std::function<void()>& body) : pid_(fork()) {
         if (pid_ != 0) return;
-        dup2(console, STDOUT_FILENO);
-        dup2(console, STDERR_FILENO);
+        dup2(streams, STDOUT_FILENO);
+        dup2(streams, STDERR_FILENO);
         body();
         _exit(0);
     }
@@ -135,23 +92,12 @@ TEST(Console, ThatIsSlowGetsEveryLine) {
     for (const Kind kind : {Kind::CookedTerminal, Kind::RawTerminal}) {
         SCOPED_TRACE(static_cast<int>(kind));
         const Console console(kind);
-        Writer writer(console.writer, [] {
+        Writer writer(console.writer(), [] {
             for (int i = 0; i < kBlocks; ++i) print_system_info();
         });
         EXPECT_EQ(lines_in(drain(console, writer, 11'500)), kBlocks * kBlockLines);
         EXPECT_EQ(writer.wait(), 0);
     }
-}
-
-void fill(const Console& console) {
-    const int flags = fcntl(console.writer, F_GETFL);
-    fcntl(console.writer, F_SETFL, flags | O_NONBLOCK);
-    for (const size_t size : {size_t{4096}, size_t{1}}) {
-        const std::string block(size, 'x');
-        while (write(console.writer, block.data(), block.size()) > 0) {
-        }
-    }
-    fcntl(console.writer, F_SETFL, flags);
 }
 
 // Ends with 0 when all of it took less than a second.
@@ -180,10 +126,10 @@ TEST(Console, ThatIsStuckHoldsNobodyUpAndComesBack) {
         for (const auto& body : {say_much, have_children_say_much}) {
             SCOPED_TRACE(static_cast<int>(kind));
             const Console console(kind);
-            fill(console);
-            Writer writer(console.writer, body);
+            console.fill();
+            Writer writer(console.writer(), body);
             EXPECT_EQ(writer.wait(), 0);
-            EXPECT_EQ(fcntl(console.writer, F_GETFL) & O_NONBLOCK,
+            EXPECT_EQ(fcntl(console.writer(), F_GETFL) & O_NONBLOCK,
                       kind == Kind::Socket ? O_NONBLOCK * (body != say_much) : 0)
                 << "a stream that others share stays as it is";
         }
@@ -192,8 +138,8 @@ TEST(Console, ThatIsStuckHoldsNobodyUpAndComesBack) {
 
 TEST(Console, ThatIsReadAgainGetsWholeLinesAgain) {
     const Console console(Kind::CookedTerminal);
-    fill(console);
-    Writer writer(console.writer, [] {
+    console.fill();
+    Writer writer(console.writer(), [] {
         diag::line("lost");
         for (int i = 0; i < 40; ++i) {
             diag::line("tried");
@@ -206,15 +152,15 @@ TEST(Console, ThatIsReadAgainGetsWholeLinesAgain) {
 }
 
 TEST(Console, ThatIsGoneOrAtItsLimitEndsNobody) {
-    const Console gone(Kind::Pipe);
-    Writer after(gone.writer, [&gone] {
-        close(gone.reader);
+    Console gone(Kind::Pipe);
+    Writer after(gone.writer(), [&gone] {
+        gone.hang_up();
         poll(nullptr, 0, 50);
         errno = ENOTDIR;
         const bool dropped = diag::line("to nobody") == -1 && diag::err("to nobody\n") == -1;
         _exit(dropped && errno == ENOTDIR ? 0 : 1);
     });
-    close(const_cast<Console&>(gone).reader);
+    gone.hang_up();
     EXPECT_EQ(after.wait(), 0);
 
     const int file = memfd_create("log", MFD_CLOEXEC);
@@ -274,7 +220,7 @@ TEST(Console, GetsOneWholeMessageAtATime) {
     };
     for (const Case& one : cases) {
         const Console console(Kind::Pipe);
-        Writer writer(console.writer, one.say);
+        Writer writer(console.writer(), one.say);
         const std::string text = drain(console, writer, 1'000'000);
         SCOPED_TRACE(text);
         EXPECT_EQ(text.size(), size_t{diag::kMessageMax} - 1);

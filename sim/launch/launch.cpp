@@ -184,12 +184,15 @@ void make_network() {
 // The loader lists what it would load, and starts nothing.
 std::string ask_loader(char** program) {
     int ends[2];
-    if (pipe(ends) != 0) refuse("%s", strerror(errno));
+    if (pipe2(ends, O_CLOEXEC) != 0) refuse("%s", strerror(errno));
+    for (int& end : ends) {  // the program's streams may be closed, and are nobody's to fill
+        const int low = end;
+        end = fcntl(low, F_DUPFD_CLOEXEC, sim::launch::kFirstDescriptor);
+        close(low);
+    }
     const pid_t child = fork();
     if (child == 0) {
         dup2(ends[1], STDOUT_FILENO);
-        close(ends[0]);
-        close(ends[1]);
         *home = '\0';  // its end is not the run's
         execute(program, {"LD_TRACE_LOADED_OBJECTS=1", "LD_PRELOAD=" + preload});
     }

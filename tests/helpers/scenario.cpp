@@ -51,7 +51,7 @@ std::vector<std::string> command_line(const std::string& program, const Options&
     return command;
 }
 
-int spawn(const std::vector<std::string>& command, const std::string& output) {
+int spawn(const std::vector<std::string>& command, const std::string& output, const Options& options) {
     std::vector<char*> arguments;
     for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
@@ -60,6 +60,8 @@ int spawn(const std::vector<std::string>& command, const std::string& output) {
         const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         dup2(out, STDOUT_FILENO);
         dup2(out, STDERR_FILENO);
+        close(out);
+        if (options.streams) options.streams();
         execvp(arguments[0], arguments.data());
         _exit(127);
     }
@@ -132,8 +134,8 @@ Outcome run(const std::string& program, const std::string& script, const Options
     } else {
         setenv("MARL_SIM_ROOT", options.root.c_str(), 1);
     }
-    const int status =
-        spawn(command_line(program, options), options.keep_output ? scratch + "/output" : "/dev/null");
+    const int status = spawn(command_line(program, options),
+                             options.keep_output ? scratch + "/output" : "/dev/null", options);
     Outcome result{Journal(read_file(journal)), status,
                    options.keep_output ? read_file(scratch + "/output") : ""};
     std::filesystem::remove_all(scratch);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,7 +53,8 @@ struct Options {
     std::vector<std::string> arguments = {};
     std::string root = {};  // an existing board directory; empty: a fresh one that goes with the run
     bool keep_output = false;
-    std::string build = {};  // another build directory than this one
+    std::function<void()> streams = {};  // run in the program's process, in place of redirecting its output
+    std::string build = {};              // another build directory than this one
 };
 
 // `program` is a path in the build directory, "sentrel" or "tests/...".
