@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "base/diag.h"
+#include "base/text.h"
 #include "daemon/proc_stat.h"
 #include "helpers/board.h"
 
@@ -78,6 +79,11 @@ TEST(Console, ThatIsGoneOrFullDropsOutput) {
     }
     EXPECT_EQ(results, Ints(3, -1));
     EXPECT_EQ(error, 42) << "messages leave errno alone";
+}
+
+TEST(Text, WordsAndNumbers) {
+    EXPECT_EQ(first_word(" \t one two"), "one");
+    EXPECT_EQ(Ints({decimal("4294967297"), decimal("-7x")}), Ints({1, -7})) << "the low 32 bits";
 }
 
 TEST(ProcStat, ClimbsToItsAncestors) {
