@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "base/diag.h"
+#include "base/text.h"
 #include "daemon/proc_stat.h"
 #include "helpers/board.h"
 
@@ -12,6 +13,11 @@ namespace {
 
 using namespace board;
 using namespace marl;
+
+TEST(Text, WordsAndNumbers) {
+    EXPECT_EQ(first_word(" \t one two"), "one");
+    EXPECT_EQ(Ints({decimal("4294967297"), decimal("-7x")}), Ints({1, -7})) << "the low 32 bits";
+}
 
 TEST(ProcStat, ClimbsToItsAncestors) {
     load(

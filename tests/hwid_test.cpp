@@ -8,10 +8,7 @@ using namespace board;
 using scenario::Outcome;
 
 Outcome identify(const std::string& script, const std::vector<std::string>& arguments = {}) {
-    scenario::Options options;
-    options.arguments = arguments;
-    options.keep_output = true;
-    Outcome result = scenario::run("tests/identify", script, options);
+    Outcome result = scenario::run("tests/identify", script, {.arguments = arguments, .keep_output = true});
     EXPECT_EQ(result.status, 0);
     return result;
 }
@@ -32,6 +29,10 @@ TEST_P(Identity, IsFoundBeforeMain) {
         EXPECT_TRUE(says(run, line)) << line << "\nin\n" << run.output;
 }
 
+std::string times(int number, const std::string& text) {
+    return number == 0 ? "" : text + times(number - 1, text);
+}
+
 std::string packed(const std::string& digits) { return "file /proc/qorzo/bootpara HWID:" + digits + "\n"; }
 
 const std::string kDefinition = R"(file /mnt/custom/ProductDefinition "Vendor" : "x",
@@ -41,71 +42,65 @@ file /mnt/custom/ProductDefinition "Device" : "TRV-A9-X",
 
 INSTANTIATE_TEST_SUITE_P(
     ColonSeparated, Identity,
-    testing::Values(Case{"Whole",
-                         "env HWID=KXE4AF:1:2:0:7:5:0:4:1:3:3:1:12c_12c:2:0:0:1:0:1:3:0\n",
-                         {"type=6 code=0 model=KXE4AF keyboard=0 gpio=1\n",
-                          "hwid=00000000000000000000000000000000\n",
-                          "info=6 4 32 2 7 5 1 0 0 1 0 0 0 3 1 0 1 0 1 2 0 3 3 2 0 \n", "clocks=300 300 \n"}},
-                    Case{"UnknownModel",
-                         "env HWID=NOSUCH:1:2\n",
-                         {"type=-1 code=0 model=NOSUCH", "Undefined NOSUCH in [product_type]"}},
-                    Case{"EmptyAndWrongParts",
-                         "env HWID=QZ-NRX2::zz:3\n",
-                         {"type=9 ", "info=9 0 32 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 3 "}},
-                    Case{"TooManyParts",
-                         "env "
-                         "HWID=Q3:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:"
-                         "1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1:1\n",
-                         {"type=13 ", "clocks=1 \n"}},
-                    Case{"TooManyClocks",
-                         "env HWID=Q3:1:1:1:1:1:1:1:1:1:1:1:1_2_3_4_5_6_7_8_9_a:7\n",
-                         {"clocks=1 2 3 4 5 6 7 8 \n", "info=13 1 32 7 "}},
-                    Case{"LongModel",
-                         "env HWID=M2345678901234567890123456789012345:1\n",
-                         {"type=-1 code=0 model=M234567890123456789012345678901 "}}),
+    testing::ValuesIn<Case>(
+        {{"Whole",
+          "env HWID=KXE4AF:1:2:0:7:5:0:4:1:3:3:1:12c_12c:2:0:0:1:0:1:3:0\n",
+          {"type=6 code=0 model=KXE4AF keyboard=0 gpio=1\n", "hwid=00000000000000000000000000000000\n",
+           "info=6 4 32 2 7 5 1 0 0 1 0 0 0 3 1 0 1 0 1 2 0 3 3 2 0 \n", "clocks=300 300 \n"}},
+         {"UnknownModel",
+          "env HWID=NOSUCH:1:2\n",
+          {"type=-1 code=0 model=NOSUCH", "Undefined NOSUCH in [product_type]"}},
+         {"EmptyAndWrongParts",
+          "env HWID=QZ-NRX2::zz:3\n",
+          {"type=9 ", "info=9 0 32 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 3 "}},
+         {"TooManyParts", "env HWID=Q3" + times(60, ":1") + "\n", {"type=13 ", "clocks=1 \n"}},
+         {"TooManyClocks",
+          "env HWID=Q3:1:1:1:1:1:1:1:1:1:1:1:1_2_3_4_5_6_7_8_9_a:7\n",
+          {"clocks=1 2 3 4 5 6 7 8 \n", "info=13 1 32 7 "}},
+         {"LongModel",
+          "env HWID=M2345678901234567890123456789012345:1\n",
+          {"type=-1 code=0 model=M234567890123456789012345678901 "}}}),
     scenario::ByWhat());
 
 INSTANTIATE_TEST_SUITE_P(
     Packed, Identity,
-    testing::Values(
-        Case{"BootParameter",
-             packed("2A9") + "file /proc/qorzo/bootpara qz_keyboard:2\n",
-             {"type=0 code=9 model=QZ-NRX2 keyboard=2", "info=9 21 32 ", "hwid=a902000000000000"}},
-        Case{"EveryField",
-             packed("8A5B8D4C3B2A1948"),
-             {"hwid=48192a3b4c8d5b8a", "code=8 ",
-              "info=8 10 6 20 2 11 3 12 4 2 3 0 3 5 5 2 1 8 0 2 0 63 63 0 0 ",
-              "[libmarl] Uncorrect hardware version!"}},
-        Case{"EnvironmentHasMoreDigits",
-             "env HWID=abcd0000000000001189\n",
-             {"hwid=8911000000000000cdab000000000000", "code=9 ", "get hwid err\n",
-              "[libmarl] no new hwid scheme!\n"}},
-        Case{"NothingAnywhere",
-             "",
-             {"type=0 code=0 model=unknow ", "info=0 32 32 0 ", "get hwid err\n", "get_armboot_para\n",
-              "open /mnt/mtdblock1"}},
-        Case{
-            "Record",
-            R"(file! /mnt/mtdblock1 \xef\xcd\xab\x89\x0a\x01\x02\x03\x04\x05\x06\x90\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f)",
-            {"hwid=0a010203040506900800000000000000", "code=0 model=IPC-KA2 "}},
-        Case{
-            "RecordWithWrongMagic",
-            R"(file! /mnt/mtdblock1 \x78\x56\x34\x12\x0a\x01\x02\x03\x04\x05\x06\x90\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f)",
-            {"MAGIC error: 12345678\n", "hwid=00000000000000000000000000000000"}},
-        Case{"ShortRecord",
-             R"(file! /mnt/mtdblock1 \xef\xcd\xab\x89\x0a)",
-             {"read /mnt/mtdblock1", "model=unknow "}},
-        Case{"DeviceFromTheDefinition", packed("05") + kDefinition, {"model=TRV-A9-X ", "info=5 32 "}},
-        Case{"RecorderFromTheDefinition", packed("09") + kDefinition, {"model=QZ-TRV-A9-X\n "}},
-        Case{"DefinitionWithoutQuotes",
-             packed("1f") + "file /mnt/custom/ProductDefinition Device: none\n",
-             {"model=TRV-A3-S "}},
-        Case{"UnsupportedHardware",
-             packed("6000000000012"),
-             {"model=IPC-KM1 ", "|hwid_transform|738): hardware version"}},
-        Case{"LineWithoutValue",
-             "file /proc/qorzo/bootpara HWID:\nfile! /proc/qorzo/bootpara qz_keyboard",
-             {"code=0 model=unknow keyboard=0"}}),
+    testing::ValuesIn<Case>(
+        {{"BootParameter",
+          packed("2A9") + "file /proc/qorzo/bootpara qz_keyboard:2\n",
+          {"type=0 code=9 model=QZ-NRX2 keyboard=2", "info=9 21 32 ", "hwid=a902000000000000"}},
+         {"EveryField",
+          packed("8A5B8D4C3B2A1948"),
+          {"hwid=48192a3b4c8d5b8a", "code=8 ",
+           "info=8 10 6 20 2 11 3 12 4 2 3 0 3 5 5 2 1 8 0 2 0 63 63 0 0 ",
+           "[libmarl] Uncorrect hardware version!"}},
+         {"EnvironmentHasMoreDigits",
+          "env HWID=abcd0000000000001189\n",
+          {"hwid=8911000000000000cdab000000000000", "code=9 ", "get hwid err\n",
+           "[libmarl] no new hwid scheme!\n"}},
+         {"NothingAnywhere",
+          "",
+          {"type=0 code=0 model=unknow ", "info=0 32 32 0 ", "get hwid err\n", "get_armboot_para\n",
+           "open /mnt/mtdblock1"}},
+         {"Record",
+          R"(file! /mnt/mtdblock1 \xef\xcd\xab\x89\x0a\x01\x02\x03\x04\x05\x06\x90\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f)",
+          {"hwid=0a010203040506900800000000000000", "code=0 model=IPC-KA2 "}},
+         {"RecordWithWrongMagic",
+          R"(file! /mnt/mtdblock1 \x78\x56\x34\x12\x0a\x01\x02\x03\x04\x05\x06\x90\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f)",
+          {"MAGIC error: 12345678\n", "hwid=00000000000000000000000000000000"}},
+         {"ShortRecord",
+          R"(file! /mnt/mtdblock1 \xef\xcd\xab\x89\x0a)",
+          {"read /mnt/mtdblock1", "model=unknow "}},
+         {"DeviceFromTheDefinition", packed("05") + kDefinition, {"model=TRV-A9-X ", "info=5 32 "}},
+         {"RecorderFromTheDefinition", packed("09") + kDefinition, {"model=QZ-TRV-A9-X\n "}},
+         {"DefinitionWithoutQuotes",
+          packed("1f") + "file /mnt/custom/ProductDefinition Device: none\n",
+          {"model=TRV-A3-S "}},
+         {"UnsupportedHardware",
+          packed("6000000000012"),
+          {"model=IPC-KM1 ", "|hwid_transform|738): hardware version"}},
+         {"LineWithoutValue",
+          "file /proc/qorzo/bootpara HWID:\nfile! /proc/qorzo/bootpara qz_keyboard",
+          {"code=0 model=unknow keyboard=0"}}}),
     scenario::ByWhat());
 
 TEST(Identification, AskingAgainKeepsTheEnvironmentsId) {
@@ -167,9 +162,7 @@ TEST(Identification, PrintedForPeople) {
 }
 
 TEST(Initialisation, WithoutGpioNoProgramStarts) {
-    scenario::Options options;
-    options.keep_output = true;
-    const Outcome run = scenario::run("tests/identify", "missing /dev/misc/gpio", options);
+    const Outcome run = scenario::run("tests/identify", "missing /dev/misc/gpio", {.keep_output = true});
     EXPECT_EQ(run.status, 1);
     EXPECT_TRUE(run.journal.follows(at(0, {"out \"\\n\"", "out \"\\e[0;32;32m[libmarl] libmarl.so Build on ",
                                            "out \"\\e[0;32;32m[libmarl] SVN NUM: 3668.\\n\\e[m\"",

@@ -273,8 +273,7 @@ TEST(Addresses, AsText) {
     EXPECT_EQ(NetStrToAddr(nullptr), 0U);
     const struct {
         const char* text;
-        int base;
-        uint32_t value;
+        uint32_t base, value;
         const char* end;
     } numbers[] = {{"0x1Fg", 0, 31, "g"},
                    {"0x", 0, 0, "x"},

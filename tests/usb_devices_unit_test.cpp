@@ -118,7 +118,7 @@ TEST(UsbListing, ThirtyDevicesAndMore) {
     EXPECT_TRUE(reported("resolve_ttyusbinfo failed"));
 }
 
-TEST(UsbListing, StringsThatNameNoInterface) {
+TEST(UsbListing, PathsThatNameNoInterface) {
     usb_list::put(block(kRootHub) + block({}));
     constexpr const char* kNumber = "ttyid num more than eight or sscanf ppp->tty_id failed:";
     const std::pair<const char*, const char*> files[] = {
