@@ -115,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(
         Load{"BootParametersCut",
              kPacked + "fault /proc/qorzo/bootpara read 2 short 20\nfault /proc/qorzo/bootpara read 3 EIO",
              "type=0 code=5 model=TRV-A1-S "},
-        Load{"BootParametersEmpty", kPacked + "fault /proc/qorzo/bootpara read 3 short 0",
+        Load{"BootParametersEmpty", kPacked + "fault /proc/qorzo/bootpara read 2 short 0",
              "type=0 code=5 model=TRV-A1-S "},
         Load{"Record", kRecord + "fault /mnt/mtdblock1 open 1 EMFILE", "code=0 model=TRV-A1-S "},
         Load{"RecordCut", kRecord + "fault /mnt/mtdblock1 read 1 short 9\nfault /mnt/mtdblock1 read 2 EIO",
