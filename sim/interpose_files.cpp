@@ -47,7 +47,7 @@ int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size,
     const int64_t fault = script::fault_of(file.name, op);
     if (fault >= 0 && !reading && file.model->lasting) script::count_change();
     size = bounded(size, fault);
-    const int64_t result = fault < 0          ? fault
+    const int64_t result = fault <= 0         ? fault  // an error, or nothing at all
                            : model != nullptr ? model(static_cast<uint8_t*>(data), size)
                                               : or_errno(kernel(context, size));
     Line line(file.name);
