@@ -173,11 +173,9 @@ int getSystemInfo(SystemInfo* info) {
 }
 
 int getSubModules(SubModuleInfo* modules, int* count) {
-    if (modules == nullptr || count == nullptr) {
-        diag::line("modules is null point");
-        return -1;
-    }
     const TrafficBoard* board = traffic_board();
+    if (modules == nullptr && board != nullptr) diag::line("modules is null point");
+    if (modules == nullptr || count == nullptr) return -1;
     return board != nullptr ? list_traffic_modules(*board, modules, *count)
                             : list_recorded_module(modules[0], *count);
 }
