@@ -3,6 +3,7 @@
 #include <libmarl/hwinfo.h>
 #include <libmarl/mcu.h>
 #include <pthread.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -224,9 +225,10 @@ TEST(Link, OpensAgainAfterAFailure) {
     sim::run("present /dev/mcu\nfault thread pthread_create 1 EAGAIN");
     sim::clear_journal();
     EXPECT_EQ(mcu_open(), -1);
-    EXPECT_TRUE(journal_follows({"/dev/mcu open rw", "out \"[libmarl] [libmarl] \"",
+    EXPECT_TRUE(journal_follows({"/dev/mcu open rw",
                                  "err \"pthread_create spi read\\n: Resource temporarily unavailable\\n\"",
                                  "/dev/mcu close"}));
+    EXPECT_EQ(count("out "), 0U);
     EXPECT_EQ(Ints({mcu_write(&byte, 1), mcu_write(nullptr, 1), mcu_write(&byte, 0)}), Ints({1, -1, -1}));
     EXPECT_EQ(count("out \"--Assert(File:src/mouse/SpiUtil::Line:"), 2U);
 }
@@ -240,15 +242,49 @@ TEST(Link, WritesAreRepeatedForALimitedTime) {
     EXPECT_TRUE(journal_follows({"/dev/mcu write 7: a1 03 00 00 00 00 0a"}));
 }
 
-TEST(Link, ReaderEndsWithAReadError) {
+// Whoever waits ends with the reader, and whoever comes next finds a new one on the same device.
+TEST(Link, ReaderEndsWithAReadErrorAndIsStartedAgain) {
     load_link(
         "mcu answer 18 1 " + hex(report(18, 1)) +
-        "\nfault /dev/mcu read 1..2 EAGAIN\nfault /dev/mcu read 3..4 short 0\nfault /dev/mcu read 6 EIO");
+        "\nfault /dev/mcu read 1..2 EAGAIN\nfault /dev/mcu read 3..4 short 0\nfault /dev/mcu read 6..8 EIO");
+    mouse_client client{};
+    ASSERT_EQ(mouse_open(&client), 0);
     ASSERT_NE(initSpiUtilDev(18), nullptr);
+    ASSERT_NE(initSpiUtilDev(21), nullptr);
     EXPECT_EQ(query(18)[0], 0) << "no data is no error";
-    EXPECT_EQ(query(18)[0], -1);
+    const double before = sim::now();
+    run_together({[] { EXPECT_EQ(query(21)[0], -1); },
+                  [] {
+                      mcu_mouse_report got{};
+                      EXPECT_EQ(get_mouse_report(&got), -1) << "which waits without limit";
+                  }});
+    EXPECT_LT(sim::now() - before, 0.1);
     EXPECT_TRUE(printed_error("thread_spi_read", ": MCU read error"));
-    EXPECT_EQ(count("thread start"), 1U);
+    sim::run("fault thread pthread_create 1 EAGAIN");
+    Ints results = {query(18)[0]};
+    for (int i = 0; i < 4 && results.back() != 0; ++i) results.push_back(query(18)[0]);
+    EXPECT_EQ(results.back(), 0) << "once the device can be read again";
+    EXPECT_EQ(counts({"/dev/mcu open", "/dev/mcu close"}), Ints({1, 0}));
+    EXPECT_EQ(count("out \"\\e[0;35m"), count("out \"\\e[0;32;31m[libmarl] ERROR") + 1) << "one at a time";
+}
+
+TEST(Link, ReaderLeavesSignalsToTheProgram) {
+    load_link();
+    ASSERT_GT(mcu_open(), 0);
+    sigset_t mine, seen_before, pending;
+    sigemptyset(&mine);
+    sigaddset(&mine, SIGUSR1);
+    ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &mine, &seen_before), 0);
+    EXPECT_EQ(sigismember(&seen_before, SIGTERM), 0) << "the caller's own are as they were";
+    static volatile sig_atomic_t struck = 0;
+    signal(SIGUSR1, [](int) { struck = 1; });
+    kill(getpid(), SIGUSR1);
+    const timespec moment{0, 50'000'000};
+    sigset_t none;
+    sigemptyset(&none);
+    sigtimedwait(&none, nullptr, &moment);  // in real time, for whoever would take it
+    ASSERT_EQ(sigpending(&pending), 0);
+    EXPECT_EQ(Ints({sigismember(&pending, SIGUSR1), struck}), Ints({1, 0}));
 }
 
 TEST(Rings, HoldWholeFramesOnly) {

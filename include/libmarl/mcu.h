@@ -11,7 +11,10 @@
  * get_spi_data() are the parts of mcu_transact(). mcu_shutdown() needs no ring.
  *
  * The first use opens the device and starts one reader thread, which lives until the process ends or a read
- * fails. It sorts what arrives into one ring per command. What arrives for a command without a ring is lost.
+ * fails; it takes no signals. When a read fails ("MCU read error\n" as an ERROR line) all who wait for an
+ * answer get -1, and the next call that uses the device starts a reader again.
+ *
+ * The reader sorts what arrives into one ring per command. What arrives for a command without a ring is lost.
  * Command MCU_MOUSE_ALTERNATE shares the ring of MCU_MOUSE. A ring holds whole frames only, up to 585 of
  * them; a frame that finds no room is dropped.
  *
@@ -51,9 +54,9 @@ typedef struct mouse_client {
 } mouse_client;
 
 /*
- * The descriptor of /dev/mcu. The first call opens it and starts the reader thread. -1 when it cannot be
- * opened, or when the thread cannot be created ("[libmarl] [libmarl] " on standard output and the system
- * error text for "pthread_create spi read\n" on standard error); the next call tries again.
+ * The descriptor of /dev/mcu. The first call opens it and starts the reader thread, and a call after a read
+ * error starts one again. -1 when it cannot be opened, or when the thread cannot be created (the system error
+ * text for "pthread_create spi read\n" on standard error); the next call tries again.
  */
 MARL_API int mcu_open(void);
 
@@ -91,8 +94,8 @@ MARL_API int deinitSpiUtilDev(uint32_t cmd);
 /*
  * Waits until the ring of `cmd` holds `len` bytes (0..MCU_RING_SIZE), takes them and returns `len`. MCU_MOUSE
  * waits without limit; any other command about 3 s, then -1 after the ERROR line
- * "SPI_CMD: 0x%x  read timeout !!!\n". Also -1 when the device cannot be opened, and when the command has no
- * ring or loses it while the call waits.
+ * "SPI_CMD: 0x%x  read timeout !!!\n". Also -1 when the device cannot be opened or read, and when the command
+ * has no ring or loses it while the call waits.
  */
 MARL_API int get_spi_data(uint32_t cmd, uint8_t* buf, uint32_t len);
 
@@ -116,7 +119,7 @@ MARL_API int mcu_shutdown(void);
 
 /*
  * Waits without limit for a mouse report, fills `report` and prints "x:%d,y:%d,key:%x\n" on standard output.
- * 0; -1 without a ring (mouse_open()) or device.
+ * 0; -1 without a ring (mouse_open()) or device, and when the device cannot be read any more.
  */
 MARL_API int get_mouse_report(mcu_mouse_report* report);
 

@@ -9,8 +9,6 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "base/diag.h"
-
 namespace marl {
 
 struct ObjectCommon {
@@ -52,14 +50,14 @@ void free_object(ObjectKind& kind);
 void retire_object(ObjectKind& kind);
 
 // The one object of its kind, closed and with one reference; its operations are the caller's to fill in. Null
-// without memory, after a line on standard error with the name of the record's type.
+// without memory, after `report` was given the name of the record's type.
 template <typename Object, typename Record>
-Object* allocate_object(ObjectKind& kind, const char* type) {
+Object* allocate_object(ObjectKind& kind, const char* type, void (*report)(const char* type)) {
     if (kind.object == nullptr) kind.object = malloc(sizeof(Object));
     auto* object = static_cast<Object*>(kind.object);
     auto* record = object != nullptr ? static_cast<Record*>(malloc(sizeof(Record))) : nullptr;
     if (record == nullptr) {
-        diag::err("malloc(sizeof(%s))", object == nullptr ? type : "priv_module");
+        report(object == nullptr ? type : "priv_module");
         free_object(kind);
         return nullptr;
     }

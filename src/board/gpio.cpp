@@ -36,7 +36,8 @@ int set_interrupt_mode(GPIO* thiz, uint32_t line, uint32_t mode) {
 }
 
 GPIO* make_object() {
-    GPIO* object = allocate_object<GPIO, PrivateRecord>(g_kind, "GPIO");
+    GPIO* object = allocate_object<GPIO, PrivateRecord>(
+        g_kind, "GPIO", [](const char* type) { diag::err("malloc(sizeof(%s))", type); });
     if (object == nullptr) return nullptr;
     *object = {
         object->priv,  gpio_addref,           gpio_release,          gpio_open, gpio_close, gpio_readbit,

@@ -89,6 +89,12 @@ bool allocate_frame() {
     return g_upgrade.frame != nullptr;
 }
 
+// The mode keeps the monitor from resetting the co-processor; without it no frame may go out.
+bool set_upgrade_mode(int fd) {
+    uint32_t mode = dm365::kUpgrading;
+    return control(fd, dm365::kSetMode, &mode) >= 0;
+}
+
 void build_header(uint32_t addr, uint32_t length, uint32_t kind) {
     store_le(g_upgrade.frame + kAddressAt, addr);
     store_le(g_upgrade.frame + kLengthAt, length);
@@ -201,9 +207,7 @@ int dm365_upgrade_write(int fd, const uint8_t* buf, uint32_t len, uint32_t addr,
         return -1;
     }
     if (buf == nullptr) return -1;
-    if (!probe_once(fd) || !allocate_frame()) return -1;
-    uint32_t mode = dm365::kUpgrading;
-    control(fd, dm365::kSetMode, &mode);
+    if (!probe_once(fd) || !allocate_frame() || !set_upgrade_mode(fd)) return -1;
     const uint32_t length = std::min(len, kPayloadMax);
     if (!is_end_of_upgrade(buf, len)) return send_data(fd, buf, length, addr);
     build_header(addr, length, kEndFrame);

@@ -34,7 +34,7 @@ struct EraseArgument {
 struct {
     int fd = -1;
     uint8_t* first_sector = nullptr;  // kept from its erase to the end of the image
-    bool first_sector_saved = false;
+    bool first_sector_saved = false;  // and no write has failed since
 } constinit g_fpga;
 
 int report(const char* function, const char* message, int line = __builtin_LINE()) {
@@ -85,13 +85,17 @@ bool start_programming() {
         report("fpga_flash_open", "open Protect failed");
         return false;
     }
-    g_fpga.first_sector = allocate_sector("fpga_flash_open");
+    if (g_fpga.first_sector == nullptr) g_fpga.first_sector = allocate_sector("fpga_flash_open");
     return g_fpga.first_sector != nullptr;
 }
 
-void forget_descriptor() {
-    close(g_fpga.fd);
+// The next open starts from nothing: out of programming mode, without an image.
+void forget_all() {
+    if (g_fpga.fd >= 0) close(g_fpga.fd);
     g_fpga.fd = -1;
+    free(g_fpga.first_sector);
+    g_fpga.first_sector = nullptr;
+    forget_fpga_image();
 }
 
 // Erased now, so that a half-written image never runs; written when the image is whole.
@@ -128,43 +132,17 @@ int update_sectors(const uint8_t* buf, uint32_t len, uint32_t offset, uint8_t* s
     return result;
 }
 
+// Whole sectors below 2^32, and not more of them than a result can tell.
+bool is_range(const uint8_t* buf, uint32_t len, uint32_t offset) {
+    return buf != nullptr && is_aligned(len) && len <= INT32_MAX && len <= UINT32_MAX - offset;
+}
+
 bool is_acceptable(const uint8_t* buf, uint32_t len, uint32_t offset) {
-    if (buf == nullptr || len == 0 || !is_aligned(len) || len > UINT32_MAX - offset) return false;
+    if (!is_range(buf, len, offset) || len == 0) return false;
     return offset + len != kImageSize || offset == 0 || g_fpga.first_sector_saved;
 }
 
-}  // namespace
-
-bool marl::is_fpga_flash_open() { return g_fpga.fd >= 0; }
-
-int fpga_flash_open() {
-    if (open_once(g_fpga.fd, kDevice, O_RDWR) < 0) {
-        diag::out("\033[1;33m[libmarl] WARN : open %s fail\n\033[m", kDevice);
-        return -1;
-    }
-    if (!is_identified(g_fpga.fd)) {
-        diag::out("\033[1;33m[libmarl] WARN : This device is not support FPGA upgrade\n\033[m");
-        forget_descriptor();
-        return -1;
-    }
-    if (g_fpga.first_sector == nullptr && !start_programming()) {
-        forget_descriptor();
-        return -1;
-    }
-    return 0;
-}
-
-int fpga_flash_read(uint8_t* buf, uint32_t len, uint32_t offset) {
-    if (!is_fpga_flash_open()) return report("fpga_flash_read", "fd not open");
-    if (!is_aligned(offset)) return report_alignment("fpga_flash_read");
-    if (buf == nullptr || !is_aligned(len) || len > UINT32_MAX - offset) return -1;
-    for (uint32_t done = 0; done < len; done += kSectorSize) {
-        if (!read_sector(offset + done, buf + done)) return report("fpga_flash_read", "read error");
-    }
-    return static_cast<int>(len);
-}
-
-int fpga_flash_write(const uint8_t* buf, uint32_t len, uint32_t offset) {
+int write_sectors(const uint8_t* buf, uint32_t len, uint32_t offset) {
     if (!is_fpga_flash_open()) return report("fpga_flash_write", "fd not open");
     if (!is_aligned(offset)) return report_alignment("fpga_flash_write");
     if (!is_acceptable(buf, len, offset)) return -1;
@@ -184,13 +162,47 @@ int fpga_flash_write(const uint8_t* buf, uint32_t len, uint32_t offset) {
     return result;
 }
 
-void fpga_flash_close() {
-    if (is_fpga_flash_open()) {
-        if (control(g_fpga.fd, kEndProgramming, 0UL) < 0)
-            report("fpga_flash_close", "end  fpga_flash Program  failed");
-        forget_descriptor();
+}  // namespace
+
+bool marl::is_fpga_flash_open() { return g_fpga.fd >= 0; }
+
+void marl::forget_fpga_image() { g_fpga.first_sector_saved = false; }
+
+int fpga_flash_open() {
+    if (open_once(g_fpga.fd, kDevice, O_RDWR) < 0) {
+        diag::out("\033[1;33m[libmarl] WARN : open %s fail\n\033[m", kDevice);
+        return -1;
     }
-    free(g_fpga.first_sector);
-    g_fpga.first_sector = nullptr;
-    g_fpga.first_sector_saved = false;
+    if (!is_identified(g_fpga.fd)) {
+        diag::out("\033[1;33m[libmarl] WARN : This device is not support FPGA upgrade\n\033[m");
+        forget_all();
+        return -1;
+    }
+    if (!start_programming()) {
+        forget_all();
+        return -1;
+    }
+    return 0;
+}
+
+int fpga_flash_read(uint8_t* buf, uint32_t len, uint32_t offset) {
+    if (!is_fpga_flash_open()) return report("fpga_flash_read", "fd not open");
+    if (!is_aligned(offset)) return report_alignment("fpga_flash_read");
+    if (!is_range(buf, len, offset)) return -1;
+    for (uint32_t done = 0; done < len; done += kSectorSize) {
+        if (!read_sector(offset + done, buf + done)) return report("fpga_flash_read", "read error");
+    }
+    return static_cast<int>(len);
+}
+
+int fpga_flash_write(const uint8_t* buf, uint32_t len, uint32_t offset) {
+    const int result = write_sectors(buf, len, offset);
+    if (result < 0) forget_fpga_image();
+    return result;
+}
+
+void fpga_flash_close() {
+    if (is_fpga_flash_open() && control(g_fpga.fd, kEndProgramming, 0UL) < 0)
+        report("fpga_flash_close", "end  fpga_flash Program  failed");
+    forget_all();
 }

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <iterator>
 
+#include "base/clock.h"
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/object.h"
@@ -31,6 +32,9 @@ constexpr uint32_t kHostSize = 0x1000000;
 constexpr uint32_t kCoprocessorSize = 0x800000;
 constexpr int32_t kCoprocessorMode = 1;
 
+constexpr int kLowerTries = 3;
+constexpr uint32_t kLowerPauseMs = 10;
+
 struct PrivateRecord {
     ObjectCommon
         common;  // `id` is the current partition, `fd` its descriptor or that of the co-processor link
@@ -43,6 +47,7 @@ struct {
     bool fpga_opened = false;  // the FPGA flash was opened at some time
     bool unmounted = false;    // /mnt/custom and /mnt/web were detached
     bool skip_mark = false;
+    bool flag_raised = false;  // the upgrade flag, since it was last lowered
 } constinit g_flash;
 
 constinit ObjectKind g_kind;
@@ -59,6 +64,12 @@ bool is_fpga_address(uint32_t addr) { return addr >= kFpgaBase; }
 
 bool wraps(uint32_t addr, uint32_t len) { return len > UINT32_MAX - addr; }
 
+// A range in one of the host's two stores. What lies above the base of the FPGA flash is the FPGA's, even where
+// the partitions go on.
+bool is_range(uint32_t addr, uint32_t len) {
+    return is_fpga_address(addr) ? !wraps(addr, len) : len <= kFpgaBase - addr;
+}
+
 // The place of an address in the current partition.
 uint32_t partition_offset(RawFlash* thiz, uint32_t addr) {
     return addr - g_partitions.MTD_START[record_of(thiz).common.id];
@@ -66,6 +77,24 @@ uint32_t partition_offset(RawFlash* thiz, uint32_t addr) {
 
 bool is_sector_start(RawFlash* thiz, uint32_t addr) {
     return partition_offset(thiz, addr) % sector_size() == 0;
+}
+
+// A flag that cannot be raised is reported by the flag's own call, and does not stop what is to be done.
+void raise_flag() {
+    if (set_upgrade_map() == 0) g_flash.flag_raised = true;
+}
+
+// A flag that stays raised keeps the supervisor from rebooting a stalled board, so a failure is not the last word:
+// it is tried again, here and by the next release. A flag that was not raised here is lowered once, come what may.
+bool lower_flag() {
+    int tries = 1;
+    while (clear_upgrade_map() < 0) {
+        if (!g_flash.flag_raised) return true;
+        if (tries++ == kLowerTries) return false;
+        sleep_ms(kLowerPauseMs);
+    }
+    g_flash.flag_raised = false;
+    return true;
 }
 
 bool open_fpga() {
@@ -126,7 +155,8 @@ bool flash_open(RawFlash* thiz) {
 }
 
 RawFlash* make_object() {
-    RawFlash* object = allocate_object<RawFlash, PrivateRecord>(g_kind, "RawFlash");
+    RawFlash* object = allocate_object<RawFlash, PrivateRecord>(
+        g_kind, "RawFlash", [](const char* type) { diag::out("malloc(sizeof(%s))\n", type); });
     if (object == nullptr) return nullptr;
     int* fds = record_of(object).partition_fds;
     std::fill(fds, fds + std::size(record_of(object).partition_fds), -1);
@@ -153,6 +183,12 @@ void detach_flash_mounts() {
         diag::err("umount %s", path);
     }
     if (error != 0) diag::library_system_error("umount", error);
+}
+
+bool map_for_reading(RawFlash* thiz, uint32_t addr) {
+    if (flash_map(thiz, addr) == 0) return true;
+    diag::out("addr=%#lx\n", static_cast<unsigned long>(addr));
+    return false;
 }
 
 bool read_at(RawFlash* thiz, uint8_t* buf, uint32_t addr, uint32_t len) {
@@ -195,37 +231,59 @@ int update_sectors(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t l
     return static_cast<int>(len);
 }
 
-// The first partition is erased and written as a whole, without a look at what is stored; only what a last
-// piece leaves of its sector is taken over.
-int rewrite_first_partition(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len,
-                            uint8_t* sector) {
+uint8_t* allocate_sector() {
+    auto* sector = static_cast<uint8_t*>(calloc(1, sector_size()));
+    if (sector == nullptr) diag::out("calloc %#x\n", sector_size());
+    return sector;
+}
+
+// A sector that begins with the caller's last piece and goes on as stored; null when it cannot be had.
+uint8_t* complete_sector(RawFlash* thiz, const uint8_t* piece, uint32_t addr, uint32_t size) {
+    uint8_t* sector = allocate_sector();
+    if (sector == nullptr) return nullptr;
+    if (flash_read(thiz, sector, addr, sector_size()) < 0) {
+        free(sector);
+        return nullptr;
+    }
+    memcpy(sector, piece, size);
+    return sector;
+}
+
+// The first partition is erased and written in one go, without a look at what is stored. It has to hold all of
+// the range: a write that is bound to fail must not erase.
+int write_first_partition(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
+    if (len > g_partitions.MTD_START[1] - addr) return -1;
     const uint32_t tail = len % sector_size();
     const uint32_t whole = len - tail;
-    if (tail > 0 && flash_read(thiz, sector, addr + whole, sector_size()) < 0) return -1;
-    memcpy(sector, buf + whole, tail);
-    if (flash_erase(thiz, addr, len) < 0) return -1;
-    if (whole > 0 && write_erased(thiz, buf, addr, whole) < 0) return -1;
-    if (tail > 0 && write_erased(thiz, sector, addr + whole, sector_size()) < 0) return -1;
-    return static_cast<int>(len);
+    uint8_t* last = tail > 0 ? complete_sector(thiz, buf + whole, addr + whole, tail) : nullptr;
+    if (tail > 0 && last == nullptr) return -1;
+    const bool done = flash_erase(thiz, addr, len) == 0 &&
+                      (whole == 0 || write_erased(thiz, buf, addr, whole) >= 0) &&
+                      (tail == 0 || write_erased(thiz, last, addr + whole, sector_size()) >= 0);
+    free(last);
+    return done ? static_cast<int>(len) : -1;
+}
+
+// A range may go on into the next partition, but not behind the last one.
+int write_other_partitions(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
+    if (len > 0 && !map_for_reading(thiz, addr + len - 1)) return -1;
+    uint8_t* sector = allocate_sector();
+    if (sector == nullptr) return -1;
+    detach_flash_mounts();
+    const int result = update_sectors(thiz, buf, addr, len, sector);
+    free(sector);
+    return result;
 }
 
 int write_partitions(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
-    if (flash_map(thiz, addr) < 0) return -1;
+    const bool in_first = addr < g_partitions.MTD_START[1];
+    if (in_first ? flash_map(thiz, addr) < 0 : !map_for_reading(thiz, addr)) return -1;
     if (!is_sector_start(thiz, addr)) {
         diag::out("address doesn't  align 0x%x", sector_size());
         return -1;
     }
-    auto* sector = static_cast<uint8_t*>(calloc(1, sector_size()));
-    if (sector == nullptr) {
-        diag::out("calloc %#x\n", sector_size());
-        return -1;
-    }
-    const bool in_first = addr < g_partitions.MTD_START[1];
-    if (!in_first) detach_flash_mounts();
-    const int result = in_first ? rewrite_first_partition(thiz, buf, addr, len, sector)
-                                : update_sectors(thiz, buf, addr, len, sector);
-    free(sector);
-    return result;
+    return in_first ? write_first_partition(thiz, buf, addr, len)
+                    : write_other_partitions(thiz, buf, addr, len);
 }
 
 int write_fpga(const uint8_t* buf, uint32_t addr, uint32_t len) {
@@ -233,6 +291,15 @@ int write_fpga(const uint8_t* buf, uint32_t addr, uint32_t len) {
     if (!open_fpga()) return -1;
     if (opens) diag::line("[libmarl] ---------upgrade fpga flash---------");
     return fpga_flash_write(buf, len, addr - kFpgaBase);
+}
+
+int write_to_store(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
+    if (buf == nullptr || (!g_flash.coprocessor && !is_range(addr, len))) return -1;
+    if (!release_storage_bus()) return -1;
+    raise_flag();
+    if (g_flash.coprocessor)
+        return dm365_upgrade_write(record_of(thiz).common.fd, buf, len, addr, dm365::kUpgrading);
+    return is_fpga_address(addr) ? write_fpga(buf, addr, len) : write_partitions(thiz, buf, addr, len);
 }
 
 bool erase_blocks(int fd, uint32_t start, uint32_t count) {
@@ -274,10 +341,10 @@ int flash_addref(RawFlash* thiz) {
 int flash_release(RawFlash* thiz) {
     if (!is_usable(thiz, "flash_release", Need::Private)) return -1;
     if (!drop_reference(record_of(thiz).common)) return 0;
-    clear_upgrade_map();
+    const bool lowered = lower_flag();
     flash_close(thiz);
     retire_object(g_kind);
-    return mark_storage_bus_release(g_flash.skip_mark) ? 0 : -1;
+    return mark_storage_bus_release(g_flash.skip_mark) && lowered ? 0 : -1;
 }
 
 int flash_getinfo(RawFlash* thiz, RawFlashInfo* info) {
@@ -289,6 +356,7 @@ int flash_getinfo(RawFlash* thiz, RawFlashInfo* info) {
 
 int flash_map(RawFlash* thiz, uint32_t addr) {
     if (!is_usable(thiz, "flash_map", Need::Descriptor)) return -1;
+    if (g_flash.coprocessor) return -1;  // it has no partitions, and the descriptor is that of its link
     const uint32_t* start = g_partitions.MTD_START;
     const int count = g_partitions.NUM_MTDS;
     if (addr < start[0] || addr >= start[count]) {
@@ -308,30 +376,24 @@ int flash_read(RawFlash* thiz, uint8_t* buf, uint32_t addr, uint32_t len) {
         diag::line("dm6446 spi driver not support !");
         return -1;
     }
-    if (buf == nullptr || wraps(addr, len)) return -1;
+    if (buf == nullptr || !is_range(addr, len)) return -1;
     if (is_fpga_address(addr)) return open_fpga() ? fpga_flash_read(buf, len, addr - kFpgaBase) : -1;
-    if (flash_map(thiz, addr) < 0) {
-        diag::out("addr=%#lx\n", static_cast<unsigned long>(addr));
-        return -1;
-    }
+    if (!map_for_reading(thiz, addr)) return -1;
     return read_at(thiz, buf, addr, len) ? static_cast<int>(len) : -1;
 }
 
 int flash_write(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
     if (!is_usable(thiz, "flash_write", Need::Descriptor)) return -1;
-    if (buf == nullptr || wraps(addr, len)) return -1;
-    if (!release_storage_bus()) return -1;
-    set_upgrade_map();  // a flag that cannot be raised is reported, and does not stop the upgrade
-    if (g_flash.coprocessor)
-        return dm365_upgrade_write(record_of(thiz).common.fd, buf, len, addr, dm365::kUpgrading);
-    return is_fpga_address(addr) ? write_fpga(buf, addr, len) : write_partitions(thiz, buf, addr, len);
+    const int result = write_to_store(thiz, buf, addr, len);
+    if (result < 0 && is_fpga_address(addr)) forget_fpga_image();
+    return result;
 }
 
 int flash_erase(RawFlash* thiz, uint32_t addr, uint32_t len) {
     if (!is_usable(thiz, "flash_erase", Need::Descriptor)) return -1;
     if (g_flash.coprocessor || wraps(addr, len) || wraps(len, sector_size() - 1)) return -1;
     if (flash_map(thiz, addr) < 0) return -1;
-    set_upgrade_map();
+    raise_flag();
     if (!is_sector_start(thiz, addr)) {
         diag::out("address doesn't  align %#x", sector_size());
         return -1;

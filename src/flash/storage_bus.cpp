@@ -44,6 +44,7 @@ void unmount_disk() {
 bool release_storage_bus() {
     if (g_bus.released || get_dvr_info(MARL_INFO_STORE_INTERFACE) != kSharedBusStorage) return true;
     g_bus.idestatus = gpio_get_bit(kBusStatusLine);
+    if (pg_gpio == nullptr) return false;  // nobody knows who has the bus
     diag::out("[libmarl] status = %d\n", g_bus.idestatus);
     if (g_bus.idestatus != kOnBus) return true;
     const Fd device(open_file(kDevice, O_RDWR));

@@ -7,6 +7,7 @@
 #include "libmarl/mcu.h"
 #include "mcu/common.h"
 #include "mcu/frame.h"
+#include "mcu/link.h"
 #include "mcu/ring.h"
 #include "mcu/ring_table.h"
 
@@ -40,8 +41,12 @@ std::optional<int> take(uint32_t command, uint8_t* buf, uint32_t len) {
 int get_spi_data(uint32_t cmd, uint8_t* buf, uint32_t len) {
     if (buf == nullptr || len > MCU_RING_SIZE) return -1;
     if (mcu_open() < 0) return -1;
+    const uint32_t reader = mcu::current_reader();
     for (int waits = 0;;) {
+        // Asked before the look at the ring: whatever a reader delivers is there once it has ended.
+        const bool reads = reader != mcu::kNoReader && mcu::current_reader() == reader;
         if (const auto taken = take(cmd, buf, len)) return *taken;
+        if (!reads) return -1;
         if (cmd != MCU_MOUSE && waits++ == kAnswerWaits) break;
         sleep_ms(mcu::kPollMs);
     }

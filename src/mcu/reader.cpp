@@ -40,7 +40,8 @@ void feed(FrameAssembler& assembler, uint8_t byte) {
     }
 }
 
-// False after an error. The device answers a read that finds nothing with EAGAIN or with no bytes.
+// False after an error. The device answers a read that finds nothing with EAGAIN or with no bytes, and one that a
+// signal keeps from it is no error either.
 bool read_block(int fd, uint8_t (&block)[kBlockSize]) {
     size_t have = 0;
     while (have < kBlockSize) {
@@ -48,7 +49,7 @@ bool read_block(int fd, uint8_t (&block)[kBlockSize]) {
         const ssize_t n = read_some(fd, block + have, kBlockSize - have);
         if (n > 0) {
             have += static_cast<size_t>(n);
-        } else if (n < 0 && errno != EAGAIN) {
+        } else if (n < 0 && errno != EAGAIN && errno != EINTR) {
             return false;
         }
     }
