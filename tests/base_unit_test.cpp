@@ -4,7 +4,9 @@
 
 #include <cerrno>
 
+#include "base/clock.h"
 #include "base/diag.h"
+#include "base/fd.h"
 #include "base/text.h"
 #include "daemon/proc_stat.h"
 #include "helpers/board.h"
@@ -32,6 +34,34 @@ TEST(ProcStat, ClimbsToItsAncestors) {
     EXPECT_STREQ(info.command, "(init)") << "no further than the process without parent";
     EXPECT_EQ(Ints({sentrel::get_proc_stat(40, &info, 0), sentrel::get_proc_stat(50, &info, 1)}),
               Ints(2, -1));
+}
+
+TEST(ProcStat, TakesAnyName) {
+    const std::pair<const char*, const char*> names[] = {
+        {"(abcdefghijklmnopqrstuvwxyz0123456789ABCD)", "(abcdefghijklmnopqrstuvwxyz0123"},
+        {"(two words)", "(two words)"},
+        {"(a) S 7 8 (b))", "(a) S 7 8 (b))"},
+        {"bare", "bare"},
+    };
+    for (const auto& [name, command] : names) {
+        load(std::string("file /proc/60/stat 60 ") + name + " R 20 61 62");
+        sentrel::ProcStatInfo info{};
+        ASSERT_EQ(sentrel::get_proc_stat(60, &info, 0), 0) << name;
+        EXPECT_STREQ(info.command, command);
+        EXPECT_EQ(Ints({info.state, info.parent, info.process_group}), Ints({'R', 20, 61})) << name;
+    }
+}
+
+TEST(Interruptions, AreOutlastedButNotForEver) {
+    const std::tuple<std::string, int, double> cases[] = {{"1..20", 1, 0.2}, {"1..100000", -1, 0}};
+    for (const auto& [range, transferred, slept] : cases) {
+        load("file /tmp/file x\nfault /tmp/file read " + range + " EINTR\nfault * sleep " + range + " EINTR");
+        const Fd file(open_file("/tmp/file", O_RDONLY));
+        char byte = 0;
+        EXPECT_EQ(read_some(file.get(), &byte, 1), transferred);
+        sleep_ms(200);
+        EXPECT_EQ(sim::now(), slept);
+    }
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 // Field reader, upgrade flag, watchdog services and CMOS bytes in a client's process.
+#include <fcntl.h>
 #include <libmarl.h>
+#include <sys/stat.h>
 
+#include <csignal>
 #include <cstring>
 
 #include "helpers/board.h"
@@ -43,29 +46,84 @@ TEST(FieldReader, FindsTheFirstLineWithTheKey) {
     EXPECT_TRUE(journal_follows({"err \"open /proc/fields failed\\n\""}));
 }
 
-TEST(UpgradeFlag, IsReadAsItStandsNow) {
+const std::string kFlag = "/tmp/upgrade_ing";
+const std::string kFlagUnopened = "err \"open /tmp/upgrade_ing failed\\n\"";
+constexpr int (*const kFlagOperations[])() = {init_upgrade_map, set_upgrade_map, clear_upgrade_map,
+                                              check_upgrade_map};
+
+// What other processes do to the file, what this one does then, the bytes that are there afterwards, and the flag.
+TEST(UpgradeFlag, IsThatOfTheFileWithTheName) {
+    const std::string word = "word " + kFlag + " ";
+    const std::string gone = "delete " + kFlag + "\n";
+    const struct {
+        std::string others;
+        int (*operation)();
+        int result;
+        const char* stored;  // the first bytes, "-" without a file
+        int running;
+    } steps[] = {
+        {"", check_upgrade_map, 0, "-", 0},
+        {"", clear_upgrade_map, -1, "-", 0},
+        {"", init_upgrade_map, 0, "0000", 0},
+        {"", set_upgrade_map, 0, "1000", 1},
+        {"", clear_upgrade_map, 0, "0000", 0},
+        {word + "2", check_upgrade_map, 0, "2000", 0},
+        {gone + word + "1", check_upgrade_map, 1, "1000", 1},
+        {"", clear_upgrade_map, 0, "0000", 0},
+        {gone + word + "0", set_upgrade_map, 0, "1000", 1},
+        {gone, check_upgrade_map, 1, "-", 1},
+        {"", clear_upgrade_map, 0, "-", 0},
+        {"", set_upgrade_map, 0, "1000", 1},
+        {"truncate " + kFlag + " 3", check_upgrade_map, 1, "100", 1},
+        {"truncate " + kFlag + " 0", check_upgrade_map, 0, "", 0},
+    };
     load("");
-    EXPECT_EQ(check_upgrade_map(), 0);
-    EXPECT_EQ(clear_upgrade_map(), -1) << "does not create the file";
-    EXPECT_EQ(count("/tmp/upgrade_ing open rw create"), 0U);
-    EXPECT_EQ(Ints({set_upgrade_map(), check_upgrade_map(), clear_upgrade_map(), check_upgrade_map()}),
-              Ints({0, 1, 0, 0}));
-    sim::run("word /tmp/upgrade_ing 2");
-    EXPECT_EQ(check_upgrade_map(), 0);
+    for (const auto& step : steps) {
+        SCOPED_TRACE(&step - steps);
+        run(step.others);
+        EXPECT_EQ(step.operation(), step.result);
+        std::string stored = std::filesystem::exists(path_of(kFlag)) ? read_file(kFlag) : "-";
+        if (stored != "-") {
+            for (char& byte : stored) byte = static_cast<char>(byte + '0');
+        }
+        EXPECT_EQ(stored, step.stored);
+        EXPECT_EQ(check_upgrade_map(), step.running);
+    }
     EXPECT_TRUE(journal_follows({"out \"\\e[1;33m[libmarl] WARN (src/flash/flash|check_upgrade_map|"}));
-    sim::run("word /tmp/upgrade_ing 1\ntruncate /tmp/upgrade_ing 3");
-    EXPECT_EQ(check_upgrade_map(), 1) << "bytes that are gone count as 0 and raise no signal";
-    sim::run("truncate /tmp/upgrade_ing 0");
-    EXPECT_EQ(Ints({check_upgrade_map(), init_upgrade_map(), check_upgrade_map()}), Ints(3, 0));
 }
 
-TEST(UpgradeFlag, ThatCannotBeReadCountsAsRunning) {
-    sim::load(
+TEST(UpgradeFlag, FailuresAreReported) {
+    load(
         "word /tmp/upgrade_ing 0\nfault /tmp/upgrade_ing open 1 EACCES\nfault /tmp/upgrade_ing mmap 1 "
-        "ENOMEM");
-    EXPECT_EQ(Ints({check_upgrade_map(), check_upgrade_map(), check_upgrade_map()}), Ints({-1, -1, 0}));
-    EXPECT_TRUE(journal_follows(
-        {"err \"open /tmp/upgrade_ing failed\\n\"", "err \"mmap /tmp/upgrade_ing failed\\n\""}));
+        "ENOMEM\n"
+        "fault /tmp/upgrade_ing read 1 EIO\nfault /tmp/upgrade_ing write 1..3 ENOSPC");
+    for (const int result : {-1, -1, -1, 0}) EXPECT_EQ(check_upgrade_map(), result);
+    for (const auto operation : kFlagOperations) EXPECT_EQ(operation() < 0, operation != check_upgrade_map);
+    const std::string unmapped = "err \"mmap /tmp/upgrade_ing failed\\n\"";
+    EXPECT_TRUE(
+        journal_follows({kFlagUnopened, unmapped, unmapped, kFlagUnopened, kFlagUnopened, kFlagUnopened}));
+}
+
+// Nothing but a regular file is taken, and nothing is waited for.
+TEST(UpgradeFlag, IsARegularFileOrRefused) {
+    signal(SIGIO, SIG_IGN);
+    const std::pair<const char*, void (*)(const std::string&)> kinds[] = {
+        {"link", [](const std::string& path) { std::filesystem::create_symlink("precious", path); }},
+        {"link to nothing", [](const std::string& path) { std::filesystem::create_symlink("absent", path); }},
+        {"FIFO", [](const std::string& path) { EXPECT_EQ(mkfifo(path.c_str(), 0777), 0); }},
+        {"directory", [](const std::string& path) { std::filesystem::create_directory(path); }},
+        {"lease", [](const std::string& path) {
+             const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0777);
+             EXPECT_EQ(fcntl(fd, F_SETLEASE, F_WRLCK), 0);
+         }}};
+    for (const auto& [what, make] : kinds) {
+        SCOPED_TRACE(what);
+        load("file /tmp/precious precious");
+        make(path_of(kFlag));
+        for (const auto operation : kFlagOperations) EXPECT_EQ(operation(), -1);
+        EXPECT_EQ(read_file("/tmp/precious") + read_file("/tmp/absent"), "precious\n");
+        EXPECT_TRUE(journal_follows(Strings(4, kFlagUnopened)));
+    }
 }
 
 TEST(Watchdog, StaysAloneWithoutAppauto) {

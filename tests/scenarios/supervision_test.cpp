@@ -104,6 +104,44 @@ TEST(Heartbeat, AFileThatShrinksGoesOrComesAgainEndsNothing) {
     EXPECT_TRUE(deleted.journal.follows(reboot_from(83.2)));
 }
 
+// MediaGuard's file, a second before each of `checks` deleted and made anew by a line.
+std::string anew(const std::vector<int>& checks, const std::string& line) {
+    std::string script;
+    for (const int check : checks) {
+        const std::string at = "at " + std::to_string(5.2 * check - 1) + " ";
+        script += at + "delete /tmp/mediaguard_to_sentrel\n" + at + line + "\n";
+    }
+    return script;
+}
+
+TEST(Heartbeat, AFileMadeAnewIsJudgedAsTheOldOne) {
+    const std::string word = "word /tmp/mediaguard_to_sentrel ";
+    const std::vector<int> always = {2, 3, 4, 5, 6, 7, 8};
+    const std::tuple<const char*, std::string, double> cases[] = {
+        {"starts over and over", anew(always, word + "7"), 32.42},
+        {"with a word of 0", anew(always, word + "0"), 32.42},
+        {"with an empty file", anew(always, "file! /tmp/mediaguard_to_sentrel"), 32.42},
+        {"beats, slowly", anew({2}, word + "1") + anew({6}, word + "2") + anew({10}, word + "3"), -1},
+    };
+    for (const auto& [what, script, reset] : cases) {
+        const auto run = run_sentrel(kTraffic + kEncodeBeats + script, 70);
+        EXPECT_NEAR(run.journal.time_of("board reset gpio35"), reset, 0.01) << what << run.journal.text();
+        EXPECT_EQ(run.journal.count("/tmp/mediaguard_to_sentrel write"), 1U) << "only the daemon's own file";
+    }
+}
+
+TEST(Heartbeat, ALinkLeadsNowhereAndStopsNothing) {
+    const scenario::BoardDirectory board;
+    scenario::Options options;
+    options.root = board.path();
+    std::ofstream(board.path() + "/precious") << "precious";
+    std::filesystem::create_directory(board.path() + "/tmp");
+    std::filesystem::create_symlink("../precious", board.path() + "/tmp/mediaguard_to_sentrel");
+    const auto run = run_sentrel(kTraffic + kEncodeBeats, 40, options);
+    EXPECT_EQ(run.journal.count("out \"open /tmp/mediaguard_to_sentrel failed\\n\""), 7U);
+    EXPECT_EQ(board.read("/precious"), "precious");
+}
+
 TEST(WatchdogReset, ComesWhenNobodyFeedsIt) {
     const auto run = run_sentrel(kTraffic + kEncodeBeats + kMediaGuardBeats + "wdt fed 40\n", 100);
     EXPECT_EQ(run.status, kBoardReset);
@@ -263,6 +301,27 @@ TEST(Coprocessor, StartWithoutAVersionRecord) {
         const auto run = run_sentrel(kCoprocessor + c.script, 28);
         EXPECT_EQ(run.journal.count(c.message), 1U) << c.script << run.journal.text();
         EXPECT_EQ(run.journal.count(kPulseLow), c.resets) << c.script;
+    }
+}
+
+// Else no later start would ask again.
+TEST(Coprocessor, AVersionRecordIsWholeOrNotThere) {
+    const std::string fault = "fault /mnt/mtd/dm365_version ";
+    const std::pair<std::string, size_t> cases[] = {
+        {fault + "write 1 ENOSPC\n", 0},
+        {fault + "write 1 short 10\n" + fault + "write 2 ENOSPC\n", 0},
+        {fault + "write 1 short 10\n" + fault + "write 2 short 0\n", 0},
+        {fault + "close 1 EDQUOT\n", 0},
+        {fault + "write 1 short 10\n", 64},
+    };
+    for (const auto& [script, size] : cases) {
+        const scenario::BoardDirectory board;
+        scenario::Options options;
+        options.root = board.path();
+        const auto run = run_sentrel(kCoprocessor + script, 28, options);
+        EXPECT_EQ(run.journal.count("err \"creat dm365_version\\n: "), size == 0 ? 1U : 0U) << script;
+        EXPECT_EQ(board.read("/mnt/mtd/dm365_version").size(), size) << script;
+        EXPECT_EQ(std::filesystem::exists(board.path() + "/mnt/mtd/dm365_version"), size > 0) << script;
     }
 }
 
