@@ -2,6 +2,8 @@
 #include <libmarl/hwinfo.h>
 #include <libmarl/modem.h>
 #include <libmarl/power_3g.h>
+#include <linux/netlink.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -9,6 +11,23 @@
 
 #include "helpers/board.h"
 #include "helpers/usb_list.h"
+
+// Who sends the events of the board, and one that never ends coming.
+static struct {
+    uint32_t sender;
+    std::string_view storm;
+} g_network;
+
+extern "C" ssize_t recvfrom(int fd, void* data, size_t size, int flags, sockaddr* from, socklen_t* length) {
+    sockaddr_nl sender{};
+    sender.nl_family = AF_NETLINK;
+    sender.nl_pid = g_network.sender;
+    if (from != nullptr) memcpy(from, &sender, *length);
+    if (g_network.storm.empty())
+        return board::behind(recvfrom, "recvfrom")(fd, data, size, flags, nullptr, nullptr);
+    memcpy(data, g_network.storm.data(), std::min(size, g_network.storm.size()));
+    return static_cast<ssize_t>(g_network.storm.size());
+}
 
 namespace {
 
@@ -100,6 +119,12 @@ TEST(ModemDiscovery, AListThatEndsTooEarlyHasNoModem) {
     EXPECT_EQ(check_usb_hub_model(), 0);
     cut_everywhere(list_of({0, 0}));
     Usb3gModule module;
+    usb_list::put(list_of({0, 0}));
+    sim::run("fault /proc/bus/usb/devices read 4 EIO");
+    memset(&module, 'x', sizeof module);
+    EXPECT_EQ(find_3g_usb_device(&module), -1);
+    EXPECT_TRUE(is_zero(module));
+    EXPECT_TRUE(journal_follows({"err \"fopen: Input/output error\\n\""}));
     sim::run("delete /proc/bus/usb/devices");
     EXPECT_EQ(find_and_identify_3g(&module), -1);
     EXPECT_TRUE(
@@ -353,6 +378,35 @@ TEST(ModemWait, WhatDoesNotFitIsDropped) {
     EXPECT_EQ(wait_3g_usb_device(&module, 3), -1);
 }
 
+TEST(ModemWait, OnlyTheKernelsEventsCount) {
+    const struct {
+        uint32_t sender;
+        std::string path;
+        int result;
+    } events[] = {{0, kDirect, 0},
+                  {4711, kDirect, -1},
+                  {0, "/devices/platform/../platform/musb_hdrc/usb1/1-1", -1},
+                  {0, "/devices/platform/musb_hdrc/usb1/1-1/up/..", -1},
+                  {0, "/devices/platform/musb_hdrc/usb1..", 0}};
+    for (const auto& event : events) {
+        begin("QZ-NRX2", event.path);
+        event_at("0.01", event.path);
+        g_network = {event.sender, ""};
+        Usb3gModule module;
+        EXPECT_EQ(wait_3g_usb_device(&module, 3), event.result) << event.path;
+        EXPECT_EQ(is_zero(module), event.result != 0);
+        EXPECT_FALSE(seen("err \"Open: ")) << "no file is looked for";
+    }
+    for (const uint32_t sender : {0U, 4711U}) {
+        begin("QZ-NRX2", kDirect);
+        g_network = {sender, "add@/devices/nothing"};
+        Usb3gModule module;
+        EXPECT_EQ(wait_3g_usb_device(&module, 7), -1);
+        EXPECT_NEAR(sim::now(), 0.7, 0.01) << "a storm does not make the wait longer";
+    }
+    g_network = {};
+}
+
 TEST(ModemWait, FailuresEndWithALastLook) {
     Usb3gModule module;
     begin("QZ-NRX2", kDirect);
@@ -373,9 +427,14 @@ TEST(ModemWait, FailuresEndWithALastLook) {
     EXPECT_TRUE(
         journal_follows({"err \"Open: No such file or directory\\n\"", "/proc/bus/usb/devices open"}));
 
+    begin("QZ-NRX2", kDirect);
+    event_at("0.01", kDirect);
+    sim::run("fault socket bind 1 EADDRINUSE");
+    EXPECT_EQ(wait_3g_usb_device(&module, 3), 0) << "on a port of the kernel's choice";
+
     for (const auto& [fault, report] : {std::pair{"socket open", "socket"}, {"socket bind", "bind"}}) {
         begin("QZ-NRX2", kDirect);
-        run(std::string("fault ") + fault + " 1 EADDRINUSE");
+        run(std::string("fault ") + fault + " 1+ EADDRINUSE");
         EXPECT_EQ(wait_3g_usb_device(&module, 0), -1);
         EXPECT_EQ(sim::now(), 0);
         EXPECT_TRUE(journal_follows({std::string("err \"") + report + ": Address already in use\\n\"",

@@ -147,6 +147,9 @@ TEST_F(LiveNetwork, OneDefaultRouteOnly) {
     ip("link set ppp0 up");
     EXPECT_EQ(SetGateWay("ppp0", "anything"), 0);
     EXPECT_EQ(ip("route show default"), "default dev ppp0 scope link \n");
+    EXPECT_EQ(SetGateWay("eth0", "10.0.0.1"), 0);
+    EXPECT_EQ(ip("route show default"), "default via 10.0.0.1 dev eth0 \ndefault dev ppp0 scope link \n")
+        << "ppp0 is none of the board's interfaces";
     EXPECT_EQ(Ints({SetGateWay(nullptr, "10.0.0.1"), SetGateWay("eth0", nullptr)}), Ints(2, -1));
 }
 

@@ -1,9 +1,16 @@
 // The network store, the interfaces as /proc shows them, and the texts around them.
 #include <libmarl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
 #include "helpers/board.h"
+
+// Shows in the journal.
+extern "C" int fsync(int descriptor) {
+    return write(STDOUT_FILENO, "durable", 7) < 0 ? -1 : board::behind(fsync, "fsync")(descriptor);
+}
 
 namespace {
 
@@ -25,6 +32,9 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
     const std::string ours = line("HOSTIP = 10.9.9.9", kBackup);
     const std::string dhcp = line("USEDHCP = 1") + line("DHCPIP = 172.16.0.9") + line("HOSTIP = 10.1.2.3");
     const std::string leased = dhcp + line("DHCPHAVEIP = 1");
+    // The end of the piece that could be read is in the middle of the address.
+    const std::string unread = line(std::string(240, '#')) + line("HOSTIP = 10.111.222.33") + ours +
+                               "fault " + kMain + " read 2 EIO\nfault " + kMain + " read 4+ EIO\n";
     const std::string valid = "cmos 40 aa 55\n", invalid = "cmos 40 34 12\n";
     const Strings is_invalid = {"out \"[libmarl] var=0x1234\\n\""};
     const char* const no_lease = "err \"can not get IP by DHCP, use IP save in NETWORK\\n\"";
@@ -65,6 +75,17 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
         {"eth2", kIp, "192.168.1.108", valid + "cmos 44 c0 a8 02 6c\n"},
         {"eth2", kIp, "192.168.2.108", invalid, is_invalid},
         {"ppp0", kMask, "255.255.0.0", ""},
+        // A copy that cannot be read may have the value: no other takes its place.
+        {"eth0", kIp, "", unread, {"err \"open failed for HOSTIP\""}, -1},
+        {"ppp0",
+         kIp,
+         "",
+         line("HOSTIP = 1.1.1.1", kMain + "ppp0") + "fault " + kMain + "ppp0 read 1 EIO",
+         {},
+         -1},
+        {"eth0", kMask, "", leased + ours + "fault " + kMain + " read 1 EIO\n", {}, -1},
+        {"eth0", kIp, "", ours + "fault " + kBackup + " read 1 EIO\n", {}, -1},
+        {"eth0", kIp, "", leased + ours + "fault " + kMain + " open 1 EACCES\n", {}, -1},
         {"eth1", kIp, "", "", {}, -1},
         {"wlan0", kIp, "", "", {"err \"Not support device wlan0\\n\""}, -1},
         {"eth0", 4, "", "", {"err \"Type:4 error\\n\""}, -1},
@@ -85,13 +106,13 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
 }
 
 TEST(Store, SavesFilesInOneWriteAndTheCmosCopy) {
-    load(line("USEDHCP = 0") + line("HOSTIP = 10.1.2.3") + "file! " + kBackup + " PRIO = 0");
+    load(line("USEDHCP = 0") + line("HOSTIP = 10.1.22.3") + "file! " + kBackup + " PRIO = 0");
     EXPECT_EQ(SaveEthAttr("eth0", kIp, "10.7.7.7"), 0);
     EXPECT_EQ(read_file(kMain), "USEDHCP = 0\nHOSTIP = 10.7.7.7\n");
     EXPECT_EQ(read_file(kBackup), "PRIO = 0\nHOSTIP = 10.7.7.7\n");
     EXPECT_TRUE(
-        journal_follows({kMain + " open rw create trunc", kMain + " write 30", kMain + " close",
-                         kBackup + " open rw create trunc", kBackup + " write",
+        journal_follows({kMain + " open rw", kMain + " write 31", kMain + " ftruncate 30", "out \"durable",
+                         kBackup + " open rw", kBackup + " write", "out \"durable",
                          "/dev/misc/rtc write 3: 28 aa 55", "/dev/misc/rtc write 5: 2c 0a 07 07 07"}));
     sim::clear_journal();
     EXPECT_EQ(Ints({SaveEthAttr("eth0", kPrio, "1"), SaveEthAttr("eth2", kGateway, "10.2.0.1"),
@@ -133,39 +154,117 @@ TEST(Store, RewritesPieceByPieceAndRefusesWhatDoesNotFit) {
     EXPECT_STREQ(name, "/mnt/mtd/Config/networkppp0");
 }
 
-// With both copies in place, a power cut before any step of a save leaves the old value or the new one.
+// A power cut before any step of a save leaves the old value or the new one, and DHCP as it is.
 TEST(Store, SurvivesAPowerCutAtEveryStep) {
-    const char* const values[][2] = {
-        {"10.0.0.1", "10.0.0.222"}, {"255.255.255.0", "255.0.0.0"}, {"10.0.0.254", "10.0.0.9"}, {"0", "1"}};
-    std::string board = "file /proc/net/dev eth0: 0\n";
-    for (int type = 0; type < 4; ++type) {
-        char key[16];
-        NetAttrKeyName(type, key, sizeof key);
-        for (const auto& path : {kMain, kBackup})
-            board += line(key + std::string(" = ") + values[type][0], path);
-    }
-    for (int type = 0; type < 4; ++type) {
+    const auto both = [](const std::string& text) { return line(text) + line(text, kBackup); };
+    const std::string board = "file /proc/net/dev eth0: 0\n" + both("HOSTIP = 10.0.0.1") +
+                              both("SUBMASK = 255.255.255.0") + both("GATEWAYIP = 10.0.0.254") +
+                              both("PRIO = 0");
+    const std::string dhcp =
+        board + line("DHCPIP = 172.16.0.9") + line("USEDHCP = 1") + line("DHCPHAVEIP = 1");
+    const std::string servers = "file /mnt/mtd/Config/resolv.conf nameserver ";
+    const struct {
+        const char* name;
+        const char* type;
+        const char* value;  // that is saved
+        std::string old_value;
+        std::string new_value;
+        std::string board;
+        int least_cuts;
+    } cases[] = {
+        {"eth0", "0", "10.0.0.222", "10.0.0.1", "10.0.0.222", board, 6},
+        {"eth0", "1", "255.0.0.0", "255.255.255.0", "255.0.0.0", board, 6},
+        {"eth0", "2", "10.0.0.9", "10.0.0.254", "10.0.0.9", board, 6},
+        {"eth0", "3", "1", "0", "1", board, 2},
+        {"eth0", "0", "10.0.0.222", "172.16.0.9", "172.16.0.9", dhcp, 6},
+        {"eth0", "0", "10.9", "172.16.0.9", "172.16.0.9", dhcp, 6},
+        {"ppp0", "2", "10.0.0.9", "192.168.2.1", "10.0.0.9", "file /proc/net/dev eth0: 0\n", 6},
+        {"dns", "", "10.0.0.1", "10.0.0.2210.0.0.33", "10.0.0.1",
+         servers + "10.0.0.22\n" + servers + "10.0.0.33\n", 2},
+        {"dns", "", "10.0.0.222", "10.0.0.1", "10.0.0.222", servers + "10.0.0.1\n", 2},
+    };
+    for (const auto& c : cases) {
         int cuts = 0;
         for (bool finished = false; !finished; ++cuts) {
             ASSERT_LT(cuts, 20);
             const scenario::BoardDirectory directory;
-            const std::string number = std::to_string(type);
-            finished = scenario::run(
-                           "tests/setting", board + "cut " + std::to_string(cuts + 1) + "\n",
-                           {.arguments = {"save", "eth0", number, values[type][1]}, .root = directory.path()})
-                           .status == 0;
+            finished =
+                scenario::run("tests/setting", c.board + "cut " + std::to_string(cuts + 1) + "\n",
+                              {.arguments = {"save", c.name, c.type, c.value}, .root = directory.path()})
+                    .status == 0;
             const std::string read =
                 scenario::run(
-                    "tests/setting", board,
-                    {.arguments = {"read", "eth0", number}, .root = directory.path(), .keep_output = true})
+                    "tests/setting", c.board,
+                    {.arguments = {"read", c.name, c.type}, .root = directory.path(), .keep_output = true})
                     .output;
-            const auto reads = [&](int which) {
-                return read.find(std::string("\nread 0 ") + values[type][which] + "\n") != std::string::npos;
+            const auto reads = [&](const std::string& value) {
+                return read.find("\nread 0 " + value + "\n") != std::string::npos;
             };
-            EXPECT_TRUE(reads(1) || (!finished && reads(0))) << "type " << type << " cut " << cuts << read;
+            EXPECT_TRUE(reads(c.new_value) || (!finished && reads(c.old_value)))
+                << c.name << c.type << " " << c.value << " cut " << cuts << read;
         }
-        EXPECT_GE(cuts, 5) << "the cuts must reach the save";
+        EXPECT_GE(cuts, c.least_cuts + 1) << "the cuts must reach the save";
     }
+}
+
+TEST(Store, ASaveThatFailsLeavesWhatWasThere) {
+    const std::string resolver = "/mnt/mtd/Config/resolv.conf";
+    const auto save = [](const std::string& path, const char* value) {
+        return path == kMain ? NetConfigWriteKey(path.c_str(), "HOSTIP", value) : NetSetDNS(value, nullptr);
+    };
+    for (const std::string& path : {kMain, resolver}) {
+        const std::string key = path == kMain ? "HOSTIP = " : "nameserver ";
+        const std::string fault = "fault " + path + " ";
+        for (const std::string& faults :
+             {fault + "write 1 ENOSPC", fault + "write 1 short 1\n" + fault + "write 2+ ENOSPC",
+              fault + "write 2 ENOSPC", fault + "write 2 short 14\n" + fault + "write 3 ENOSPC",
+              fault + "read 1+ EIO", fault + "open 1 EMFILE"}) {
+            load(line(key + "10.0.0.1", path) + faults);
+            EXPECT_EQ(save(path, "10.0.0.222"), -1) << faults;
+            EXPECT_EQ(read_file(path), key + "10.0.0.1\n") << faults;
+        }
+        load(line(key + "10.0.0.222", path) + fault + "ftruncate 1 EIO");
+        EXPECT_EQ(save(path, "10.0.0.1"), -1);
+        EXPECT_EQ(read_file(path), key + "10.0.0.222\n");
+        load(fault + "write 2 ENOSPC");
+        EXPECT_EQ(save(path, "10.0.0.1"), -1);
+        EXPECT_FALSE(std::filesystem::exists(path_of(path)))
+            << "a new file that cannot be written goes again";
+        const mode_t mask = umask(0);
+        EXPECT_EQ(save(path, "10.0.0.1"), 0);
+        umask(mask);
+        struct stat info {};
+        EXPECT_EQ(stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777U, 0644U);
+    }
+    // With no space left a save leaves both copies; the result tells of the CMOS alone.
+    load(line("PRIO = 0") + line("PRIO = 0", kBackup) + "fault " + kMain + " write 1+ ENOSPC\nfault " +
+         kBackup + " write 1+ ENOSPC");
+    EXPECT_EQ(SaveEthAttr("eth0", kPrio, "100"), 0);
+    EXPECT_EQ(read_file(kMain) + read_file(kBackup), "PRIO = 0\nPRIO = 0\n");
+}
+
+TEST(Store, RefusesWhatWouldBreakTheFile) {
+    const std::string content = "HOSTIP = 10.0.0.1\nUSEDHCP = 1\n", server = "nameserver 10.0.0.1\n";
+    const std::string resolver = "/mnt/mtd/Config/resolv.conf";
+    load("");
+    write_file(kMain, content);
+    write_file(resolver, server);
+    for (const char* value :
+         {"10.0.0.2\nUSEDHCP = 0", "10.0.0.2\n", "10.0.0.2\r", "\n", "", "10.0.0.2 3", "\t10.0.0.2"}) {
+        EXPECT_EQ(Ints({SaveEthAttr("eth0", kIp, value), NetConfigWriteKey(kMain.c_str(), "HOSTIP", value)}),
+                  Ints(2, -1))
+            << value;
+        if (*value == '\0') continue;  // a line of the resolver file may be without server
+        EXPECT_EQ(Ints({NetSetDNS(value, nullptr), NetSetDNS("10.0.0.9", value)}), Ints(2, -1)) << value;
+    }
+    for (const char* key : {"", "HOST\nIP", "HOSTIP\r", " ", "=", "I ", " = "})
+        EXPECT_EQ(NetConfigWriteKey(kMain.c_str(), key, "1"), -1) << key;
+    EXPECT_EQ(NetSetDNS(std::string(52, '1').c_str(), "10.0.0.9"), -1)
+        << "longer than what is read of a line";
+    EXPECT_EQ(read_file(kMain) + read_file(resolver), content + server);
+    EXPECT_EQ(counts({kMain, kBackup, "/dev/misc/rtc", resolver}), Ints(4, 0));
+    EXPECT_EQ(NetSetDNS(std::string(51, '1').c_str(), ""), 0);
 }
 
 TEST(Store, KnowsAFactoryReset) {
@@ -232,6 +331,18 @@ TEST(Interfaces, AsTheKernelListsThem) {
     EXPECT_EQ(Ints({NetSetDefaultEth("eth0"), NetGetDefaultEth(names), NetSetDefaultEth("eth1")}),
               Ints({0, 0, -1}));
     EXPECT_STREQ(names, "eth0");
+    load(
+        "file /proc/net/dev eth0: 0\nfault /proc/net/dev read 2+ EIO\nfile /proc/net/emac_link eth0 Link "
+        "State: UP\n"
+        "fault /proc/net/emac_link read 2 EIO");
+    EXPECT_EQ(Ints({NetGetEthDevice(entries, 10), NetGetEthName(names, sizeof names, &number),
+                    mii_diag("eth0"), number}),
+              Ints({-1, -1, -2, 0}))
+        << "a part of a list is no list";
+    EXPECT_STREQ(names, "");
+    EXPECT_TRUE(journal_follows({"err \"open /proc/net/dev failed\\n\"",
+                                 "out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|NetGetEthName|",
+                                 "err \"open /proc/net/emac_link failed\\n\""}));
 }
 
 TEST(Interfaces, LinkState) {
@@ -286,6 +397,7 @@ TEST(Addresses, AsText) {
         EXPECT_STREQ(end, c.end);
     }
     char text[16];
+    NetIpToStr(1, nullptr);
     NetIpToStr(0x04030201, text);
     EXPECT_STREQ(text, "1.2.3.4");
     EXPECT_EQ(
@@ -308,6 +420,12 @@ TEST(Identity, ResolverHostNameAndMac) {
     EXPECT_EQ(Strings({first, second}), Strings({"10.0.0.1", "kept"}));
     EXPECT_EQ(NetSetDNS(nullptr, nullptr), 0);
     EXPECT_EQ(read_file(resolver), "");
+    for (const char* fault : {"open 1 EACCES", "read 1 EIO", "read 2 EIO"}) {
+        load(line("nameserver 10.0.0.2", resolver) + "fault " + resolver + " " + fault + "\nenv a=1");
+        EXPECT_EQ(NetGetDNS(first, 16, second, 16), -1) << fault;
+        EXPECT_TRUE(journal_follows({"err \"fopen resolv.conf: "}));
+    }
+    EXPECT_EQ(Strings({first, second}), Strings({"10.0.0.1", "kept"}));
     sim::clear_journal();
     for (const char* name :
          {"a;reboot", "$(reboot)", "a b", "", "-F", "a\nb", "`x`", static_cast<const char*>(nullptr)})

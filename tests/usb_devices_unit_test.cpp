@@ -1,12 +1,23 @@
 // The listings of USB devices with their interfaces, and the search through /sys on which they rest.
+#include <dirent.h>
 #include <libmarl/usb_devices.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include "helpers/board.h"
 #include "helpers/usb_list.h"
 #include "modem/index_sheet.h"
+
+// How many entries of directories can be read before one cannot.
+static int g_readable = -1;
+
+extern "C" dirent64* readdir64(DIR* directory) {
+    if (g_readable == 0) errno = EIO;
+    return g_readable == 0 ? nullptr : (--g_readable, board::behind(readdir64, "readdir64")(directory));
+}
 
 namespace {
 
@@ -48,6 +59,53 @@ Listed list(int (*listing)(UsbDevice*, int*), int capacity = 40) {
 }
 
 bool reported(const std::string& text) { return seen("): " + text + "\\e[m"); }
+
+// The line that an ERROR line names, 0 when there is none.
+int line_of(const std::string& text) {
+    const std::string journal = sim::journal();
+    const size_t end = journal.rfind("): " + text + "\\e[m");
+    return end != journal.npos ? atoi(journal.c_str() + journal.rfind('|', end) + 1) : 0;
+}
+
+// Devices that are not listed have interfaces too, on places before and behind those of one that is.
+TEST(UsbListing, NamesEveryDeviceThatIsListed) {
+    std::string nameless;
+    for (const int port : {0, 1, 2, 4, 5, 6}) nameless += block({.port = port, .manufacturer = nullptr});
+    usb_list::put(block(kRootHub) + nameless + block({.port = 3}));
+    for (const char* port : {"1", "2", "3", "4", "5", "6", "7"})
+        put_interface("1-" + std::string(port) + "/1-" + port + ":1.0/ttyUSB" + port);
+    EXPECT_EQ(summary_of(list(get_usb_devs, 1).devices), "0 0 ttyUSB4 , ");
+    EXPECT_EQ(summary_of(list(get_mult3Ginfo_FromFile, 1).devices), "1 0 ttyUSB4 , ");
+    // The serial listing finds serial interfaces alone, whatever made them.
+    usb_list::put(block(kRootHub) + block({.port = 3, .driver = "option"}));
+    EXPECT_EQ(summary_of(list(get_mult3Ginfo_FromFile, 1).devices), "0 0 ttyUSB4 , ");
+    EXPECT_EQ(summary_of(list(get_usb_devs, 1).devices), "2 0 , ");
+    // What is behind a hub is not taken for what is in front of it at a port of the same number.
+    load("");
+    usb_list::put(block(kRootHub) + block({.level = 2, .port = 0}));
+    put_interface("1-1/1-1:1.0/ttyUSB7");
+    put_interface("1-1/1-1.1/1-1.1:1.0/ttyUSB8");
+    EXPECT_EQ(summary_of(list(get_usb_devs).devices), "0 0 ttyUSB8 , ");
+}
+
+TEST(UsbListing, WhatCannotBeReadGivesNoPartOfAList) {
+    for (const auto listing : {get_usb_devs, get_mult3Ginfo_FromFile}) {
+        load("");
+        usb_list::put(block(kRootHub) + block({}));
+        put_interface("1-1/1-1:1.0/ttyUSB0");
+        sim::run("fault /proc/bus/usb/devices read 4 EIO");
+        const Listed unread = list(listing);
+        EXPECT_EQ(unread.result, -1);
+        EXPECT_TRUE(reported("Fail to open usb USB_DEVICE_NAME:/proc/bus/usb/devices!"));
+        g_readable = 5;
+        const Listed unwalked = list(listing);
+        g_readable = -1;
+        EXPECT_EQ(unwalked.result, -1);
+        EXPECT_TRUE(journal_follows({"err \"opendir: Input/output error\\n\""}));
+        EXPECT_TRUE(reported(listing == get_usb_devs ? "dvr_find_file failed" : "find_File failed"));
+        EXPECT_EQ(Ints({unread.devices[0].manufacturer[0], unwalked.devices[0].manufacturer[0]}), Ints(2, 0));
+    }
+}
 
 TEST(UsbListing, GivesDevicesTheirInterfaces) {
     usb_list::put(
@@ -98,16 +156,19 @@ TEST(UsbListing, ThirtyDevicesAndMore) {
     EXPECT_EQ(list(get_usb_devs, 30).devices.size(), 30U);
     EXPECT_EQ(list(get_usb_devs, 7).devices.size(), 7U);
     // A device more than there are slots, and interfaces more than a device keeps.
-    for (int port = 1; port <= 6; ++port) {
+    const auto put_on_port = [](int port) {
         const std::string place = "1-" + std::to_string(port);
         put_interface(place + "/" + place + ":1.0/ttyUSB" + std::to_string(port));
-    }
+    };
+    for (int port = 1; port <= 6; ++port) put_on_port(port);
     sim::clear_journal();
     EXPECT_EQ(list(get_mult3Ginfo_FromFile, 30).result, 0);
     EXPECT_TRUE(journal_follows({"out \"[libmarl] ptty->index=5 bus=1 port="}));
     EXPECT_TRUE(reported("save_index_sheet failed"));
     EXPECT_EQ(list(get_usb_devs, 30).result, 0);
     EXPECT_TRUE(reported("usb_save_index_sheet failed"));
+    // More places than a bus has.
+    for (int port = 7; port <= 128; ++port) put_on_port(port);
     EXPECT_EQ(list(get_usb_devs, 5).devices.size(), 5U);
     EXPECT_TRUE(reported("there overstep the boundary "));
 
@@ -161,6 +222,8 @@ TEST(UsbListing, AListCutAnywhereIsReportedOrWhole) {
         EXPECT_EQ(list(get_usb_devs).result, -1);
         EXPECT_TRUE(reported(list_end.empty() ? "fgets Manufacturer failed" : "fgets Product failed"));
     }
+    EXPECT_NE(line_of("fgets Manufacturer failed"), line_of("fgets Product failed"))
+        << "the line of each failure";
     // A device that is not configured has neither names nor a driver, and hides nothing of the next.
     usb_list::put(nameless + block({.port = 1}));
     EXPECT_EQ(list(get_usb_devs).devices.at(0).port, 1);

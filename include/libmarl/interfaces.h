@@ -43,7 +43,8 @@ MARL_API int NetGetEthIndex(const char* name, const char* caller);
 /*
  * Lists those of "eth0" to "eth9" that exist in `entries`, at most `capacity` (1..MARL_NET_DEVICES_MAX).
  * Their number, at least 1: on a board without any there is an entry for "eth0". -1 for null `entries` and
- * for a `capacity` out of range; one below 1 gets a WARN line.
+ * for a `capacity` out of range; one below 1 gets a WARN line. -1 also for a list that is there but cannot be
+ * read to its end, with the message of one that cannot be opened.
  */
 MARL_API int NetGetEthDevice(NetDeviceEntry* entries, int capacity);
 
@@ -51,7 +52,8 @@ MARL_API int NetGetEthDevice(NetDeviceEntry* entries, int capacity);
  * The names of all "eth" interfaces but "eth1", and "ppp0", each followed by "::", into `buf` of `len` bytes
  * (at least 10), as many as fit whole; their number in `*count`. "eth0" alone, after an ERROR line, when
  * /proc/net/dev cannot be opened; "eth0::" when it lists none. 0, or -1 for a null argument or, after an
- * ERROR line, a buffer too short.
+ * ERROR line, a buffer too short or a list that cannot be read to its end: `buf` is empty and `*count` 0
+ * then.
  */
 MARL_API int NetGetEthName(char* buf, int len, int* count);
 

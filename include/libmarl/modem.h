@@ -39,7 +39,8 @@ typedef struct Usb3gModule {
  * Reads the modem's entry of the USB list. Without a hub that is the first device after the root hub. With
  * one it is the first device behind the hub when that is on the hub's first port, else the second; a single
  * device on another port is the modem on "QZ-TRX5-KB-A" alone. 1, or -1: no such device, an entry that the
- * list ends within, or no list (system error "fopen"). The record is all zero where it is not filled.
+ * list ends within, or no list that can be read (system error "fopen"). The record is all zero where it is
+ * not filled.
  */
 MARL_API int find_3g_usb_device(Usb3gModule* module);
 
@@ -66,14 +67,14 @@ MARL_API int lookup_3g_module(const Usb3gModule* module);
 
 /*
  * Waits for the modem: the USB list first, then the kernel's hot-plug events (NETLINK_KOBJECT_UEVENT), then
- * the list again. Sets the hub flag. `polls` is how often events are taken, 100 ms apart; 0 or less waits
- * without end.
+ * the list again. Sets the hub flag. `polls` is how often events are taken, 100 ms apart, however many there
+ * are; 0 or less waits without end. Only what the kernel itself has sent is an event.
  *
  * Events are judged in batches, after every 20 polls and the last one or, without a limit, a second after the
  * last event. The first event of a batch decides: its device is the modem, or the batch is dropped. It has to
- * have a sysfs path of at most 127 characters. On a board with a hub its position is printed
- * ("[libmarl] busTmp = %s------\n") and has to be "1-1.1"; on "QZ-TRX5-KB-A" "1-1.2" will do as well. An
- * event that does not fit into 4096 bytes with those before it in the batch is lost.
+ * have a sysfs path of at most 127 characters, none of whose names is "..". On a board with a hub its
+ * position is printed ("[libmarl] busTmp = %s------\n") and has to be "1-1.1"; on "QZ-TRX5-KB-A" "1-1.2" will
+ * do as well. An event that does not fit into 4096 bytes with those before it in the batch is lost.
  *
  * 0 with the record and the modem type set. -1 with a zero record and the type -1; system errors are reported
  * for "socket", "bind" and, where an attribute of the device cannot be read, "Open". -1 without touching the

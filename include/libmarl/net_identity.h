@@ -4,7 +4,7 @@
  * NetGetDNS(), NetGetMAC() and NetSetHostName() are safe from any thread. NetSetDNS() takes no lock, so
  * callers take turns; for NetSetMAC() the rules of __set_armboot_para() (libmarl/env.h) hold.
  *
- * Messages go to standard error, with two exceptions: the system error of NetSetDNS() has its prefix
+ * Messages go to standard error, with two exceptions: the system error of the DNS calls has its prefix
  * "[libmarl] [libmarl] " on standard output, where most of what the boot environment prints for NetSetMAC()
  * goes too.
  */
@@ -18,13 +18,17 @@ MARL_BEGIN_DECLS
 /*
  * The two DNS servers of /mnt/mtd/Config/resolv.conf (resolv.conf(5)), into buffers of 16 bytes or more: the
  * first line's and the second line's. A line that is no "nameserver" line leaves its buffer alone. Without
- * the file both are the default public server. 0, or -1 for a missing or, with a message, a short buffer.
+ * the file both are the default public server. 0, or -1 for a missing or, with a message, a short buffer, and
+ * for a file that is there but cannot be opened or read (system error "fopen resolv.conf"): both buffers are
+ * left alone then.
  */
 MARL_API int NetGetDNS(char* primary, int plen, char* secondary, int slen);
 
 /*
- * Writes the resolver file anew; a null server has no line. 0, or -1 when the text would be longer than 255
- * characters, or the file cannot be opened (system error "fopen resolv.conf") or written.
+ * Writes the resolver file anew, as safely as a network file (libmarl/network.h); a null server has no line,
+ * an empty one a line without address. 0, or -1 for a server with blanks or control characters or of more
+ * than 51 characters, or when the file cannot be opened (system error "fopen resolv.conf") or written: it is
+ * as it was then.
  */
 MARL_API int NetSetDNS(const char* primary, const char* secondary);
 

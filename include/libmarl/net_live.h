@@ -37,10 +37,10 @@ MARL_API int SetEthAttr(const char* name, int type, const char* value);
 
 /*
  * Makes `gateway` the default route, through the named interface; over "ppp0" a device route without gateway.
- * The default routes through "eth0" to "eth9" are removed first, and stay so when the new one is refused. A
- * gateway outside the stored subnet of "eth0" or "eth2" is refused before that
- * ("[libmarl] Gateway and ip are in different subnet\n"). "[libmarl] set success\n" when it is done; both
- * lines on standard output. Stores nothing.
+ * One default route of each of those of "eth0" to "eth9" that exist is removed first, and stays so when the
+ * new one is refused; routes of other interfaces, such as "ppp0", stay. A gateway outside the stored subnet
+ * of "eth0" or "eth2" is refused before that ("[libmarl] Gateway and ip are in different subnet\n").
+ * "[libmarl] set success\n" when it is done; both lines on standard output. Stores nothing.
  */
 MARL_API int SetGateWay(const char* name, const char* gateway);
 

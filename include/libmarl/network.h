@@ -9,9 +9,10 @@
  * what reading and storing are made of.
  *
  * Nothing here takes a lock or keeps state: every call opens and closes the files. Reading is safe from any
- * thread, beside a save as far as the old, the new or an empty file may be read; callers that save take
- * turns. Every file is written with a single write(2), the main file before its backup, so a power cut costs
- * one copy at most.
+ * thread, also beside a save; callers that save take turns. A file is never cut before it is written: the new
+ * text goes over the old one, what is left of that is cut off, and it is on the flash before the backup is
+ * touched. So a power cut, a full flash or a failing write leaves each copy with its old text or the new one,
+ * at worst with empty lines behind it. Files that are made have the mode 0644, less the umask.
  *
  * Messages go to standard error, but for these on standard output: the ERROR line of a CMOS device that
  * cannot be opened, "[libmarl] var=%#x\n" for a CMOS copy without its magic, and the WARN and other lines of
@@ -53,16 +54,18 @@ MARL_API int NetConfigFileName(int index, char* buf, int len);
  *  - the built-in default; as address of eth2 and ppp0 the one of two that eth0 does not have by the
  *    CMOS copy.
  *
- * 0, or negative for a name without index, a short buffer or a type that does not exist. -1 with the default
- * in `out` when the CMOS copy is needed and cannot be read or, for eth0, has a magic that is neither valid
- * nor 0.
+ * 0, or negative for a name without index, a short buffer or a type that does not exist. -1 with `out` left
+ * alone, after "open failed for %s" with the key, when a file that comes before the value is there but cannot
+ * be read: it may have the value, so nothing else stands in for it. -1 with the default in `out` when the
+ * CMOS copy is needed and cannot be read or, for eth0, has a magic that is neither valid nor 0.
  */
 MARL_API int GetEthAttr(const char* name, int type, char* out, int outLen);
 
 /*
  * Stores one attribute in the main file, its backup and, for eth0's addresses, the CMOS copy, for the next
  * start. A null `value` stores nothing and succeeds. 0; negative for a name without index or a type that does
- * not exist; -1 when the CMOS copy cannot be written. A file that cannot be written is not reported.
+ * not exist; -1 for a value that is not one word, which stores nothing, and when the CMOS copy cannot be
+ * written. A file that cannot be written keeps its text and is not reported.
  */
 MARL_API int SaveEthAttr(const char* name, int type, const char* value);
 
@@ -75,16 +78,17 @@ MARL_API int SaveEthAttrByIndex(int index, char* pathBuf, int type, const char* 
 /*
  * Sets one key in one file, as "key = value". Every piece of the file (a line, or 31 characters of a longer
  * one) that contains `key` is replaced by the setting; without one it is appended, on a line of its own. A
- * file that does not exist is made, with " = = " as second line. 0; -1 when it cannot be made
- * ("open failed for %s"), or, silently, when the new text would be longer than 4095 characters: the file is
- * left alone then.
+ * file that does not exist is made, with " = = " as second line. 0; -1 when it cannot be opened, read or made
+ * ("open failed for %s"), and silently for a key or value that is not one word (blanks and control characters
+ * make several or break the file; neither may be empty, a key has no '='), a new text longer than 4095
+ * characters, or a write that fails. The file is as it was then.
  */
 MARL_API int NetConfigWriteKey(const char* path, const char* key, const char* value);
 
 /*
  * The value that DHCP left in the file `path`, for types 0..2, into `out` of `outLen` bytes (16 or more). 0,
- * or -1: no such file or value or DHCP not in use, both silent; no address by DHCP
- * ("can not get IP by DHCP, use IP save in NETWORK\n"); another type, or a short buffer.
+ * or -1: no such file or value, DHCP not in use, or a file that cannot be read, all silent; no address by
+ * DHCP ("can not get IP by DHCP, use IP save in NETWORK\n"); another type, or a short buffer.
  */
 MARL_API int NetGetDhcpAttr(const char* path, int type, char* out, int outLen);
 
@@ -105,7 +109,7 @@ MARL_API int NetGetDefaultEth(char* out);
 /* Stores priority 0 for the named interface and 1 for all others. 0, or negative at the first failure. */
 MARL_API int NetSetDefaultEth(const char* name);
 
-/* Formats an address held in network byte order as a dotted quad; `out` has 16 bytes. */
+/* Formats an address held in network byte order as a dotted quad; `out` has 16 bytes. Null is left alone. */
 MARL_API void NetIpToStr(uint32_t addr, char* out);
 
 MARL_END_DECLS

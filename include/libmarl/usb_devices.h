@@ -3,10 +3,10 @@
  * they rest. Devices come from /proc/bus/usb/devices, interfaces from the names of the files that are found
  * under /sys/devices/platform.
  *
- * No call has to come first. get_usb_devs() is for all devices, get_mult3Ginfo_FromFile() for programs
- * that only care about serial modems; for the board's own modem see libmarl/modem.h. The two listings keep
- * where they saw devices last, unguarded: each belongs to one thread at a time. dvr_find_file() is safe
- * from any thread.
+ * No call has to come first. get_usb_devs() is for all devices, get_mult3Ginfo_FromFile() for programs that
+ * only care about serial interfaces; for the board's own modem see libmarl/modem.h. The two listings keep
+ * where they saw devices last, unguarded: each belongs to one thread at a time. dvr_find_file() is safe from
+ * any thread.
  *
  * Failures are ERROR lines on standard output, but for the system errors "malloc", "lstat" and "opendir":
  * prefix "[libmarl] [libmarl] " on standard output, text on standard error.
@@ -49,15 +49,15 @@ typedef struct UsbDevice {
  * Lists the devices that give a manufacturer and a product, root hubs (vendor 0000) left out. `*count` is the
  * capacity of `devices` on entry, and the number found on success; what does not fit is left out. Serial
  * modems get their "ttyUSB%d" names; wireless adapters get their "wlan%d" names or, when there are none,
- * "eth2", the board's wireless interface.
+ * "eth2", the board's wireless interface. Other devices that have interfaces get a slot, but no names.
  *
  * The list is tried 5 times, 500 ms apart. 0, also when a slot above 4 ended the naming of interfaces (an
- * ERROR line says so). -1, with `*count` left alone: null or negative arguments, no list, a list that is not
- * whole, no memory, or a directory that cannot be read.
+ * ERROR line says so). -1, with `*count` left alone and `devices` zero: null or negative arguments, no list,
+ * a list that is not whole or cannot be read, no memory, or a directory that cannot be read.
  */
 MARL_API int get_usb_devs(UsbDevice* devices, int* count);
 
-/* The same for serial modems alone: devices of class MARL_USB_MODEM get their "ttyUSB%d" names. */
+/* The same for serial interfaces alone: every device that has some gets their "ttyUSB%d" names. */
 MARL_API int get_mult3Ginfo_FromFile(UsbDevice* devices, int* count);
 
 /*

@@ -31,6 +31,7 @@ int32_t decimal(const char* text) { return static_cast<int32_t>(strtoll(text, nu
 uint64_t hexadecimal(const char* text) { return strtoull(text, nullptr, 16); }
 
 bool LineReader::fill() {
+    if (failed_) return false;
     const ssize_t n = read_some(fd_, buffer_, sizeof buffer_);
     failed_ = n < 0;
     start_ = 0;
@@ -52,6 +53,7 @@ bool LineReader::next(char* line, size_t size) {
         length += count;
         start_ += count;
     }
+    if (failed_) length = 0;
     line[length] = '\0';
     return length > 0;
 }

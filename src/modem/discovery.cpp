@@ -119,8 +119,8 @@ void begin_block(std::string_view line, Block& block) {
     take_texts(line, block.module);
 }
 
-// Reads the first blocks of the list; how many there were.
-size_t read_blocks(int fd, std::span<Block> blocks) {
+// Reads the first blocks of the list; how many there were, or nothing when it cannot be read.
+std::optional<size_t> read_blocks(int fd, std::span<Block> blocks) {
     UsbLines lines(fd);
     size_t count = 0;
     while (lines.next()) {
@@ -129,6 +129,7 @@ size_t read_blocks(int fd, std::span<Block> blocks) {
         if (count == blocks.size()) break;
         begin_block(lines.text(), blocks[count++]);
     }
+    if (lines.failed()) return std::nullopt;
     return count;
 }
 
@@ -161,13 +162,14 @@ int find_3g_usb_device(Usb3gModule* module) {
     if (module == nullptr) return -1;
     *module = {};
     const Fd list(open_file(kUsbDeviceList, O_RDONLY));
-    if (!list.is_open()) {
+    Block blocks[kBlocksWithHub];
+    const std::span<Block> wanted(blocks, g_discovery.hub ? kBlocksWithHub : kBlocksWithoutHub);
+    const auto count = list.is_open() ? read_blocks(list.get(), wanted) : std::nullopt;
+    if (!count) {
         diag::library_system_error("fopen", errno);
         return -1;
     }
-    Block blocks[kBlocksWithHub];
-    const std::span<Block> wanted(blocks, g_discovery.hub ? kBlocksWithHub : kBlocksWithoutHub);
-    const Block* block = modem_block(wanted.first(read_blocks(list.get(), wanted)));
+    const Block* block = modem_block(wanted.first(*count));
     if (block == nullptr || !block->complete) return -1;
     *module = block->module;
     return 1;

@@ -26,10 +26,13 @@ using namespace marl;
 constexpr size_t kEventBufferSize = 4096;
 constexpr int kReceiveBufferSize = 16384;
 constexpr uint32_t kKernelEvents = 1;  // multicast group
+constexpr uint32_t kKernel = 0;        // the kernel's port number
+constexpr uint32_t kAnyPort = 0;
 
 constexpr uint32_t kPollMs = 100;
 constexpr uint32_t kPollsPerTest = 20;
 constexpr uint32_t kQuietPolls = 10;  // after the last event, when there is no limit
+constexpr int kEventsPerPoll = 64;    // more than the receive buffer holds
 
 constexpr size_t kDirectorySize = 128;
 constexpr size_t kAttributePathSize = kDirectorySize + 16;
@@ -63,19 +66,19 @@ class Events {
     bool any() const { return used_ > 0; }
     void clear() { used_ = 0; }
 
-    // Takes every event that is waiting; whether there was one. An event is received whole, because a
-    // datagram socket throws away what a receive leaves of it; MSG_TRUNC tells its size all the same.
+    // Takes the events that are waiting; whether there was one. No more than could wait when it began, so that
+    // a storm of them does not hold it. Any program may send such datagrams: only the kernel's count.
     bool gather(int fd) {
-        bool received = false;
-        for (;;) {
+        const size_t used_before = used_;
+        for (int taken = 0; taken < kEventsPerPoll; ++taken) {
             const size_t room = kEventBufferSize - used_;
-            const ssize_t size =
-                repeat_interrupted([&] { return recv(fd, bytes_ + used_, room, MSG_DONTWAIT | MSG_TRUNC); });
-            if (size <= 0) return received;
-            if (static_cast<size_t>(size) > room) continue;
-            used_ += static_cast<size_t>(size);
-            received = true;
+            sockaddr_nl sender{};
+            const ssize_t size = receive(fd, bytes_ + used_, room, sender);
+            if (size < 0) break;
+            const bool counts = sender.nl_pid == kKernel && static_cast<size_t>(size) <= room;
+            if (counts) used_ += static_cast<size_t>(size);
         }
+        return used_ > used_before;
     }
 
     // The device path of the first event.
@@ -85,9 +88,29 @@ class Events {
     }
 
   private:
+    // An event is received whole, because a datagram socket throws away what a receive leaves of it; MSG_TRUNC
+    // tells its size all the same.
+    static ssize_t receive(int fd, char* event, size_t room, sockaddr_nl& sender) {
+        auto* address = reinterpret_cast<sockaddr*>(&sender);
+        return repeat_interrupted([&] {
+            socklen_t length = sizeof sender;
+            return recvfrom(fd, event, room, MSG_DONTWAIT | MSG_TRUNC, address, &length);
+        });
+    }
+
     char* bytes_;
     size_t used_ = 0;
 };
+
+// A name ".." in a path leads out of the devices.
+bool leads_upwards(std::string_view path) {
+    constexpr std::string_view kUpwards = "/..";
+    for (size_t at = path.find(kUpwards); at != std::string_view::npos; at = path.find(kUpwards, at + 1)) {
+        const std::string_view rest = rest_of(path, at + kUpwards.size());
+        if (rest.empty() || rest.starts_with('/')) return true;
+    }
+    return false;
+}
 
 // The device's place is the last part of its path; the parts of a device itself go on
 // behind it ("1-1.1:1.0").
@@ -117,6 +140,7 @@ bool read_attribute(const char* directory, const Attribute& attribute, Usb3gModu
 }
 
 bool read_attributes(std::string_view device_path, Usb3gModule& module) {
+    if (leads_upwards(device_path)) return false;
     char directory[kDirectorySize];
     const int length = snprintf(directory, sizeof directory, "/sys%.*s", static_cast<int>(device_path.size()),
                                 device_path.data());
@@ -142,18 +166,24 @@ bool is_answered_by(Events& events, Usb3gModule& module) {
     return false;
 }
 
+bool bind_to_events(int fd, uint32_t port) {
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_pid = port;
+    address.nl_groups = kKernelEvents;
+    return bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
 int open_event_socket() {
-    const int fd = socket(AF_NETLINK, SOCK_DGRAM | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT);
+    const int fd = open_socket(AF_NETLINK, SOCK_DGRAM, NETLINK_KOBJECT_UEVENT);
     if (fd < 0) {
         diag::library_system_error("socket", errno);
         return -1;
     }
     setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &kReceiveBufferSize, sizeof kReceiveBufferSize);
-    sockaddr_nl address{};
-    address.nl_family = AF_NETLINK;
-    address.nl_pid = static_cast<uint32_t>(gettid());
-    address.nl_groups = kKernelEvents;
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
+    // Another socket of the process may hold the number of this thread, whichever its thread was.
+    if (bind_to_events(fd, static_cast<uint32_t>(gettid()))) return fd;
+    if (errno == EADDRINUSE && bind_to_events(fd, kAnyPort)) return fd;
     diag::library_system_error("bind", errno);
     close(fd);
     return -1;

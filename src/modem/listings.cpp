@@ -42,7 +42,8 @@ struct Listing {
     const char* function;
     std::span<const Driver> drivers;
     int other_class;
-    int serial_class;
+    std::span<const char* const>
+        names;  // of interfaces, by class: what comes before the number; null for none
     int wireless_class;
     int (*find_interfaces)(InterfaceTable& table);
     IndexSheet& sheet;
@@ -57,10 +58,14 @@ constexpr Driver kDrivers[] = {{"usbserial_generic", MARL_USB_SERIAL},
                                {"rtusbSTA", MARL_USB_WIRELESS}};
 constexpr Driver kModemDrivers[] = {{"usbs", MARL_USB_MODEM}};
 
+// The second listing looks for serial interfaces alone, so whatever it finds is one.
+constexpr const char* kNames[] = {"ttyUSB", "wlan", nullptr};
+constexpr const char* kModemNames[] = {"ttyUSB", "ttyUSB"};
+
 constexpr Listing kAllDevices = {"get_usb_devs",
                                  kDrivers,
                                  MARL_USB_OTHER,
-                                 MARL_USB_SERIAL,
+                                 kNames,
                                  MARL_USB_WIRELESS,
                                  find_all_interfaces,
                                  g_wireless_sheet,
@@ -69,15 +74,21 @@ constexpr Listing kAllDevices = {"get_usb_devs",
 constexpr Listing kModems = {"get_mult3Ginfo_FromFile",
                              kModemDrivers,
                              MARL_USB_NO_MODEM,
-                             MARL_USB_MODEM,
+                             kModemNames,
                              kNoClass,
                              find_serial_interfaces,
                              g_serial_sheet,
                              "ptty",
                              "save_index_sheet failed"};
 
-int fail(const Listing& listing, const char* text) {
-    diag::error({module::kModem, listing.function}, "%s", text);
+int fail(const Listing& listing, const char* text, int line = __builtin_LINE()) {
+    diag::error({module::kModem, listing.function, line}, "%s", text);
+    return -1;
+}
+
+int fail_list(const Listing& listing, int line = __builtin_LINE()) {
+    diag::error({module::kModem, listing.function, line}, "Fail to open usb USB_DEVICE_NAME:%s!",
+                kUsbDeviceList);
     return -1;
 }
 
@@ -111,6 +122,7 @@ class DeviceReader {
     int read(int fd) {
         UsbLines lines(fd);
         while (outcome_ == Outcome::Going && lines.next()) take(lines.text());
+        if (lines.failed()) return fail_list(listing_);
         if (outcome_ == Outcome::Going) finish();
         return outcome_ == Outcome::Failed ? -1 : static_cast<int>(count_);
     }
@@ -189,8 +201,8 @@ class DeviceReader {
         if (expected_ == Expected::Product) stop("fgets Product failed");
     }
 
-    void stop(const char* failure) {
-        fail(listing_, failure);
+    void stop(const char* failure, int line = __builtin_LINE()) {
+        fail(listing_, failure, line);
         outcome_ = Outcome::Failed;
     }
 
@@ -213,24 +225,26 @@ int open_list() {
 
 int read_devices(const Listing& listing, std::span<UsbDevice> devices) {
     const Fd list(open_list());
-    if (!list.is_open()) {
-        diag::error({module::kModem, listing.function}, "Fail to open usb USB_DEVICE_NAME:%s!",
-                    kUsbDeviceList);
-        return -1;
-    }
+    if (!list.is_open()) return fail_list(listing);
     return DeviceReader(listing, devices).read(list.get());
 }
 
-// The device at a place. A path tells bus and port, and only roughly how deep; where two devices share bus
-// and port, the depth decides.
-UsbDevice* device_at(std::span<UsbDevice> devices, const InterfaceEntry& entry) {
-    UsbDevice* found = nullptr;
-    for (UsbDevice& device : devices) {
-        if (device.bus != entry.bus || device.port + 1 != entry.port) continue;
-        if (device.level == entry.level) return &device;
-        if (found == nullptr) found = &device;
-    }
-    return found;
+bool has_place(const UsbDevice& device, const InterfaceEntry& entry) {
+    return device.bus == entry.bus && device.port + 1 == entry.port && device.level == entry.level;
+}
+
+// The listed device at a place. A path tells bus and port, and only roughly how deep: where no device is as
+// deep as the path says, it is the first of that bus and port, but for one that has a place of its own.
+UsbDevice* device_at(std::span<UsbDevice> devices, const InterfaceTable& table, const InterfaceEntry& place) {
+    const auto exact = std::find_if(devices.begin(), devices.end(),
+                                    [&](const UsbDevice& device) { return has_place(device, place); });
+    if (exact != devices.end()) return &*exact;
+    const auto near = std::find_if(devices.begin(), devices.end(), [&](const UsbDevice& device) {
+        return device.bus == place.bus && device.port + 1 == place.port &&
+               std::none_of(table.used().begin(), table.used().end(),
+                            [&](const InterfaceEntry& entry) { return has_place(device, entry); });
+    });
+    return near != devices.end() ? &*near : nullptr;
 }
 
 void set_name(UsbDevice& device, int number_of_name, const char* name) {
@@ -238,15 +252,15 @@ void set_name(UsbDevice& device, int number_of_name, const char* name) {
     device.interface_count = number_of_name + 1;
 }
 
-// The entry's numbers become names of the kind that the device's driver makes; other drivers get none.
+// The entry's numbers become names of the kind that the device's driver makes.
 void name_interfaces(const Listing& listing, const InterfaceEntry& entry, UsbDevice& device) {
-    const bool serial = device.driver_class == listing.serial_class;
-    if (!serial && device.driver_class != listing.wireless_class) return;
+    const char* kind = listing.names[static_cast<size_t>(device.driver_class)];
+    if (kind == nullptr) return;
     int count = 0;
     for (const int number : entry.numbers) {
         if (number < 0) break;
         char name[MARL_USB_INTERFACE_SIZE];
-        snprintf(name, sizeof name, serial ? "ttyUSB%d" : "wlan%d", number);
+        snprintf(name, sizeof name, "%s%d", kind, number);
         set_name(device, count++, name);
     }
 }
@@ -269,13 +283,11 @@ bool save_slot(const Listing& listing, const UsbDevice& device) {
 void assign_interfaces(const Listing& listing, std::span<UsbDevice> devices, const InterfaceTable& table) {
     int slot = 0;
     for (const InterfaceEntry& entry : table.used()) {
-        UsbDevice* device = device_at(devices, entry);
-        if (device != nullptr) {
-            device->index = slot;
-            name_interfaces(listing, entry, *device);
-            if (!save_slot(listing, *device)) return;
-        }
-        ++slot;
+        UsbDevice* device = device_at(devices, table, entry);
+        if (device == nullptr || device->index != kNoSlot) continue;
+        device->index = slot++;
+        name_interfaces(listing, entry, *device);
+        if (!save_slot(listing, *device)) return;
     }
 }
 
@@ -283,7 +295,7 @@ int add_interfaces(const Listing& listing, std::span<UsbDevice> devices) {
     for (UsbDevice& device : devices) {
         if (device.driver_class == listing.wireless_class) set_name(device, 0, kBoardWireless);
     }
-    InterfaceTable table(devices.size());
+    InterfaceTable table;
     if (!table.has_memory()) {
         diag::library_system_error("malloc", errno);
         return -1;
@@ -293,13 +305,21 @@ int add_interfaces(const Listing& listing, std::span<UsbDevice> devices) {
     return 0;
 }
 
-int list_devices(const Listing& listing, UsbDevice* devices, int* count) {
-    if (devices == nullptr || count == nullptr || *count < 0) return fail(listing, "arguments  error");
+int list_into(const Listing& listing, std::span<UsbDevice> room) {
+    const int found = read_devices(listing, room);
+    if (found <= 0) return found;
+    return add_interfaces(listing, room.first(static_cast<size_t>(found))) < 0 ? -1 : found;
+}
+
+int list_devices(const Listing& listing, UsbDevice* devices, int* count, int line = __builtin_LINE()) {
+    if (devices == nullptr || count == nullptr || *count < 0) return fail(listing, "arguments  error", line);
     const std::span<UsbDevice> room(devices, static_cast<size_t>(*count));
     std::fill(room.begin(), room.end(), UsbDevice{});
-    const int found = read_devices(listing, room);
-    if (found < 0) return -1;
-    if (found > 0 && add_interfaces(listing, room.first(static_cast<size_t>(found))) < 0) return -1;
+    const int found = list_into(listing, room);
+    if (found < 0) {
+        std::fill(room.begin(), room.end(), UsbDevice{});
+        return -1;
+    }
     *count = found;
     return 0;
 }

@@ -101,20 +101,27 @@ class Search {
             return;
         }
         const size_t length = path_.length();
-        while (const dirent64* entry = readdir64(directory)) {
+        while (const dirent64* entry = next_entry(directory)) {
             const std::string_view name = entry->d_name;
             if (name == "." || name == ".." || !path_.enter(name)) continue;
             visit(level);
             path_.cut(length);
         }
+        if (errno != 0) note_failure("opendir");
         closedir(directory);
+    }
+
+    // Null with errno 0 at the end of a directory.
+    static const dirent64* next_entry(DIR* directory) {
+        errno = 0;
+        return readdir64(directory);
     }
 
     bool matches() const { return strstr(path_.text(), request_.name) != nullptr; }
 
-    void hand_over(const char* failure) {
+    void hand_over(const char* failure, int line = __builtin_LINE()) {
         if (request_.deal_result(path_.text(), request_.result, request_.size) < 0) {
-            diag::error({module::kModem, manner_.function}, "%s", failure);
+            diag::error({module::kModem, manner_.function, line}, "%s", failure);
         }
     }
 

@@ -48,8 +48,8 @@ int16_t number_behind(std::string_view path, std::string_view name) {
     return found != std::string_view::npos ? number_at(path, found + name.size()) : kNone;
 }
 
-int fail(const char* text, const char* path) {
-    diag::error({module::kModem, "resolve_interface"}, "%s:%s", text, path);
+int fail(const char* text, const char* path, int line = __builtin_LINE()) {
+    diag::error({module::kModem, "resolve_interface", line}, "%s:%s", text, path);
     return -1;
 }
 
@@ -89,15 +89,15 @@ int take_serial(const char* path, void* table, int /*size*/) {
 
 DvrFindRequest request_for(InterfaceTable& table, const char* name,
                            int (*take)(const char* path, void* table, int size)) {
-    return {name, kDevices, &table, static_cast<int>(table.capacity()), take};
+    return {name, kDevices, &table, 0, take};
 }
 
 }  // namespace
 
-InterfaceTable::InterfaceTable(size_t places) {
-    auto* entries = static_cast<InterfaceEntry*>(calloc(places, sizeof(InterfaceEntry)));
+InterfaceTable::InterfaceTable() {
+    auto* entries = static_cast<InterfaceEntry*>(calloc(kPlaces, sizeof(InterfaceEntry)));
     if (entries == nullptr) return;
-    entries_ = {entries, places};
+    entries_ = {entries, kPlaces};
     std::fill(entries_.begin(), entries_.end(), kEmpty);
 }
 

@@ -20,18 +20,20 @@ struct InterfaceEntry {
 
 static_assert(sizeof(InterfaceEntry) == 24);
 
-// One entry for each place that has interfaces, in the order they were found; fields not used are -1.
+// One entry for each place that has interfaces, in the order they were found; fields not used are -1. Devices
+// that are not listed have interfaces as well, so there is room for all that a bus can have, however few are
+// listed.
 class InterfaceTable {
   public:
-    explicit InterfaceTable(size_t places);
+    static constexpr size_t kPlaces = 127;
+
+    InterfaceTable();
     ~InterfaceTable();
     InterfaceTable(const InterfaceTable&) = delete;
     InterfaceTable& operator=(const InterfaceTable&) = delete;
 
     bool has_memory() const { return !entries_.empty(); }
     std::span<const InterfaceEntry> used() const;
-
-    size_t capacity() const { return entries_.size(); }
 
     // The entry of a place, a new one with the place's fields when there is none; null when all are used.
     InterfaceEntry* entry_of(const InterfaceEntry& place);

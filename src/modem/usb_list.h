@@ -19,8 +19,9 @@ class UsbLines {
   public:
     explicit UsbLines(int fd) : reader_(fd) {}
 
-    // False at the end of the list.
+    // False at the end of the list, or when it cannot be read to its end.
     bool next();
+    bool failed() const { return reader_.failed(); }  // with the error in errno
     std::string_view text() const { return line_; }
 
   private:

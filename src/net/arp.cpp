@@ -57,7 +57,7 @@ void parse_mac(const char* text, uint8_t (&mac)[ETH_ALEN]) {
 
 int NetSendArpFrame(const char* name, uint32_t address, const uint8_t* mac) {
     if (name == nullptr || mac == nullptr) return -1;
-    const Fd fd(socket(AF_INET, SOCK_PACKET | SOCK_CLOEXEC, htons(ETH_P_ARP)));
+    const Fd fd(open_socket(AF_INET, SOCK_PACKET, htons(ETH_P_ARP)));
     if (!fd.is_open()) {
         diag::library_system_error("SOCK_PACKET", errno);
         return -1;

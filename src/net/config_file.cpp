@@ -11,6 +11,7 @@
 #include "base/fd.h"
 #include "base/text.h"
 #include "libmarl/network.h"
+#include "net/text_file.h"
 
 namespace marl {
 namespace {
@@ -64,22 +65,19 @@ class Text {
         return append(key) && append(" = ") && append(value) && append("\n");
     }
     bool ends_in_a_line() const { return length_ == 0 || text_[length_ - 1] == '\n'; }
-
-    // Replaces what the file holds, in one write.
-    bool save(const char* path) const {
-        const Fd file(open_file(path, O_RDWR | O_CREAT | O_TRUNC, 0666));
-        return file.is_open() && write_whole(file.get(), text_, length_);
-    }
+    std::string_view view() const { return {text_, length_}; }
 
   private:
-    char text_[4096];
+    char text_[kTextFileSize];
     size_t length_ = 0;
 };
 
-// Takes over a file with one setting replaced or appended. False when that is too long, or not all of the
-// file can be read.
-bool rewrite(int fd, const char* key, const char* value, Text& text) {
-    LineReader reader(fd);
+// A key is looked for anywhere in a line, so one that is empty, or a part of what every line has, would be
+// found in all.
+bool is_key(std::string_view key) { return is_word(key) && key.find('=') == std::string_view::npos; }
+
+// Takes over a file with one setting replaced or appended. False when that is too long.
+bool rewrite(LineReader& reader, const char* key, const char* value, Text& text) {
     char piece[kPieceSize];
     bool replaced = false;
     while (reader.next(piece, sizeof piece)) {
@@ -87,7 +85,6 @@ bool rewrite(int fd, const char* key, const char* value, Text& text) {
         if (!(holds_key ? text.append_setting(key, value) : text.append(piece))) return false;
         replaced = replaced || holds_key;
     }
-    if (reader.failed()) return false;
     if (replaced) return true;
     return (text.ends_in_a_line() || text.append("\n")) && text.append_setting(key, value);
 }
@@ -100,21 +97,26 @@ bool backup_config_path(int index, char* out, size_t size) {
     return config_path(kBackupPath, index, out, size);
 }
 
-bool read_setting(const char* path, const char* key, char* out, size_t size) {
-    const Fd file(open_file(path, O_RDONLY));
-    return file.is_open() && read_setting(file.get(), key, out, size);
+Reading reading_without_file(int error) {
+    return error == ENOENT || error == ENOTDIR ? Reading::Absent : Reading::Failed;
 }
 
-bool read_setting(int fd, const char* key, char* out, size_t size) {
+Reading read_setting(const char* path, const char* key, char* out, size_t size) {
+    const Fd file(open_file(path, O_RDONLY));
+    if (!file.is_open()) return reading_without_file(errno);
+    return read_setting(file.get(), key, out, size);
+}
+
+Reading read_setting(int fd, const char* key, char* out, size_t size) {
     LineReader reader(fd);
     char line[kConfigLineSize];
     while (reader.next(line, sizeof line)) {
         const std::string_view value = strstr(line, key) != nullptr ? value_of(line) : std::string_view();
         if (value.empty()) continue;
         copy_text(out, size, value);
-        return true;
+        return Reading::Found;
     }
-    return false;
+    return reader.failed() ? Reading::Failed : Reading::Absent;
 }
 
 }  // namespace marl
@@ -135,19 +137,20 @@ int NetConfigFileName(int index, char* buf, int len) {
 }
 
 int NetConfigWriteKey(const char* path, const char* key, const char* value) {
-    if (path == nullptr || key == nullptr || value == nullptr) return -1;
+    if (path == nullptr || key == nullptr || value == nullptr || !is_key(key) || !is_word(value)) return -1;
+    TextFile file(path);
     Text text;
-    const Fd file(open_file(path, O_RDWR));
-    if (file.is_open()) {
-        // The file is there already; when it cannot be opened again the save is lost without a word.
-        if (!rewrite(file.get(), key, value, text)) return -1;
-        text.save(path);
-        return 0;
-    }
-    const bool is_new = errno == ENOENT;
-    if (!is_new || !text.append_setting(key, value) || !text.append(" = = \n") || !text.save(path)) {
+    if (!file.is_open() || file.is_new()) {
+        const bool made = file.is_open() && text.append_setting(key, value) && text.append(" = = \n");
+        if (made && file.save(text.view())) return 0;
         diag::err("open failed for %s", key);
         return -1;
     }
-    return 0;
+    LineReader reader(file.get());
+    const bool fits = rewrite(reader, key, value, text);
+    if (reader.failed()) {
+        diag::err("open failed for %s", key);
+        return -1;
+    }
+    return fits && file.save(text.view()) ? 0 : -1;
 }

@@ -13,9 +13,16 @@ bool backup_config_path(int index, char* out, size_t size);
 // Lines are read in pieces of up to 79 characters.
 inline constexpr size_t kConfigLineSize = 80;
 
-// The value of the first line that holds `key` anywhere and is a setting at all. False when there is none. The second
-// form reads an open file from where it stands.
-bool read_setting(const char* path, const char* key, char* out, size_t size);
-bool read_setting(int fd, const char* key, char* out, size_t size);
+// What became of looking for a value. A file that cannot be read may well hold it: nothing else may stand in
+// for it then.
+enum class Reading { Found, Absent, Failed };
+
+// What a file that could not be opened for this error number has to say: it is missing, or cannot be read.
+Reading reading_without_file(int error);
+
+// The value of the first line that holds `key` anywhere and is a setting at all. The second form reads an
+// open file from where it stands.
+Reading read_setting(const char* path, const char* key, char* out, size_t size);
+Reading read_setting(int fd, const char* key, char* out, size_t size);
 
 }  // namespace marl

@@ -16,6 +16,7 @@
 #include "libmarl/env.h"
 #include "libmarl/interfaces.h"
 #include "libmarl/net_identity.h"
+#include "net/text_file.h"
 
 namespace {
 
@@ -25,16 +26,34 @@ constexpr const char* kResolver = "/mnt/mtd/Config/resolv.conf";
 constexpr std::string_view kServerKey = "nameserver";
 constexpr const char* kDefaultServer = "8.8.8.8";
 constexpr int kLeastServerSize = 16;
+constexpr size_t kResolverLineSize = 64;
 
-void read_server(LineReader& reader, char* out, int size) {
-    char line[64];
-    if (!reader.next(line, sizeof line)) return;
-    std::string_view text = line;
+using ResolverLine = char[kResolverLineSize];
+
+// Both lines, or none when one cannot be read.
+bool read_resolver(int fd, ResolverLine& first, ResolverLine& second) {
+    LineReader reader(fd);
+    reader.next(first, sizeof first);
+    reader.next(second, sizeof second);
+    return !reader.failed();
+}
+
+void take_server(std::string_view text, char* out, int size) {
     if (!text.starts_with(kServerKey)) return;
     text.remove_prefix(kServerKey.size());
     if (const auto server = first_word(text); !server.empty()) {
         copy_text(out, static_cast<size_t>(size), server);
     }
+}
+
+// An empty one keeps the other in its line; a longer one would run over what is read of a line.
+bool is_server(std::string_view server) {
+    return (server.empty() || is_word(server)) && kServerKey.size() + server.size() + 2 < kResolverLineSize;
+}
+
+int fail_resolver() {
+    diag::library_system_error("fopen resolv.conf", errno);
+    return -1;
 }
 
 bool is_host_name(const char* name) {
@@ -52,39 +71,38 @@ int NetGetDNS(char* primary, int plen, char* secondary, int slen) {
         return -1;
     }
     const Fd file(open_file(kResolver, O_RDONLY));
-    if (!file.is_open()) {
+    if (!file.is_open() && errno == ENOENT) {
         copy_text(primary, static_cast<size_t>(plen), kDefaultServer);
         copy_text(secondary, static_cast<size_t>(slen), kDefaultServer);
         return 0;
     }
-    LineReader reader(file.get());
-    read_server(reader, primary, plen);
-    read_server(reader, secondary, slen);
+    ResolverLine first;
+    ResolverLine second;
+    if (!file.is_open() || !read_resolver(file.get(), first, second)) return fail_resolver();
+    take_server(first, primary, plen);
+    take_server(second, secondary, slen);
     return 0;
 }
 
 int NetSetDNS(const char* primary, const char* secondary) {
-    char text[256] = {};
+    char text[2 * kResolverLineSize] = {};
     size_t length = 0;
     for (const char* server : {primary, secondary}) {
         if (server == nullptr) continue;
+        if (!is_server(server)) return -1;
         const int n = snprintf(text + length, sizeof text - length, "%s %s\n", kServerKey.data(), server);
-        if (n < 0 || static_cast<size_t>(n) >= sizeof text - length) return -1;
         length += static_cast<size_t>(n);
     }
-    const Fd file(open_file(kResolver, O_RDWR | O_CREAT | O_TRUNC, 0666));
-    if (!file.is_open()) {
-        diag::library_system_error("fopen resolv.conf", errno);
-        return -1;
-    }
-    return write_whole(file.get(), text, length) ? 0 : -1;
+    TextFile file(kResolver);
+    if (!file.is_open()) return fail_resolver();
+    return file.save({text, length}) ? 0 : -1;
 }
 
 int NetGetMAC(const char* name, char* out, int n) {
     const int index = NetGetEthIndex(name, "NetGetMAC");
     if (index < 0) return index;
     if (out == nullptr || n < 1) return -1;
-    const Fd fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    const Fd fd(open_socket(AF_INET, SOCK_DGRAM, 0));
     if (!fd.is_open()) diag::err("socket\n");
     ifreq request{};
     copy_text(request.ifr_name, sizeof request.ifr_name, name);

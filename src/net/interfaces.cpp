@@ -71,14 +71,36 @@ std::string_view name_in(const char* line) {
     return end != nullptr ? std::string_view(start, static_cast<size_t>(end - start)) : std::string_view();
 }
 
-void list_names(int fd, NameList& names) {
+// False when the list cannot be read to its end.
+bool list_names(int fd, NameList& names) {
     LineReader reader(fd);
     char line[255];
     while (reader.next(line, sizeof line)) {
         const std::string_view name = name_in(line);
         if (!name.empty() && name != "eth1") names.append(name);
     }
+    return !reader.failed();
 }
+
+// Which of "eth0" to "eth9" a file names.
+struct Probes {
+    char name[kProbes][sizeof "eth0"];
+    bool found[kProbes] = {};
+
+    Probes() {
+        for (int n = 0; n < kProbes; ++n) snprintf(name[n], sizeof name[n], "eth%d", n % kProbes);
+    }
+
+    // False when the file cannot be read to its end.
+    bool look_in(int fd) {
+        LineReader reader(fd);
+        char line[128];
+        while (reader.next(line, sizeof line)) {
+            for (int n = 0; n < kProbes; ++n) found[n] = found[n] || strstr(line, name[n]) != nullptr;
+        }
+        return !reader.failed();
+    }
+};
 
 // The driver's report on the ports of an interface, from the name on in each of its lines. Empty when there
 // is none.
@@ -86,17 +108,9 @@ class LinkReport {
   public:
     bool gather(const char* name) {
         const Fd file(open_file(kMacLink, O_RDONLY));
-        if (!file.is_open()) {
-            diag::err("open %s failed\n", kMacLink);
-            return false;
-        }
-        LineReader reader(file.get());
-        char line[128];
-        while (reader.next(line, sizeof line)) {
-            const char* found = strstr(line, name);
-            if (found != nullptr && used_ <= kGatheredAtMost) append(name, found);
-        }
-        return used_ > 0;
+        if (file.is_open() && gather(file.get(), name)) return used_ > 0;
+        diag::err("open %s failed\n", kMacLink);
+        return false;
     }
 
     // Up as soon as one of the first `ports` entries is, down when all of them are.
@@ -117,6 +131,17 @@ class LinkReport {
 
   private:
     static constexpr size_t kGatheredAtMost = 895;
+
+    // False when the report cannot be read to its end.
+    bool gather(int fd, const char* name) {
+        LineReader reader(fd);
+        char line[128];
+        while (reader.next(line, sizeof line)) {
+            const char* found = strstr(line, name);
+            if (found != nullptr && used_ <= kGatheredAtMost) append(name, found);
+        }
+        return !reader.failed();
+    }
 
     void append(const char* name, const char* line) {
         const int n = snprintf(text_ + used_, sizeof text_ - used_, "%s:%s", name, line);
@@ -175,12 +200,16 @@ int NetGetEthDevice(NetDeviceEntry* entries, int capacity) {
                    "The number of network card is more than 10, please check you code!");
         return -1;
     }
+    Probes probes;
+    const Fd file(open_file(kDevices, O_RDONLY));
+    if (!file.is_open() || !probes.look_in(file.get())) {
+        diag::err("open %s failed\n", kDevices);
+        if (file.is_open()) return -1;
+    }
     int count = 0;
     fill(entries[0], "eth0");
     for (int n = 0; n < kProbes && count < capacity; ++n) {
-        char name[MARL_NET_NAME_SIZE];
-        snprintf(name, sizeof name, "eth%d", n);
-        if (get_proc_field(kDevices, name, ':', nullptr, nullptr) == 0) fill(entries[count++], name);
+        if (probes.found[n]) fill(entries[count++], probes.name[n]);
     }
     return std::max(count, 1);
 }
@@ -201,7 +230,12 @@ int NetGetEthName(char* buf, int len, int* count) {
         return 0;
     }
     NameList names(buf, size);
-    list_names(file.get(), names);
+    if (!list_names(file.get(), names)) {
+        diag::error({module::kNet, "NetGetEthName"}, "ERR: open file %s failed!", kDevices);
+        *buf = '\0';
+        *count = 0;
+        return -1;
+    }
     if (names.count() == 0) names.append("eth0");
     *count = names.count();
     return 0;

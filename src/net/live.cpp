@@ -27,7 +27,7 @@ using namespace marl;
 constexpr int kHighestMtu = 1500;
 constexpr short kUpAndRunning = IFF_UP | IFF_RUNNING;
 
-int open_socket() { return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0); }
+int open_inet_socket() { return open_socket(AF_INET, SOCK_DGRAM, 0); }
 
 int fail(const char* function, const char* message, int line = __builtin_LINE()) {
     diag::error({module::kNet, function, line}, "%s", message);
@@ -64,7 +64,7 @@ int set_flags(int fd, ifreq& request, short set, short clear) {
 
 // The address or netmask, and then the interface up.
 int set_interface(const char* name, int type, const char* value) {
-    const Fd fd(open_socket());
+    const Fd fd(open_inet_socket());
     if (!fd.is_open()) return fail_system("socket");
     ifreq request = request_for(name);
     const in_addr_t address = inet_addr(value);
@@ -92,21 +92,30 @@ struct Devices {
     Devices() : entries(), count(NetGetEthDevice(entries, MARL_NET_DEVICES_MAX)) {}
 };
 
-void remove_default_routes(int fd, rtentry& route, Devices& devices) {
-    route.rt_flags = RTF_UP | RTF_GATEWAY;
+rtentry default_route(unsigned short flags) {
+    rtentry route{};
+    set_address(route.rt_dst, 0);
+    route.rt_flags = flags;
+    return route;
+}
+
+// One of each interface of the board. The kernel takes any that fits, so routes of other interfaces stay.
+void remove_default_routes(int fd, Devices& devices) {
+    rtentry route = default_route(RTF_UP | RTF_GATEWAY);
     for (int i = 0; i < devices.count; ++i) {
         route.rt_dev = devices.entries[i].name;
         control(fd, SIOCDELRT, &route);
     }
 }
 
-int add_default_route(int fd, rtentry& route, const char* name, const char* gateway) {
+int add_default_route(int fd, const char* name, const char* gateway) {
+    const bool over_ppp = strcmp(name, "ppp0") == 0;
+    rtentry route = default_route(over_ppp ? RTF_UP | RTF_MODIFIED : RTF_UP | RTF_GATEWAY);
     char device[IFNAMSIZ];
     copy_text(device, sizeof device, name);
     route.rt_dev = device;
-    if (strcmp(name, "ppp0") == 0) {
+    if (over_ppp) {
         set_address(route.rt_genmask, 0);
-        route.rt_flags = RTF_UP | RTF_MODIFIED;
     } else {
         set_address(route.rt_gateway, NetStrToAddr(gateway));
     }
@@ -153,12 +162,10 @@ int SetGateWay(const char* name, const char* gateway) {
     }
     Devices devices;
     if (devices.count < 1) return fail("SetGateWay", "NetGetEthName");
-    const Fd fd(open_socket());
+    const Fd fd(open_inet_socket());
     if (!fd.is_open()) return fail("SetGateWay", "socket");
-    rtentry route{};
-    set_address(route.rt_dst, 0);
-    remove_default_routes(fd.get(), route, devices);
-    if (add_default_route(fd.get(), route, name, gateway) < 0) return fail("SetGateWay", "SIOCADDRT");
+    remove_default_routes(fd.get(), devices);
+    if (add_default_route(fd.get(), name, gateway) < 0) return fail("SetGateWay", "SIOCADDRT");
     diag::line("[libmarl] set success");
     return 0;
 }
@@ -185,7 +192,7 @@ int NetGetEth0IpMask(char* ip, int ipLen, char* mask, int maskLen) {
 int ResetNetCard(const char* name) {
     const int index = NetGetEthIndex(name, "ResetNetCard");
     if (index < 0) return -1;
-    const Fd fd(open_socket());
+    const Fd fd(open_inet_socket());
     if (!fd.is_open()) return fail_system("socket");
     ifreq request = request_for(name);
     if (control(fd.get(), SIOCGIFFLAGS, &request) < 0) return fail_system("SIOCGIFFLAGS");
@@ -197,7 +204,7 @@ int ResetNetCard(const char* name) {
 
 int NetSetMTU(const char* name, int mtu) {
     if (name == nullptr || static_cast<unsigned>(mtu) > kHighestMtu) return -1;
-    const Fd fd(open_socket());
+    const Fd fd(open_inet_socket());
     if (!fd.is_open()) return fail_system("Socket error");
     ifreq request = request_for(name);
     request.ifr_mtu = mtu;
@@ -206,7 +213,7 @@ int NetSetMTU(const char* name, int mtu) {
 
 int NetGetMTU(const char* name, int* mtu) {
     if (name == nullptr || mtu == nullptr) return -1;
-    const Fd fd(open_socket());
+    const Fd fd(open_inet_socket());
     if (!fd.is_open()) return fail_system("Socket error");
     ifreq request = request_for(name);
     if (control(fd.get(), SIOCGIFMTU, &request) < 0) return fail_system("ioctl SIOCGIFMTU error");

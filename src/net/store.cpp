@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -15,6 +16,7 @@
 #include "libmarl/interfaces.h"
 #include "libmarl/network.h"
 #include "net/config_file.h"
+#include "net/text_file.h"
 
 namespace {
 
@@ -127,15 +129,33 @@ struct DhcpState {
     int has_address = 0;
 };
 
-DhcpState read_dhcp_state(int fd) {
+DhcpState read_dhcp_state(LineReader& reader) {
     DhcpState state;
-    LineReader reader(fd);
     char line[kConfigLineSize];
     while ((state.in_use == 0 || state.has_address == 0) && reader.next(line, sizeof line)) {
         if (strstr(line, "USEDHCP") != nullptr) sscanf(line, "USEDHCP = %d", &state.in_use);
         if (strstr(line, "DHCPHAVEIP") != nullptr) sscanf(line, "DHCPHAVEIP = %d", &state.has_address);
     }
     return state;
+}
+
+Reading read_dhcp(const char* path, int type, char* out, size_t size) {
+    const Fd file(open_file(path, O_RDONLY));
+    if (!file.is_open()) return reading_without_file(errno);
+    LineReader reader(file.get());
+    const DhcpState state = read_dhcp_state(reader);
+    if (reader.failed()) return Reading::Failed;
+    if (state.in_use <= 0) return Reading::Absent;
+    if (state.has_address == 0) {
+        diag::err("can not get IP by DHCP, use IP save in NETWORK\n");
+        return Reading::Absent;
+    }
+    if (!is_type(type) || kAttributes[type].dhcp_key == nullptr) {
+        diag::err("unkonw type\n");
+        return Reading::Absent;
+    }
+    if (lseek(file.get(), 0, SEEK_SET) != 0) return Reading::Failed;
+    return read_setting(file.get(), kAttributes[type].dhcp_key, out, size);
 }
 
 void clear_reset_mark() {
@@ -177,13 +197,20 @@ int GetEthAttr(const char* name, int type, char* out, int outLen) {
     }
     char path[MARL_NET_PATH_SIZE];
     if (const int result = NetConfigFileName(index, path, sizeof path); result < 0) return result;
-    if ((index == 0 || index == 2) && NetGetDhcpAttr(path, type, out, outLen) == 0) return 0;
+    const auto size = static_cast<size_t>(outLen);
+    const bool has_dhcp = index == 0 || index == 2;
+    Reading reading = has_dhcp ? read_dhcp(path, type, out, size) : Reading::Absent;
+    if (reading == Reading::Found) return 0;
     char key[16];
     if (NetAttrKeyName(type, key, sizeof key) < 0) return -1;
-    const auto size = static_cast<size_t>(outLen);
-    if (read_setting(path, key, out, size)) return 0;
-    if (backup_config_path(index, path, sizeof path) && read_setting(path, key, out, size)) return 0;
-    return fallback(index, type, out, size);
+    if (reading == Reading::Absent) reading = read_setting(path, key, out, size);
+    if (reading == Reading::Absent && backup_config_path(index, path, sizeof path)) {
+        reading = read_setting(path, key, out, size);
+    }
+    if (reading == Reading::Absent) return fallback(index, type, out, size);
+    if (reading == Reading::Found) return 0;
+    diag::err("open failed for %s", key);
+    return -1;
 }
 
 int SaveEthAttr(const char* name, int type, const char* value) {
@@ -198,6 +225,7 @@ int SaveEthAttr(const char* name, int type, const char* value) {
 int SaveEthAttrByIndex(int index, char* pathBuf, int type, const char* value) {
     char key[16];
     if (pathBuf == nullptr || value == nullptr || NetAttrKeyName(type, key, sizeof key) < 0) return -1;
+    if (!is_word(value)) return -1;
     NetConfigWriteKey(pathBuf, key, value);
     if (!backup_config_path(index, pathBuf, MARL_NET_PATH_SIZE)) return -1;
     NetConfigWriteKey(pathBuf, key, value);
@@ -210,21 +238,7 @@ int NetGetDhcpAttr(const char* path, int type, char* out, int outLen) {
         diag::err("str_length is too short\n");
         return -1;
     }
-    const Fd file(open_file(path, O_RDONLY));
-    if (!file.is_open()) return -1;
-    const DhcpState state = read_dhcp_state(file.get());
-    if (state.in_use <= 0) return -1;
-    if (state.has_address == 0) {
-        diag::err("can not get IP by DHCP, use IP save in NETWORK\n");
-        return -1;
-    }
-    if (!is_type(type) || kAttributes[type].dhcp_key == nullptr) {
-        diag::err("unkonw type\n");
-        return -1;
-    }
-    const bool rewound = lseek(file.get(), 0, SEEK_SET) == 0;
-    const char* key = kAttributes[type].dhcp_key;
-    return rewound && read_setting(file.get(), key, out, static_cast<size_t>(outLen)) ? 0 : -1;
+    return read_dhcp(path, type, out, static_cast<size_t>(outLen)) == Reading::Found ? 0 : -1;
 }
 
 int NetConfigBeenReset() {
@@ -290,6 +304,7 @@ int NetSetDefaultEth(const char* name) {
 }
 
 void NetIpToStr(uint32_t addr, char* out) {
+    if (out == nullptr) return;
     uint8_t octets[4];
     store_le(octets, addr);
     snprintf(out, MARL_NET_VALUE_SIZE, "%d.%d.%d.%d", octets[0], octets[1], octets[2], octets[3]);

@@ -1,6 +1,7 @@
 // What tests do to the board they run on, and what they see of it.
 #pragma once
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -45,6 +46,12 @@ inline Steps at(double time, const Strings& starts) {
 inline Steps operator+(Steps steps, const Steps& later) {
     steps.insert(steps.end(), later.begin(), later.end());
     return steps;
+}
+
+// The function that a test's own of the same name stands before.
+template <typename Function>
+Function* behind(Function* /*own*/, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 inline std::string path_of(const std::string& path) { return sim::root() + path; }
