@@ -39,7 +39,8 @@ int read_proc_field(const char* path, const char* key, std::span<char> token, st
         copy_text(token.data(), token.size(), first_word(value));
         return 0;
     }
-    return reader.failed() || is_empty ? kFieldUnreadable : kFieldNotFound;
+    if (reader.failed()) return kFieldUnreadable;
+    return is_empty ? kFieldOfNothing : kFieldNotFound;
 }
 
 }  // namespace marl
@@ -50,5 +51,6 @@ int get_proc_field(const char* path, const char* key, char /*sep*/, char* token_
     const std::span<char> token(token_out, token_out != nullptr ? MARL_PROC_TOKEN_SIZE : 0);
     const std::span<char> raw(raw_out, raw_out != nullptr ? MARL_PROC_RAW_SIZE : 0);
     const int result = marl::read_proc_field(path, key, token, raw);
-    return result == marl::kFieldUnreadable ? marl::kFieldNotFound : result;
+    const bool is_inner = result == marl::kFieldUnreadable || result == marl::kFieldOfNothing;
+    return is_inner ? marl::kFieldNotFound : result;
 }

@@ -10,6 +10,7 @@
 #include "base/diag.h"
 #include "base/fd.h"
 #include "base/module.h"
+#include "base/proc_field.h"
 #include "base/text.h"
 #include "identity/catalogue.h"
 #include "libmarl/hwinfo.h"
@@ -81,26 +82,6 @@ bool list_names(int fd, NameList& names) {
     }
     return !reader.failed();
 }
-
-// Which of "eth0" to "eth9" a file names.
-struct Probes {
-    char name[kProbes][sizeof "eth0"];
-    bool found[kProbes] = {};
-
-    Probes() {
-        for (int n = 0; n < kProbes; ++n) snprintf(name[n], sizeof name[n], "eth%d", n % kProbes);
-    }
-
-    // False when the file cannot be read to its end.
-    bool look_in(int fd) {
-        LineReader reader(fd);
-        char line[128];
-        while (reader.next(line, sizeof line)) {
-            for (int n = 0; n < kProbes; ++n) found[n] = found[n] || strstr(line, name[n]) != nullptr;
-        }
-        return !reader.failed();
-    }
-};
 
 // The driver's report on the ports of an interface, from the name on in each of its lines. Empty when there
 // is none.
@@ -200,16 +181,16 @@ int NetGetEthDevice(NetDeviceEntry* entries, int capacity) {
                    "The number of network card is more than 10, please check you code!");
         return -1;
     }
-    Probes probes;
-    const Fd file(open_file(kDevices, O_RDONLY));
-    if (!file.is_open() || !probes.look_in(file.get())) {
-        diag::err("open %s failed\n", kDevices);
-        if (file.is_open()) return -1;
-    }
     int count = 0;
     fill(entries[0], "eth0");
     for (int n = 0; n < kProbes && count < capacity; ++n) {
-        if (probes.found[n]) fill(entries[count++], probes.name[n]);
+        char name[MARL_NET_NAME_SIZE];
+        snprintf(name, sizeof name, "eth%d", n);
+        const int found = read_proc_field(kDevices, name, {}, {});
+        if (found == 0) fill(entries[count++], name);
+        if (found != kFieldUnreadable) continue;
+        diag::err("open %s failed\n", kDevices);
+        return -1;
     }
     return std::max(count, 1);
 }

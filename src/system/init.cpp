@@ -51,7 +51,8 @@ int get_keyboard_bootpara() {
     fill_closed_streams();
     keyboard_type = get_keyboard_bootpara();
     diag::line("");
-    diag::out("\033[0;32;32m[libmarl] libmarl.so Build on %s at %s.\n\033[m", MARL_BUILD_DATE, MARL_BUILD_TIME);
+    diag::out("\033[0;32;32m[libmarl] libmarl.so Build on %s at %s.\n\033[m", MARL_BUILD_DATE,
+              MARL_BUILD_TIME);
     diag::out("\033[0;32;32m[libmarl] SVN NUM: %d.\n\033[m", kRevision);
     hwid_transform();
     hwid_retry();
