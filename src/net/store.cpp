@@ -199,16 +199,18 @@ int GetEthAttr(const char* name, int type, char* out, int outLen) {
     if (const int result = NetConfigFileName(index, path, sizeof path); result < 0) return result;
     const auto size = static_cast<size_t>(outLen);
     const bool has_dhcp = index == 0 || index == 2;
-    Reading reading = has_dhcp ? read_dhcp(path, type, out, size) : Reading::Absent;
-    if (reading == Reading::Found) return 0;
+    const Reading dhcp = has_dhcp ? read_dhcp(path, type, out, size) : Reading::Absent;
+    if (dhcp == Reading::Found) return 0;
     char key[16];
     if (NetAttrKeyName(type, key, sizeof key) < 0) return -1;
-    if (reading == Reading::Absent) reading = read_setting(path, key, out, size);
-    if (reading == Reading::Absent && backup_config_path(index, path, sizeof path)) {
-        reading = read_setting(path, key, out, size);
-    }
-    if (reading == Reading::Absent) return fallback(index, type, out, size);
-    if (reading == Reading::Found) return 0;
+    const Reading main = read_setting(path, key, out, size);
+    if (main == Reading::Found) return 0;
+    Reading backup = Reading::Absent;
+    if (backup_config_path(index, path, sizeof path)) backup = read_setting(path, key, out, size);
+    if (backup == Reading::Found) return 0;
+    // A copy that cannot be read may well have the value, so the default may not stand in for it.
+    const bool known = main == Reading::Absent && backup == Reading::Absent;
+    if (known) return fallback(index, type, out, size);
     diag::err("open failed for %s", key);
     return -1;
 }
