@@ -85,7 +85,7 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
          -1},
         {"eth0", kMask, "", leased + ours + "fault " + kMain + " read 1 EIO\n", {}, -1},
         {"eth0", kIp, "", ours + "fault " + kBackup + " read 1 EIO\n", {}, -1},
-        {"eth0", kIp, "", leased + ours + "fault " + kMain + " open 1 EACCES\n", {}, -1},
+        {"eth0", kIp, "10.1.2.3", leased + ours + "fault " + kMain + " open 1 EACCES\n"},
         {"eth1", kIp, "", "", {}, -1},
         {"wlan0", kIp, "", "", {"err \"Not support device wlan0\\n\""}, -1},
         {"eth0", 4, "", "", {"err \"Type:4 error\\n\""}, -1},

@@ -209,8 +209,8 @@ int GetEthAttr(const char* name, int type, char* out, int outLen) {
     if (backup_config_path(index, path, sizeof path)) backup = read_setting(path, key, out, size);
     if (backup == Reading::Found) return 0;
     // A copy that cannot be read may well have the value, so the default may not stand in for it.
-    const bool known = main == Reading::Absent && backup == Reading::Absent;
-    if (known) return fallback(index, type, out, size);
+    const bool failed = dhcp == Reading::Failed || main == Reading::Failed || backup == Reading::Failed;
+    if (!failed) return fallback(index, type, out, size);
     diag::err("open failed for %s", key);
     return -1;
 }
