@@ -6,7 +6,8 @@ set(CMAKE_SYSTEM_PROCESSOR armv5te)
 set(CMAKE_C_COMPILER arm-linux-gnueabi-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabi-g++)
 set(CMAKE_C_FLAGS_INIT "-march=armv5te -marm")
-set(CMAKE_CXX_FLAGS_INIT "-march=armv5te -marm")
+# Old notes about how arguments were passed before gcc 7 concern nobody here.
+set(CMAKE_CXX_FLAGS_INIT "-march=armv5te -marm -Wno-psabi")
 
 set(CMAKE_FIND_ROOT_PATH /usr/arm-linux-gnueabi)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
