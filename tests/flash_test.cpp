@@ -41,6 +41,7 @@ const std::string kRows =
     "file /proc/mtd mtd1: 00100000 00010000 \"kernel\"\n";
 const std::string kTable = kRows + "file /proc/mtd mtd2: 01f00000 00010000 \"rest\"\n";
 const std::string kStore = "/dev/mtd/1", kFpgaStore = "/dev/misc/spi1";
+const std::string kErase = "/dev/misc/spi1 ioctl 0xc0046508";
 const std::string kFpgaBoard = "present /dev/misc/spi1\n", kLink = "present /dev/misc/spi0\n";
 
 void fill(const std::string& path, const Bytes& bytes) {
@@ -333,9 +334,7 @@ TEST(FpgaFlash, TakesItsImageSectorBySectorAndTheFirstLast) {
     image[kFpgaSector * 3] ^= 1;
     RawFlash* flash = create();
     EXPECT_GT(write(flash, image, kFpga), 0);
-    EXPECT_EQ(counts({"/dev/misc/spi1 ioctl 0xc0046508 0 4096", "/dev/misc/spi1 ioctl 0xc0046508",
-                      "/dev/misc/spi1 write"}),
-              Ints({2, 3, 2}))
+    EXPECT_EQ(counts({kErase + " 0 4096", kErase, "/dev/misc/spi1 write"}), Ints({2, 3, 2}))
         << "the first sector, at the start and at the end";
     EXPECT_TRUE(journal_follows(
         {"/dev/misc/spi1 open rw", "/dev/misc/spi1 ioctl 0xc004650c", "/dev/misc/spi1 ioctl 0xc0046501",
@@ -421,8 +420,7 @@ TEST(FpgaImage, GoesWithAnOpenThatFails) {
     results = {fpga_flash_open(), write_part(0x5000, 0x6000), fpga_flash_open(),
                write_part(0x5000, kFpgaImage)};
     EXPECT_EQ(results, Ints({-1, -1, 0, -1}));
-    EXPECT_EQ(counts({"/dev/misc/spi1 ioctl 0xc0046501", "/dev/misc/spi1 ioctl 0xc004650b",
-                      "/dev/misc/spi1 ioctl 0xc0046508"}),
+    EXPECT_EQ(counts({"/dev/misc/spi1 ioctl 0xc0046501", "/dev/misc/spi1 ioctl 0xc004650b", kErase}),
               Ints({1, 1, 0}))
         << "in programming mode again";
     EXPECT_EQ(write_part(0, kFpgaImage), static_cast<int>(kFpgaSector));

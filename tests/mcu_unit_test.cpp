@@ -44,7 +44,11 @@ bool answers_mouse(int key, int x, int y) {
     return Ints({got.key, got.x, got.y}) == Ints({key, x, y});
 }
 
-void load_link(const std::string& script = "") { load("present /dev/mcu\n" + script); }
+// A board with the device, and the rings of these commands.
+void load_link(const std::string& script = "", const std::vector<uint32_t>& commands = {}) {
+    load("present /dev/mcu\n" + script);
+    for (const uint32_t command : commands) ASSERT_NE(initSpiUtilDev(command), nullptr);
+}
 
 // An ERROR line of a function, whatever its line number.
 bool printed_error(const std::string& function, const std::string& text) {
@@ -131,9 +135,7 @@ TEST(Ring, IsAQueueAcrossItsEndAndTheCounters) {
 // ---- The link
 
 TEST(Link, FramesCrossReadsAndBlocksAtEveryPosition) {
-    load_link("fault /dev/mcu read 120+ short 3");
-    mouse_client client{};
-    ASSERT_EQ(mouse_open(&client), 0);
+    load_link("fault /dev/mcu read 120+ short 3", {MCU_MOUSE});
     for (uint8_t before = 0; before <= 9; ++before) {
         Bytes stream(before, kFiller);
         stream.insert(stream.end(), {0xA0, MCU_MOUSE, 0x0A, before, 0x0A, 0x0A, 0x0A});
@@ -147,9 +149,8 @@ TEST(Link, FramesCrossReadsAndBlocksAtEveryPosition) {
 }
 
 TEST(Link, UnknownCommandsAndBrokenFramesAreDropped) {
-    load_link();
+    load_link("", {MCU_MOUSE_ALTERNATE});
     EXPECT_TRUE(initSpiUtilDev(26) == nullptr && deinitSpiUtilDev(26) == -1);
-    ASSERT_NE(initSpiUtilDev(MCU_MOUSE_ALTERNATE), nullptr);
     EXPECT_EQ(initSpiUtilDev(MCU_MOUSE), initSpiUtilDev(MCU_MOUSE_ALTERNATE));
     ASSERT_GT(mcu_open(), 0);
     for (const uint8_t command : Bytes{26, 255, 18, 5}) say(report(command, 1));
@@ -176,8 +177,7 @@ Ints query(uint32_t command) {
 }
 
 TEST(Link, AnswersComeInTimeLateOrNever) {
-    load_link("at 2.9 mcu say " + hex(report(18, 1)));
-    for (const uint32_t command : {18U, 21U}) ASSERT_NE(initSpiUtilDev(command), nullptr);
+    load_link("at 2.9 mcu say " + hex(report(18, 1)), {18, 21});
     EXPECT_EQ(query(18), Ints({0, 1}));
     const double before = sim::now();
     say(report(21, 1));
@@ -195,8 +195,8 @@ TEST(Link, AnswersComeInTimeLateOrNever) {
 TEST(Link, TwoCallersShareTheDevice) {
     // The first frame stops half-way and waits for the device; the second one must not get in between.
     load_link("mcu answer 18 1 " + hex(report(18, 1)) + "\nmcu answer 21 1 " + hex(report(21, 2)) +
-              "\nfault /dev/mcu write 1 short 3\nfault /dev/mcu write 2 EAGAIN");
-    for (const uint32_t command : {18U, 21U}) initSpiUtilDev(command);
+                  "\nfault /dev/mcu write 1 short 3\nfault /dev/mcu write 2 EAGAIN",
+              {18, 21});
     run_together({[] { EXPECT_EQ(query(18), Ints({0, 1})); }, [] { EXPECT_EQ(query(21), Ints({0, 2})); }});
     EXPECT_EQ(counts({"/dev/mcu open", "out \"\\e[0;35m"}), Ints({1, 1})) << "one reader";
 }
@@ -231,12 +231,10 @@ TEST(Link, WritesAreRepeatedForALimitedTime) {
 
 // Whoever waits ends with the reader, and whoever comes next finds a new one on the same device.
 TEST(Link, ReaderEndsWithAReadErrorAndIsStartedAgain) {
-    load_link(
-        "mcu answer 18 1 " + hex(report(18, 1)) +
-        "\nfault /dev/mcu read 1..2 EAGAIN\nfault /dev/mcu read 3..4 short 0\nfault /dev/mcu read 6..8 EIO");
-    mouse_client client{};
-    ASSERT_EQ(mouse_open(&client), 0);
-    for (const uint32_t command : {18U, 21U}) ASSERT_NE(initSpiUtilDev(command), nullptr);
+    load_link("mcu answer 18 1 " + hex(report(18, 1)) +
+                  "\nfault /dev/mcu read 1..2 EAGAIN\nfault /dev/mcu read 3..4 short 0\nfault /dev/mcu read "
+                  "6..8 EIO",
+              {18, 21, MCU_MOUSE});
     EXPECT_EQ(query(18)[0], 0) << "no data is no error";
     const double before = sim::now();
     mcu_mouse_report got{};
@@ -270,8 +268,7 @@ TEST(Link, ReaderLeavesSignalsToTheProgram) {
 }
 
 TEST(Rings, HoldWholeFramesOnly) {
-    load_link();
-    ASSERT_NE(initSpiUtilDev(18), nullptr);
+    load_link("", {18});
     ASSERT_GT(mcu_open(), 0);
     constexpr unsigned kRoom = MCU_RING_SIZE / MCU_FRAME_SIZE;
     for (unsigned i = 0; i < kRoom + 3; ++i) say(report(18, static_cast<uint8_t>(i % 250)));
@@ -285,8 +282,7 @@ TEST(Rings, HoldWholeFramesOnly) {
 }
 
 TEST(Rings, AreFreedOnceNobodyHoldsThem) {
-    load_link();
-    initSpiUtilDev(18);
+    load_link("", {18});
     mouse_client client{};
     EXPECT_EQ(Ints({mouse_close(&client), mouse_open(&client)}), Ints({-1, 0}));
     const auto hold = [] {
@@ -359,8 +355,7 @@ TEST(Power, IsSetAndReadBack) {
     };
     for (const auto& [command, on, script, result, message] : cases) {
         SCOPED_TRACE(message);
-        load_link(script);
-        initSpiUtilDev(command);
+        load_link(script, {command});
         EXPECT_EQ(PowerControl(command, on), result);
         const bool set = result == 0;
         EXPECT_TRUE(set ? journal_follows({"out \"[libmarl] " + message})
