@@ -1,9 +1,26 @@
-// Raw flash: what is erased and written where, and what is left after every fault and power cut.
+// Raw flash, FPGA flash and co-processor upgrade: what is written where, what is refused and told, and what is
+// left after every fault and power cut.
 #include <libmarl.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "helpers/board.h"
+
+size_t g_largest_memory = SIZE_MAX;  // that can be had
+
+// Sanitizers have memory of their own.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define MARL_MEMORY_IS_LIMITED
+extern "C" {
+void* __libc_malloc(size_t size);                 // NOLINTBEGIN(bugprone-reserved-identifier)
+void* __libc_calloc(size_t number, size_t size);  // NOLINTEND(bugprone-reserved-identifier)
+void* malloc(size_t size) noexcept { return size > g_largest_memory ? nullptr : __libc_malloc(size); }
+void* calloc(size_t number, size_t size) noexcept {
+    return number * size > g_largest_memory ? nullptr : __libc_calloc(number, size);
+}
+}
+#endif
 
 namespace {
 
@@ -11,21 +28,21 @@ using namespace board;
 using Bytes = std::vector<uint8_t>;
 
 constexpr uint32_t kSector = 0x10000;
-constexpr uint32_t kFirst = 0x2000000;   // partition 0: 2 sectors
-constexpr uint32_t kSecond = 0x2020000;  // partition 1: 16 MiB
-constexpr uint32_t kSecondSize = 0x1000000;
+constexpr uint32_t kFirst = 0x2000000;   // 2 sectors
+constexpr uint32_t kSecond = 0x2020000;  // 16 sectors
+constexpr uint32_t kSecondSize = 0x100000;
+constexpr uint32_t kThird = 0x2120000;  // goes on 2 sectors behind the base of the FPGA flash
 constexpr uint32_t kFpga = 0x4000000;
 constexpr uint32_t kFpgaSector = 0x1000;
 constexpr uint32_t kFpgaImage = 0x80000;
 
-const std::string kTable =
-    "file /proc/mtd dev:    size   erasesize  name\n"
-    "file /proc/mtd mtd0: 00020000 00010000 \"boot\"\n"
-    "file /proc/mtd mtd1: 01000000 00010000 \"kernel\"\n"
-    "file /proc/mtd mtd2: 00100000 00010000 \"rest\"\n";
-
-const std::string kStore = "/dev/mtd/1";
-const std::string kFpgaStore = "/dev/misc/spi1";
+const std::string kRows =
+    "file /proc/mtd dev:    size   erasesize  name\nfile /proc/mtd mtd0: 00020000 00010000 \"boot\"\n"
+    "file /proc/mtd mtd1: 00100000 00010000 \"kernel\"\n";
+const std::string kTable = kRows + "file /proc/mtd mtd2: 01f00000 00010000 \"rest\"\n";
+const std::string kStore = "/dev/mtd/1", kFpgaStore = "/dev/misc/spi1";
+const std::string kErase = "/dev/misc/spi1 ioctl 0xc0046508";
+const std::string kFpgaBoard = "present /dev/misc/spi1\n", kLink = "present /dev/misc/spi0\n";
 
 void fill(const std::string& path, const Bytes& bytes) {
     write_file(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
@@ -43,15 +60,17 @@ Bytes pattern(size_t size, uint32_t seed = 0) {
     return bytes;
 }
 
-// A board with three partitions that hold the pattern.
+// A board with three partitions and an FPGA flash; the first two hold the pattern.
 void load_board(const std::string& script = "") {
-    load(kTable + script);
-    fill("/dev/mtd/0", pattern(0x20000));
+    load(kTable + kFpgaBoard + "present /dev/mtd/2\ntruncate /dev/mtd/2 32505856\ntruncate " + kFpgaStore +
+         " 524288\n" + script);
+    fill("/dev/mtd/0", pattern(2 * kSector));
     fill(kStore, pattern(kSecondSize));
-    fill("/dev/mtd/2", pattern(0x100000));
 }
 
-RawFlash* create(int32_t mode = 0) {
+constexpr int32_t kHost = 0, kCoprocessor = 1;
+
+RawFlash* create(int32_t mode = kHost) {
     RawFlash* flash = nullptr;
     EXPECT_EQ(createRawFlash(&mode, &flash), 0);
     return flash;
@@ -61,15 +80,49 @@ int write(RawFlash* flash, const Bytes& bytes, uint32_t address) {
     return flash->write(flash, bytes.data(), address, static_cast<uint32_t>(bytes.size()));
 }
 
-TEST(FlashTable, HasFifteenRowsAtMost) {
-    std::string many;
-    for (int i = 0; i < 17; ++i) many += "file /proc/mtd mtd" + std::to_string(i) + ": 10000 1000 \"p\"\n";
+int write(RawFlash* flash, uint32_t address, uint32_t size) {
+    return write(flash, Bytes(size, 0x5A), address);
+}
+
+Ints info_of(RawFlash* flash) {
+    RawFlashInfo info{};
+    const int result = flash->getinfo(flash, &info);
+    return {result, static_cast<int>(info.size), static_cast<int>(info.sector_size)};
+}
+
+TEST(FlashTable, IsReadAsAWholeOrNotAtAll) {
+    const std::string no_row = "err \"sscanf /proc/mtd: Invalid argument\\n\"";
+    const std::string no_table = "err \"open /proc/mtd failed\\n\"";
+    const std::string long_name = "file /proc/mtd mtd2: 10000 10000 \"" + std::string(120, 'x') + "\"\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {"file /proc/mtd mtd0: none\n", no_row},
+        {"file /proc/mtd mtd0:\n", no_row},
+        {"file /proc/mtd mtd0: 20000\n", no_row},
+        {"file /proc/mtd mtd0: 20000 0\n", no_row},
+        {kRows + "file /proc/mtd mtd2: none\n", no_row},
+        {kRows + "file /proc/mtd mtd2: ff000000 10000\n", no_row},
+        {"", no_table},
+        {kRows + "fault /proc/mtd open 1 EIO\n", no_table},
+        {kRows + "fault /proc/mtd read 1 EIO\n", no_table},
+        {kRows + long_name + long_name + "fault /proc/mtd read 2 EIO\n", no_table},
+    };
+    for (const auto& [script, message] : cases) {
+        load(script);
+        EXPECT_EQ(flash_init(), -1) << script;
+        EXPECT_TRUE(journal_follows({message})) << script;
+    }
+    // In whatever order, by the names of the rows alone, fifteen of them.
+    std::string many = "file /proc/mtd mtd0: 10000 1000 \"mtd1: 1\"\n" + long_name;
+    for (int i = 16; i > 0; --i)
+        many += "file /proc/mtd mtd" + std::to_string(i) + ": " + std::to_string(i) + "0000 10000 \"p\"\n";
     load(many);
     EXPECT_EQ(flash_init(), 15);
-    EXPECT_TRUE(journal_follows({"out \"[libmarl] ####CFG_FLASH_SEC_SIZE=0x1000\\n\"",
-                                 "out \"[libmarl] NUM_MTDS=15\\n\"",
-                                 "out \"[libmarl] ####MTD_START[0]=0x2000000\\n\"",
-                                 "out \"[libmarl] ####MTD_START[15]=0x20f0000\\n\""}));
+    EXPECT_TRUE(journal_follows(
+        {"/proc/mtd open", "out \"[libmarl] ####CFG_FLASH_SEC_SIZE=0x1000\\n\"",
+         "out \"[libmarl] NUM_MTDS=15\\n\"", "out \"[libmarl] ####MTD_START[0]=0x2000000\\n\"",
+         "out \"[libmarl] ####MTD_START[2]=0x2020000\\n\"", "out \"[libmarl] ####MTD_START[3]=0x2030000\\n\"",
+         "out \"[libmarl] ####MTD_START[15]=0x2870000\\n\""}));
+    EXPECT_EQ(count("/proc/mtd open"), 1U);
 }
 
 TEST(Flash, WritesOnlyWhatDiffers) {
@@ -77,22 +130,22 @@ TEST(Flash, WritesOnlyWhatDiffers) {
     RawFlash* flash = create();
     Bytes image = pattern(kSecondSize);
     EXPECT_EQ(write(flash, image, kSecond), static_cast<int>(kSecondSize));
-    EXPECT_EQ(count("/dev/mtd/1 ioctl") + count("/dev/mtd/1 write"), 0U);
-    EXPECT_EQ(count("/dev/mtd/1 read"), kSecondSize / kSector) << "one call a sector to compare";
-    for (const uint32_t sector : {0U, 7U, 255U}) image[sector * kSector + 3] ^= 0x40;
+    EXPECT_EQ(counts({"/dev/mtd/1 ioctl", "/dev/mtd/1 write", "/dev/mtd/1 read"}), Ints({0, 0, 16}))
+        << "one call a sector to compare";
+    for (const uint32_t sector : {0U, 7U, 15U}) image[sector * kSector + 3] ^= 0x40;
     sim::clear_journal();
     EXPECT_EQ(write(flash, image, kSecond), static_cast<int>(kSecondSize));
-    EXPECT_EQ(counts({"/dev/mtd/1 ioctl 0x40084d02", "/dev/mtd/1 write"}), Ints(2, 3));
-    EXPECT_EQ(count("umount"), 0U) << "detached by the first write already";
+    EXPECT_EQ(counts({"/dev/mtd/1 ioctl 0x40084d02", "/dev/mtd/1 write", "umount"}), Ints({3, 3, 0}))
+        << "detached by the first write already";
     EXPECT_EQ(stored(kStore, kSecondSize), image);
     EXPECT_EQ(Ints({check_upgrade_map(), flash->addref(flash), flash->release(flash), check_upgrade_map(),
                     flash->release(flash), check_upgrade_map()}),
               Ints({1, 0, 0, 1, 0, 0}));
-    // The first partition is rewritten whatever it holds.
     flash = create();
     sim::clear_journal();
-    EXPECT_EQ(write(flash, pattern(0x20000), kFirst), 0x20000);
-    EXPECT_EQ(counts({"/dev/mtd/0 ioctl", "/dev/mtd/0 write", "/dev/mtd/0 read"}), Ints({2, 1, 0}));
+    EXPECT_EQ(write(flash, pattern(2 * kSector), kFirst), 2 * kSector);
+    EXPECT_EQ(counts({"/dev/mtd/0 ioctl", "/dev/mtd/0 write", "/dev/mtd/0 read"}), Ints({2, 1, 0}))
+        << "the first partition whatever it holds";
     // A short last piece leaves what is behind it.
     for (const auto& [address, partition] :
          {std::pair(kFirst, "/dev/mtd/0"), std::pair(kSecond, "/dev/mtd/1")}) {
@@ -107,33 +160,56 @@ TEST(Flash, WritesOnlyWhatDiffers) {
 
 TEST(Flash, MapsAddressesAndRefusesTheRest) {
     load_board();
-    RawFlash* flash = create();
-    RawFlash* second = nullptr;
-    const int32_t mode = 0;
-    EXPECT_EQ(createRawFlash(&mode, &second), -1);
-    RawFlashInfo info{};
-    EXPECT_EQ(flash->getinfo(flash, &info), 0);
-    EXPECT_EQ(info.size, 0x1000000U);
-    EXPECT_EQ(info.sector_size, kSector);
+    RawFlash *flash = create(), *second = nullptr;
+    EXPECT_EQ(createRawFlash(&kHost, &second), -1);
+    EXPECT_EQ(info_of(flash), Ints({0, 0x1000000, kSector}));
     Bytes bytes(16);
-    EXPECT_EQ(flash->read(flash, bytes.data(), kSecond, 16), 16);
+    const auto read = [&](uint32_t address, uint32_t size) {
+        return flash->read(flash, bytes.data(), address, size);
+    };
+    EXPECT_EQ(Ints({read(kSecond - 16, 16), read(kSecond, 16)}), Ints(2, 16));
     EXPECT_EQ(bytes, stored(kStore, 16));
-    EXPECT_EQ(flash->read(flash, bytes.data(), kSecond - 16, 16), 16);
     sim::clear_journal();
-    EXPECT_EQ(Ints({flash->read(flash, bytes.data(), 0x3120000, 16),
-                    flash->read(flash, bytes.data(), 0x1FFFFFF, 1), flash->erase(flash, kFpga, 1),
-                    write(flash, bytes, kSecond + 1), flash->erase(flash, kSecond + 1, 16)}),
-              Ints(5, -1));
-    EXPECT_TRUE(journal_follows({"out \"addr=0x3120000,MTD_START[0]=0x2000000,MTD_START[3]=0x3120000\\n\"",
-                                 "out \"addr=0x3120000\\n\"", "out \"address doesn't  align 0x10000\"",
+    EXPECT_EQ(Ints({flash->erase(flash, kFpga + 2 * kSector, 1), read(kFirst - 1, 1),
+                    write(flash, bytes, kSecond + 1), flash->erase(flash, kSecond + 1, 16),
+                    write(flash, kFirst, 3 * kSector), write(flash, kFpga - kSector, kSector + 1),
+                    read(kFpga - kSector, kSector + 1),
+                    flash->write(flash, bytes.data(), kFpga - kSector, UINT32_MAX - kFpga)}),
+              Ints(8, -1));
+    EXPECT_TRUE(journal_follows({"out \"addr=0x4020000,MTD_START[0]=0x2000000,MTD_START[3]=0x4020000\\n\"",
+                                 "out \"addr=0x1ffffff\\n\"", "out \"address doesn't  align 0x10000\"",
                                  "out \"address doesn't  align 0x10000\""}));
+    EXPECT_EQ(counts({"/dev/mtd/", "/dev/misc/spi1"}), Ints(2, 0)) << "nothing is touched";
     sim::clear_journal();
-    EXPECT_EQ(Ints({flash->read(flash, bytes.data(), 0xFFFFFFF8, 16), write(flash, bytes, 0xFFFFFFF8),
+    EXPECT_EQ(Ints({read(0xFFFFFFF8, 16), write(flash, bytes, 0xFFFFFFF8),
                     flash->erase(flash, kSecond, 0xFFFFFFFF)}),
               Ints(3, -1));
-    EXPECT_EQ(sim::journal(), "") << "a range past 2^32 touches nothing";
+    EXPECT_EQ(sim::journal(), "") << "a range past 2^32";
     EXPECT_EQ(flash->erase(flash, kSecond, kSector + 1), 0);
     EXPECT_EQ(stored(kStore, 2 * kSector), Bytes(2 * kSector, 0xFF)) << "the last sector wholly";
+    EXPECT_EQ(Ints({write(flash, kThird - kSector, 2 * kSector), write(flash, kFpga - kSector, kSector)}),
+              Ints({2 * kSector, kSector}))
+        << "from partition to partition, and up to the end";
+    EXPECT_EQ(flash->release(flash), 0);
+    sim::clear_journal();
+    EXPECT_EQ(Ints({flash->addref(flash), info_of(flash)[0], read(kFirst, 1), write(flash, bytes, kFirst),
+                    flash->erase(flash, kFirst, 1), flash->release(flash)}),
+              Ints(6, -1));
+    EXPECT_TRUE(journal_follows({"err \"flash_addref: thiz->priv\"", "err \"flash_read: thiz->priv\"",
+                                 "err \"flash_write: thiz->priv\"", "err \"flash_erase: thiz->priv\"",
+                                 "err \"flash_release: thiz->priv\""}));
+    EXPECT_EQ(count("/"), 0U) << "an object that is gone";
+}
+
+TEST(Flash, EndsWithTheLastPartition) {
+    load(kRows + "file /proc/mtd mtd10: 50000 10000 \"behind a gap\"\nfile /dev/mtd/0 x\nfile /dev/mtd/1 x");
+    RawFlash* flash = create();
+    sim::clear_journal();
+    EXPECT_EQ(Ints({write(flash, kThird - kSector, kSector + 1), write(flash, kThird, kSector)}),
+              Ints(2, -1));
+    EXPECT_EQ(count("/dev/mtd/"), 0U);
+    EXPECT_TRUE(journal_follows({"out \"addr=0x2120000,MTD_START[0]=0x2000000,MTD_START[2]=0x2120000\\n\"",
+                                 "out \"addr=0x2120000\\n\""}));
     EXPECT_EQ(flash->release(flash), 0);
 }
 
@@ -141,7 +217,7 @@ TEST(Flash, ReleasesTheStorageBusOnce) {
     HWINFO.store_interface = 3;
     load_board("level 9 1\nfile /dev/misc/ataen\n");
     RawFlash* flash = create();
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(write(flash, pattern(kSector), kSecond), static_cast<int>(kSector));
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(write(flash, kSecond, kSector), static_cast<int>(kSector));
     EXPECT_EQ(count("out \"[libmarl] status = 1\\n\""), 1U);
     EXPECT_EQ(flash->release(flash), 0);
     EXPECT_TRUE(journal_follows({"/dev/misc/ataen open rw", "sync", "umount", "umount", "sync",
@@ -149,9 +225,8 @@ TEST(Flash, ReleasesTheStorageBusOnce) {
                                  "/dev/misc/ataen close", "out \"[libmarl] idestatus =1\\n\"",
                                  "/dev/misc/rtc write 3: 1b 57 13"}));
     flash = create();
-    EXPECT_EQ(flash->skip_cmos_mark(flash), 0);
     sim::clear_journal();
-    EXPECT_EQ(flash->release(flash), 0);
+    EXPECT_EQ(Ints({flash->skip_cmos_mark(flash), flash->release(flash)}), Ints(2, 0));
     EXPECT_EQ(count("/dev/misc/rtc"), 0U);
 }
 
@@ -166,12 +241,11 @@ TEST(Flash, SurvivesAFaultAtEveryCall) {
             sim::clear_journal();
             for (uint32_t sector = 0; sector < 4; ++sector) ++image[sector * kSector];
             run("fault " + call + " " + std::to_string(nth) + " EIO");
-            const int32_t mode = 0;
             RawFlash* flash = nullptr;
             int tries = 0;
             for (bool complete = false; !complete; ++tries) {
                 ASSERT_LT(tries, 6);
-                if (createRawFlash(&mode, &flash) < 0) continue;
+                if (createRawFlash(&kHost, &flash) < 0) continue;
                 complete = write(flash, image, kSecond) == static_cast<int>(image.size());
                 EXPECT_EQ(flash->release(flash), 0);
                 EXPECT_EQ(count("/dev/mtd/1 open rw"), count("/dev/mtd/1 close"));
@@ -183,97 +257,109 @@ TEST(Flash, SurvivesAFaultAtEveryCall) {
 }
 
 TEST(Flash, APowerCutIsMendedByWritingTheSameAgain) {
-    const Bytes wanted = pattern(4 * kSector, 0x5A);
+    const Bytes wanted = pattern(4 * kSector, 0x5A), old = pattern(kSecondSize);
     int cuts = 0;
     for (bool finished = false; !finished; ++cuts) {
         ASSERT_LT(cuts, 30);
         const scenario::BoardDirectory directory;
         const scenario::Options options = {.arguments = {"2020000", "40000", "5a"}, .root = directory.path()};
         std::filesystem::create_directories(directory.path() + "/dev/mtd");
-        for (const char* partition : {"0", "1", "2"}) {
-            const Bytes old = pattern(0x100000);
-            std::ofstream(directory.path() + "/dev/mtd/" + partition, std::ios::binary)
-                << std::string(old.begin(), old.end());
-        }
-        const auto write_image = [&](const std::string& script) {
-            return scenario::run("tests/flash_image", kTable + script, options);
-        };
-        finished = write_image("cut " + std::to_string(cuts + 1) + "\n").status == 0;
+        for (const char* partition : {"0", "1", "2"})
+            std::ofstream(directory.path() + "/dev/mtd/" + partition) << std::string(old.begin(), old.end());
+        const std::string cut = "cut " + std::to_string(cuts + 1) + "\n";
+        finished = scenario::run("tests/flash_image", kTable + cut, options).status == 0;
         const std::string before = directory.read(kStore);
         size_t wrong = 0;
-        for (size_t sector = 0; sector < 4; ++sector)
-            wrong += memcmp(&before[sector * kSector], &wanted[sector * kSector], kSector) != 0 ? 1 : 0;
-        const auto again = write_image("");
-        EXPECT_EQ(again.status, 0);
-        EXPECT_EQ(memcmp(directory.read(kStore).data(), wanted.data(), wanted.size()), 0) << "cut " << cuts;
+        for (size_t at = 0; at < wanted.size(); at += kSector)
+            wrong += memcmp(&before[at], &wanted[at], kSector) != 0 ? 1 : 0;
+        const auto again = scenario::run("tests/flash_image", kTable, options);
+        EXPECT_EQ(again.status + memcmp(directory.read(kStore).data(), wanted.data(), wanted.size()), 0)
+            << cuts;
         EXPECT_EQ(again.journal.count("/dev/mtd/1 ioctl"), wrong) << "what was right already is left alone";
     }
     EXPECT_GT(cuts, 8) << "the cuts must reach every erase and write";
 }
 
-const std::string kFpgaBoard = "present /dev/misc/spi1\n";
+#ifdef MARL_MEMORY_IS_LIMITED
+TEST(Flash, NeedsMemoryOnlyToCompareOrToFillUp) {
+    load_board();
+    RawFlash* flash = nullptr;
+    Ints results(5);
+    g_largest_memory = 16;
+    results[0] = createRawFlash(&kHost, &flash);
+    g_largest_memory = sizeof(RawFlash);
+    results[1] = createRawFlash(&kHost, &flash);
+    g_largest_memory = SIZE_MAX;
+    EXPECT_EQ(flash, nullptr);
+    EXPECT_TRUE(
+        journal_follows({"out \"malloc(sizeof(RawFlash))\\n\"", "out \"malloc(sizeof(priv_module))\\n\""}));
+    flash = create();
+    const Bytes bytes(2 * kSector, 0x5A);
+    g_largest_memory = 16;
+    results[2] = flash->write(flash, bytes.data(), kFirst, 2 * kSector);
+    results[3] = flash->write(flash, bytes.data(), kFirst, kSector + 1);
+    results[4] = flash->write(flash, bytes.data(), kSecond, kSector);
+    g_largest_memory = SIZE_MAX;
+    EXPECT_EQ(results, Ints({-1, -1, 2 * kSector, -1, -1}));
+    EXPECT_EQ(counts({"out \"calloc 0x10000\\n\"", "/dev/mtd/0 ioctl", "/dev/mtd/1 ioctl", "umount"}),
+              Ints({2, 2, 0, 0}));
+    EXPECT_EQ(flash->release(flash), 0);
+}
+#endif
+
+TEST(UpgradeFlag, IsToldWhenItCannotBeSetAndTriedAgain) {
+    load_board();
+    const std::tuple<std::string, int, int, size_t> cases[] = {
+        {"", 0, 0, 0},
+        {"fault /tmp/upgrade_ing write 1..2 EIO", 0, 0, 2},  // write and erase go on without it
+        {"fault /tmp/upgrade_ing write 3 ENOSPC", 0, 0, 1},
+        {"fault /tmp/upgrade_ing write 3..5 EIO", -1, 1, 3},
+        {"", 0, 0, 0},
+    };
+    for (const auto& [faults, released, flag, reports] : cases) {
+        sim::clear_journal();
+        run(faults);
+        RawFlash* flash = create();
+        EXPECT_EQ(Ints({write(flash, kFirst, kSector), flash->release(flash), check_upgrade_map()}),
+                  Ints({kSector, released, flag}))
+            << faults;
+        EXPECT_EQ(count("err \"open /tmp/upgrade_ing failed\\n\""), reports) << faults;
+    }
+}
 
 TEST(FpgaFlash, TakesItsImageSectorBySectorAndTheFirstLast) {
-    load_board(kFpgaBoard);
-    fill(kFpgaStore, pattern(kFpgaImage));
-    RawFlash* flash = create();
+    load_board();
     Bytes image = pattern(kFpgaImage);
-    EXPECT_GT(write(flash, image, kFpga), 0);
-    EXPECT_EQ(count("/dev/misc/spi1 ioctl 0xc0046508 0 4096"), 2U)
-        << "the first sector, at the start and at the end";
-    EXPECT_EQ(counts({"/dev/misc/spi1 ioctl 0xc0046508", "/dev/misc/spi1 write"}), Ints({2, 1}));
-    EXPECT_TRUE(journal_follows({"/dev/misc/spi1 open rw", "/dev/misc/spi1 ioctl 0xc004650c",
-                                 "/dev/misc/spi1 ioctl 0xc0046501", "/dev/misc/spi1 ioctl 0xc004650b",
-                                 "out \"[libmarl] ---------upgrade fpga flash---------\\n\"",
-                                 "out \"[libmarl] erasing first sector......\\n\"",
-                                 "out \"[libmarl] writing first sector......\\n\""}));
+    fill(kFpgaStore, image);
     image[kFpgaSector * 3] ^= 1;
-    image[0] ^= 1;
-    sim::clear_journal();
-    // In pieces: the first call saves the first sector, the last one writes it.
-    const Bytes first(image.begin(), image.begin() + kFpgaSector),
-        rest(image.begin() + kFpgaSector, image.end());
-    EXPECT_GE(write(flash, first, kFpga), 0);
-    EXPECT_EQ(stored(kFpgaStore, kFpgaSector), Bytes(kFpgaSector, 0xFF))
-        << "an image that is not whole never runs";
-    EXPECT_GT(write(flash, rest, kFpga + kFpgaSector), 0);
+    RawFlash* flash = create();
+    EXPECT_GT(write(flash, image, kFpga), 0);
+    EXPECT_EQ(counts({kErase + " 0 4096", kErase, "/dev/misc/spi1 write"}), Ints({2, 3, 2}))
+        << "the first sector, at the start and at the end";
+    EXPECT_TRUE(journal_follows(
+        {"/dev/misc/spi1 open rw", "/dev/misc/spi1 ioctl 0xc004650c", "/dev/misc/spi1 ioctl 0xc0046501",
+         "/dev/misc/spi1 ioctl 0xc004650b", "out \"[libmarl] ---------upgrade fpga flash---------\\n\"",
+         "out \"[libmarl] erasing first sector......\\n\"", "out \"<fpga flash write>addr = 0x3000\\n\"",
+         "out \"[libmarl] writing first sector......\\n\""}));
     EXPECT_EQ(stored(kFpgaStore, kFpgaImage), image);
-    EXPECT_EQ(count("out \"<fpga flash write>addr = 0x3000\\n\""), 1U);
-    Bytes back(rest.size());
-    EXPECT_EQ(flash->read(flash, back.data(), kFpga + kFpgaSector, kFpgaImage - kFpgaSector),
-              static_cast<int>(rest.size()));
-    EXPECT_EQ(back, rest);
-    EXPECT_EQ(Ints({write(flash, first, kFpga + 1), flash->write(flash, image.data(), kFpga, kFpgaSector - 1),
+    Bytes back(2 * kFpgaSector);
+    EXPECT_EQ(flash->read(flash, back.data(), kFpga + 3 * kFpgaSector, 2 * kFpgaSector),
+              2 * int{kFpgaSector});
+    EXPECT_TRUE(std::equal(back.begin(), back.end(), image.begin() + 3 * kFpgaSector));
+    EXPECT_EQ(Ints({write(flash, back, kFpga + 1), flash->write(flash, image.data(), kFpga, kFpgaSector - 1),
                     flash->release(flash)}),
               Ints({-1, -1, 0}));
     EXPECT_TRUE(journal_follows({"/dev/misc/spi1 ioctl 0xc0046502", "/dev/misc/spi1 close"}));
-    // Without a first sector of this session the end of the image is refused: there is nothing to put in its
-    // place.
-    flash = create();
-    sim::clear_journal();
-    EXPECT_EQ(write(flash, rest, kFpga + kFpgaSector), -1);
-    EXPECT_EQ(count("/dev/misc/spi1 ioctl 0xc0046508"), 0U);
-    EXPECT_EQ(flash->release(flash), 0);
 }
 
 TEST(FpgaFlash, IsOpenedOnKnownDevicesOnly) {
-    const std::pair<int, int> ids[] = {{480, -1}, {481, 0}, {549, 0}, {550, -1},
-                                       {580, -1}, {581, 0}, {649, 0}, {650, -1}};
-    for (const auto& [id, result] : ids) {
+    for (const int id : {480, 481, 549, 550, 580, 581, 649, 650}) {
         load(kFpgaBoard + "fpga id " + std::to_string(id));
-        EXPECT_EQ(fpga_flash_open(), result) << id;
+        EXPECT_EQ(fpga_flash_open(), id % 100 == 81 || id % 100 == 49 ? 0 : -1) << id;
         fpga_flash_close();
         EXPECT_EQ(count("/dev/misc/spi1 open rw"), count("/dev/misc/spi1 close"));
-    }
-    Bytes bytes(kFpgaSector);
-    EXPECT_EQ(
-        Ints({fpga_flash_read(bytes.data(), kFpgaSector, 0), fpga_flash_write(bytes.data(), kFpgaSector, 0)}),
-        Ints(2, -1));
-    for (const std::string fault : {"ioctl:0xc0046501", "ioctl:0xc004650b", "ioctl:0xc004650c", "open"}) {
-        load(kFpgaBoard + "fault /dev/misc/spi1 " + fault + " 1 EIO");
-        EXPECT_EQ(fpga_flash_open(), -1) << fault;
-        EXPECT_EQ(fpga_flash_open(), 0) << fault;
-        fpga_flash_close();
+        uint8_t bytes[kFpgaSector];
+        EXPECT_EQ(fpga_flash_read(bytes, kFpgaSector, 0) + fpga_flash_write(bytes, kFpgaSector, 0), -2);
     }
 }
 
@@ -284,14 +370,11 @@ TEST(FpgaFlash, SurvivesAFaultAtEveryKindOfCall) {
     before[5 * kFpgaSector] ^= 1;
     before[kFpgaImage - 1] ^= 1;
     const auto struck = [] { return seen("-> EIO") || seen(" 9: "); };
-    for (const auto& [op, how] : {std::pair("read ", " EIO"),
-                                  {"write ", " EIO"},
-                                  {"lseek ", " EIO"},
-                                  {"ioctl ", " EIO"},
-                                  {"read ", " short 9"},
-                                  {"write ", " short 9"}}) {
+    for (const std::string call :
+         {"read # EIO", "write # EIO", "lseek # EIO", "ioctl # EIO", "read # short 9", "write # short 9"}) {
         for (const int nth : {1, 2, 3, 4, 5, 6, 7, 127, 128, 129, 130, 131}) {
-            const std::string fault = op + std::to_string(nth) + how;
+            std::string fault = call;
+            fault.replace(fault.find('#'), 1, std::to_string(nth));
             SCOPED_TRACE(fault);
             load(kFpgaBoard + "fault /dev/misc/spi1 " + fault);
             fill(kFpgaStore, before);
@@ -308,10 +391,55 @@ TEST(FpgaFlash, SurvivesAFaultAtEveryKindOfCall) {
     }
 }
 
-const std::string kLink = "present /dev/misc/spi0\n";
+int write_part(uint32_t from, uint32_t to) {
+    return fpga_flash_write(Bytes(kFpgaImage, 0x5A).data(), to - from, from);
+}
 
-int upgrade(const Bytes& bytes, uint32_t address = 0x2000000) {
-    return dm365_upgrade_write(dm365_spi_open(), bytes.data(), static_cast<uint32_t>(bytes.size()), address,
+TEST(FpgaImage, RunsOnlyWhenNothingOfItIsMissing) {
+    for (const std::string fault : {"read 2", "write 2", "ioctl:0xc0046508 2", "lseek 3"}) {
+        SCOPED_TRACE(fault);
+        load_board();
+        ASSERT_EQ(fpga_flash_open(), 0);
+        EXPECT_EQ(write_part(0, kFpgaSector), 0) << "the first sector alone";
+        run("fault /dev/misc/spi1 " + fault + " EIO");
+        EXPECT_EQ(Ints({write_part(0x1000, 0x4000), write_part(0x4000, kFpgaImage)}), Ints(2, -1));
+        EXPECT_EQ(stored(kFpgaStore, kFpgaSector), Bytes(kFpgaSector, 0xFF));
+        EXPECT_EQ(Ints({write_part(0, 0x4000), write_part(0x4000, kFpgaImage)}), Ints(2, kFpgaSector));
+        EXPECT_EQ(stored(kFpgaStore, kFpgaImage), Bytes(kFpgaImage, 0x5A)) << "from the start";
+        fpga_flash_close();
+    }
+}
+
+TEST(FpgaImage, GoesWithAnOpenThatFails) {
+    load_board("fault /dev/misc/spi1 open 1 EIO");
+    Ints results = {fpga_flash_open(), fpga_flash_open(), write_part(0, 0x4000), fpga_flash_open(),
+                    write_part(0x4000, 0x5000)};
+    EXPECT_EQ(results, Ints({-1, 0, kFpgaSector, 0, kFpgaSector})) << "opened twice, the image goes on";
+    sim::run("fault /dev/misc/spi1 ioctl:0xc004650c 1 EIO");
+    sim::clear_journal();
+    results = {fpga_flash_open(), write_part(0x5000, 0x6000), fpga_flash_open(),
+               write_part(0x5000, kFpgaImage)};
+    EXPECT_EQ(results, Ints({-1, -1, 0, -1}));
+    EXPECT_EQ(counts({"/dev/misc/spi1 ioctl 0xc0046501", "/dev/misc/spi1 ioctl 0xc004650b", kErase}),
+              Ints({1, 1, 0}))
+        << "in programming mode again";
+    EXPECT_EQ(write_part(0, kFpgaImage), static_cast<int>(kFpgaSector));
+    fpga_flash_close();
+}
+
+TEST(FpgaImage, MissesAPartThatTheObjectRefuses) {
+    load_board("fault /dev/misc/ataen open 1 EIO");
+    RawFlash* flash = create();
+    EXPECT_EQ(write(flash, kFpga, kFpgaSector), 0);
+    HWINFO.store_interface = 3;  // the bus cannot be released
+    EXPECT_EQ(write(flash, kFpga + kFpgaSector, kFpgaSector), -1);
+    HWINFO.store_interface = 0;
+    EXPECT_EQ(write(flash, kFpga + 2 * kFpgaSector, kFpgaImage - 2 * kFpgaSector), -1);
+    EXPECT_EQ(flash->release(flash), -1) << "nor can the mark be made";
+}
+
+int upgrade(const Bytes& bytes) {
+    return dm365_upgrade_write(dm365_spi_open(), bytes.data(), static_cast<uint32_t>(bytes.size()), 0x2000000,
                                0x2468);
 }
 
@@ -348,35 +476,30 @@ TEST(CoprocessorUpgrade, ShipsChecksummedFrames) {
                                  "err \"[LIBMARL]====>:ERROR,  dm365 flash No ACK<======\\n\""}));
 }
 
-TEST(CoprocessorUpgrade, ResendsFourTimes) {
-    load(kLink + "spi0 acks 7788 7788 7788 7788 55aa");
-    EXPECT_EQ(upgrade(pattern(100)), 100);
-    EXPECT_EQ(count("/dev/misc/spi0 write 116"), 5U);
-    sim::run("spi0 acks 7788 7788 7788 7788 7788 55aa");
-    EXPECT_EQ(upgrade(pattern(100)), -1);
-    EXPECT_TRUE(journal_follows(
-        {"out \"dm365flash: resend updata time = 4\\n\"", "out \"dm365flash: resend updata failed\\n\""}));
-}
-
-// A call that fails costs nothing but the first open: the link is asked again, the frame offered again while
-// the link answers.
+// The link is asked again, a frame offered again while the link answers, and resent four times.
 TEST(CoprocessorUpgrade, SurvivesAFaultAtEveryCall) {
-    load(kLink + "fault /dev/misc/spi0 open 1 EIO");
-    EXPECT_EQ(upgrade(pattern(100)), -1);
-    EXPECT_TRUE(journal_follows({"err \"open dm6446 spi fail\\n\"", "err \"fd not open\\n\""}));
-    for (const std::string call : {"ioctl:0x40047305 1", "ioctl:0x40047305 2", "ioctl:0x80047304 1",
-                                   "ioctl:0x80047304 2", "write 1", "write 2", "write 1..5"}) {
-        SCOPED_TRACE(call);
-        load(kLink + "fault /dev/misc/spi0 " + call + " EIO");
-        EXPECT_EQ(Ints({upgrade(pattern(100)), upgrade(pattern(100))}), Ints(2, 100));
+    const std::tuple<std::string, int, size_t, std::string> cases[] = {
+        {"open 1 EIO", -1, 0, "err \"open dm6446 spi fail\\n\""},
+        {"ioctl:0x40047305 1 EIO", 100, 1, ""},
+        {"ioctl:0x80047304 1 EIO", 100, 1, ""},
+        {"write 1 EIO", 100, 2, "err \"[libmarl]: ERROR, transmit upgrade-data failed\\n\""},
+        {"write 1..5 EIO", 100, 6, ""},
+        {"write 1..6 EIO", -1, 6, ""},
+        {"write 1 EIO\nspi0 alive 0", -1, 1,
+         "out \"[libmarl]: ERROR, Probe SPI between 6441 and 365 failed, upgrade failed\\n\""},
+        {"write 9 EIO\nspi0 acks 7788 7788 7788 7788 55aa", 100, 5,
+         "out \"dm365flash: resend updata time = 4\\n\""},
+        {"write 9 EIO\nspi0 acks 7788 7788 7788 7788 7788 55aa", -1, 5,
+         "out \"dm365flash: resend updata failed\\n\""},
+    };
+    for (const auto& [fault, result, writes, message] : cases) {
+        SCOPED_TRACE(fault);
+        load(kLink + "fault /dev/misc/spi0 " + fault);
+        EXPECT_EQ(upgrade(pattern(100)), result);
+        EXPECT_TRUE(journal_follows({message}));
+        EXPECT_EQ(count("/dev/misc/spi0 write 116"), writes);
+        EXPECT_EQ(sim::now() > 1.99 && sim::now() < 2.01, seen("Probe SPI")) << "50 probes";
     }
-    load(kLink + "fault /dev/misc/spi0 write 1..6 EIO");
-    EXPECT_EQ(upgrade(pattern(100)), -1);
-    load(kLink + "fault /dev/misc/spi0 write 1 EIO\nspi0 alive 0");
-    expect_upgrade(pattern(100), -1, 2);  // 50 probes
-    EXPECT_TRUE(journal_follows(
-        {"err \"[libmarl]: ERROR, transmit upgrade-data failed\\n\"",
-         "out \"[libmarl]: ERROR, Probe SPI between 6441 and 365 failed, upgrade failed\\n\""}));
 }
 
 TEST(CoprocessorUpgrade, ADeadLinkFailsTheFirstCallAfterTenSeconds) {
@@ -388,25 +511,22 @@ TEST(CoprocessorUpgrade, ADeadLinkFailsTheFirstCallAfterTenSeconds) {
 
 TEST(CoprocessorUpgrade, IsWhatTheFlashObjectDoesOnItsBoards) {
     strcpy(HWINFO.product_model, "IPC-KL7");
-    load_board(kLink + "file /mnt/mtd/dm365_version old\n");
-    RawFlash* flash = create(1);
+    load_board(kLink + "fault /dev/misc/spi0 ioctl:0x40047301 2 EIO\nfile /mnt/mtd/dm365_version old\n");
+    RawFlash* flash = create(kCoprocessor);
     EXPECT_FALSE(std::filesystem::exists(path_of("/mnt/mtd/dm365_version")));
-    RawFlashInfo info{};
-    EXPECT_EQ(flash->getinfo(flash, &info), 0);
-    EXPECT_EQ(info.size, 0x800000U);
-    EXPECT_EQ(info.sector_size, kSector / 2);
-    EXPECT_EQ(write(flash, pattern(100), 0x1234), 100);
+    EXPECT_EQ(info_of(flash), Ints({0, 0x800000, kSector / 2}));
     Bytes bytes(4);
-    EXPECT_EQ(Ints({flash->read(flash, bytes.data(), kSecond, 4), flash->erase(flash, kSecond, kSector)}),
-              Ints(2, -1));
-    EXPECT_TRUE(journal_follows(
-        {"/dev/misc/spi0 write 116: 34 12 00 00", "out \"dm6446 spi driver not support !\\n\""}));
-    EXPECT_EQ(count("/dev/mtd/"), 0U);
+    EXPECT_EQ(Ints({write(flash, 0x1234, 100), write(flash, 100, 100), write(flash, UINT32_MAX, 100),
+                    flash_map(flash, kFirst), flash->read(flash, bytes.data(), kSecond, 4),
+                    flash->erase(flash, kSecond, kSector)}),
+              Ints({100, -1, 100, -1, -1, -1}))
+        << "the second without the upgrade mode";
+    EXPECT_TRUE(journal_follows({"/dev/misc/spi0 write 116: 34 12 00 00", "/dev/misc/spi0 write 116: ff ff",
+                                 "out \"dm6446 spi driver not support !\\n\""}));
+    EXPECT_EQ(counts({"/dev/misc/spi0 write", "/dev/mtd/"}), Ints({2, 0}));
     EXPECT_EQ(flash->release(flash), 0);
-    flash = create(0);
-    EXPECT_EQ(flash->getinfo(flash, &info), 0);
-    EXPECT_EQ(info.size, 0x1000000U) << "the next object is the host's flash again";
-    EXPECT_EQ(flash->release(flash), 0);
+    EXPECT_EQ(info_of(create()), Ints({0, 0x1000000, kSector}))
+        << "the next object is the host's flash again";
 }
 
 }  // namespace

@@ -7,9 +7,9 @@
 
 int main(int argc, char** argv) {
     if (argc != 4) return 2;
-    const auto address = static_cast<uint32_t>(strtoul(argv[1], nullptr, 16));
-    const auto length = static_cast<uint32_t>(strtoul(argv[2], nullptr, 16));
-    const auto seed = static_cast<uint32_t>(strtoul(argv[3], nullptr, 16));
+    uint32_t numbers[3];
+    for (int i = 0; i < 3; ++i) numbers[i] = static_cast<uint32_t>(strtoul(argv[i + 1], nullptr, 16));
+    const auto [address, length, seed] = numbers;
     std::vector<uint8_t> image(length);
     for (uint32_t i = 0; i < length; ++i) image[i] = static_cast<uint8_t>(i * 2654435761U >> 24 ^ seed);
     const int32_t mode = 0;
