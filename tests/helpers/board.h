@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -58,14 +57,10 @@ inline std::string path_of(const std::string& path) { return sim::root() + path;
 
 // Writes a file of the board, its directories included.
 inline void write_file(const std::string& path, std::string_view text) {
-    const std::filesystem::path there = path_of(path);
-    std::filesystem::create_directories(there.parent_path());
-    std::ofstream(there, std::ios::binary) << text;
+    std::filesystem::create_directories(std::filesystem::path(path_of(path)).parent_path());
+    std::ofstream(path_of(path), std::ios::binary) << text;
 }
 
-inline std::string read_file(const std::string& path) {
-    std::ifstream file(path_of(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+inline std::string read_file(const std::string& path) { return scenario::read_file(path_of(path)); }
 
 }  // namespace board
