@@ -61,12 +61,10 @@ TEST(Console, ThatIsSlowGetsEveryLine) {
     for (const Kind kind : {Kind::CookedTerminal, Kind::RawTerminal}) {
         SCOPED_TRACE(static_cast<int>(kind));
         const Console console(kind);
-        const std::string text = drain(console,
-                                       start(console.writer(),
-                                             [] {
-                                                 for (int i = 0; i < 16; ++i) print_system_info();
-                                             }),
-                                       11'500);
+        const pid_t writer = start(console.writer(), [] {
+            for (int i = 0; i < 16; ++i) print_system_info();
+        });
+        const std::string text = drain(console, writer, 11'500);
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 16 * 23);
     }
 }
@@ -84,17 +82,14 @@ void have_children_say_much() {
     sentrel::prepare_process();
     _exit(end_of(start(STDOUT_FILENO, [] {
         const std::string block(1000, 'y');
-        for (int i = 0; i < 2000; ++i) {
-            [[maybe_unused]] const ssize_t n =
-                write(i % 2 == 0 ? STDOUT_FILENO : STDERR_FILENO, block.data(), block.size());
-        }
+        for (int i = 0; i < 2000 && write(1 + i % 2, block.data(), block.size()) != 0; ++i) continue;
     })));
 }
 
 TEST(Console, ThatIsStuckHoldsNobodyUpAndComesBack) {
     for (const Kind kind : console::kKinds) {
+        SCOPED_TRACE(static_cast<int>(kind));
         for (const auto& body : {say_much, have_children_say_much}) {
-            SCOPED_TRACE(static_cast<int>(kind));
             const Console console(kind);
             console.fill();
             EXPECT_EQ(end_of(start(console.writer(), body)), 0);
@@ -110,10 +105,7 @@ TEST(Console, ThatIsReadAgainGetsWholeLinesAgain) {
     console.fill();
     const pid_t writer = start(console.writer(), [] {
         diag::line("lost");
-        for (int i = 0; i < 40; ++i) {
-            diag::line("tried");
-            poll(nullptr, 0, 10);
-        }
+        for (int i = 0; i < 40; ++i, poll(nullptr, 0, 10)) diag::line("tried");
         diag::line("the last one");
     });
     poll(nullptr, 0, 200);
@@ -166,18 +158,13 @@ TEST(Console, ThatIsClosedIsNoDevice) {
 
 TEST(Console, GetsOneWholeMessageAtATime) {
     const std::string longer(2000, 'm'), error = "\033[0;32;31m[libmarl] ERROR (src|fn|7): mmm";
+    const auto fail = [&](const char* format) { diag::error({"src", "fn", 7}, format, longer.c_str()); };
     const struct {
         std::function<void()> say;
         std::string start, end;
     } cases[] = {
-        {[&] {
-             diag::error({"src", "fn", 7}, "%s\n", longer.c_str());
-         },
-         error, "m\n\033[m"},
-        {[&] {
-             diag::error({"src", "fn", 7}, "%s", longer.c_str());
-         },
-         error, "m\033[m"},
+        {[&] { fail("%s\n"); }, error, "m\n\033[m"},
+        {[&] { fail("%s"); }, error, "m\033[m"},
         {[&] { diag::out("%s\n\033[m", longer.c_str()); }, "mmm", "m\n\033[m"},
         {[&] { diag::line(longer.c_str()); }, "mmm", "m\n"},
         {[&] { diag::err("%s", longer.c_str()); }, "mmm", "m"},

@@ -216,10 +216,8 @@ TEST(Initialisation, ComesFirstAndWithoutGpioNoProgramStarts) {
 TEST(Supervision, BeginsWhenTheBoardIsKnown) {
     const std::pair<std::string, double> cases[] = {
         // and when the watchdog is armed
-        {kColon + fault(kEnv + "read 1..4 EIO"), 0},
         {kColon + fault(kEnv + "read 1..8 EIO"), 5},
         {kColon + fault(kEnv + "open 1..16 ENFILE"), 155.8},
-        {kPacked + fault(kParameters + "open 1..3 EMFILE"), 0},
         {kPacked + fault(kParameters + "open 1..6 EMFILE"), 0},
     };
     for (const auto& [script, armed] : cases) {

@@ -87,10 +87,9 @@ TEST(UpgradeFlag, IsThatOfTheFileWithTheName) {
 }
 
 TEST(UpgradeFlag, FailuresAreReported) {
-    load(
-        "word /tmp/upgrade_ing 0\nfault /tmp/upgrade_ing open 1 EACCES\n"
-        "fault /tmp/upgrade_ing mmap 1 ENOMEM\nfault /tmp/upgrade_ing read 1 EIO\nfault /tmp/upgrade_ing "
-        "write 1..3 ENOSPC");
+    const std::string fault = "\nfault " + kFlag;
+    load("word " + kFlag + " 0" + fault + " open 1 EACCES" + fault + " mmap 1 ENOMEM" + fault +
+         " read 1 EIO" + fault + " write 1..3 ENOSPC");
     for (const int result : {-1, -1, -1, 0}) EXPECT_EQ(check_upgrade_map(), result);
     for (const auto operation : kFlagOperations) EXPECT_EQ(operation() < 0, operation != check_upgrade_map);
     const std::string unmapped = "err \"mmap /tmp/upgrade_ing failed\\n\"";

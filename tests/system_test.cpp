@@ -24,9 +24,7 @@ void set_memory(uint32_t address, uint32_t value) {
 }
 uint32_t memory_at(uint32_t address) {
     uint32_t value = 0;
-    std::ifstream(path_of("/dev/mem"), std::ios::binary)
-        .seekg(address)
-        .read(reinterpret_cast<char*>(&value), sizeof value);
+    std::ifstream(path_of("/dev/mem")).seekg(address).read(reinterpret_cast<char*>(&value), sizeof value);
     return value;
 }
 
@@ -83,13 +81,10 @@ TEST_P(Restart, IsToldOnceAndMarked) {
 }
 
 constexpr uint32_t kSet = 0x44444351;
-INSTANTIATE_TEST_SUITE_P(Kinds, Restart,
-                         testing::ValuesIn<RestartCase>({{"cmos 1 00", 0, 0, 0},
-                                                         {"cmos 1 ff", 0, 0, 255},
-                                                         {"cmos 1 01", kSet, kSet, 1},
-                                                         {"cmos 1 01", 0, kSet, 2},
-                                                         {"cmos 1 01", 0, 0, -1},
-                                                         {"fault /dev/misc/rtc read 1 EIO", 0, kSet, 2}}));
+constexpr RestartCase kRestarts[] = {
+    {"cmos 1 00", 0, 0, 0},    {"cmos 1 ff", 0, 0, 255}, {"cmos 1 01", kSet, kSet, 1},
+    {"cmos 1 01", 0, kSet, 2}, {"cmos 1 01", 0, 0, -1},  {"fault /dev/misc/rtc read 1 EIO", 0, kSet, 2}};
+INSTANTIATE_TEST_SUITE_P(Kinds, Restart, testing::ValuesIn(kRestarts));
 
 TEST(ArmClock, FromTheBootVariableOrTheRegisters) {
     load("env a=1");

@@ -74,10 +74,9 @@ TEST(Heartbeat, AnUpgradeDelaysTheReboot) {
     const auto later = run_sentrel(kStall + "fault " + kUpgrade + " read 2+ EIO\n", 900);
     EXPECT_TRUE(later.journal.follows(reboot_from(683.2)));
     const auto unmapped = run_sentrel(kStall + "fault " + kUpgrade + " mmap 1+ ENOMEM\n", 100);
-    EXPECT_EQ(unmapped.status, 0);
-    EXPECT_EQ(Ints({counts({skips}, run.journal)[0], counts({skips}, later.journal)[0],
-                    counts({skips}, unmapped.journal)[0]}),
-              Ints({4, 0, 4}));
+    EXPECT_EQ(counts({skips}, run.journal), counts({skips}, unmapped.journal));
+    EXPECT_EQ(Ints({unmapped.status, counts({skips}, later.journal)[0], counts({skips}, run.journal)[0]}),
+              Ints({0, 0, 4}));
 }
 
 // MediaGuard's file, a second before each of `checks` deleted and made anew by a line.
@@ -116,11 +115,6 @@ TEST(Heartbeat, ALinkLeadsNowhereAndStopsNothing) {
     EXPECT_EQ(board.read("/precious"), "precious");
 }
 
-TEST(WatchdogReset, ComesWhenNobodyFeedsIt) {
-    const auto run = run_sentrel(kTraffic + kEncodeBeats + kMediaGuardBeats + "wdt fed 40\n", 100);
-    EXPECT_EQ(run.journal.time_of("board reset watchdog"), 65) << "25 s after the last feed";
-}
-
 // Whatever else is broken, the stall is noticed and the board comes back.
 TEST(Heartbeat, NoFaultOfAnotherDeviceStopsTheSupervision) {
     for (const char* fault :
@@ -138,14 +132,12 @@ TEST(Heartbeat, NoFaultOfAnotherDeviceStopsTheSupervision) {
         << "without its environment the board is not supervised, but it lives";
 }
 
-const std::string kConfigured =
-    "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\nfile /mnt/backup/Config/network HOSTIP = 10.0.0.2\n"
-    "file /mnt/mtd/Log/old text\nfile /mnt/mtd/kept text\n";
-
 TEST(ResetButton, HeldFor25PassesWipesAndReboots) {
     const scenario::BoardDirectory board;
-    const auto run = run_sentrel(kTraffic + kMediaGuardBeats + kConfigured + "at 20.1 level 23 0\n", 60,
-                                 {.root = board.path()});
+    const std::string files =
+        "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\nfile /mnt/backup/Config/network HOSTIP = 10.0.0.2\n"
+        "file /mnt/mtd/Log/old text\nfile /mnt/mtd/kept text\nat 20.1 level 23 0\n";
+    const auto run = run_sentrel(kTraffic + kMediaGuardBeats + files, 60, {.root = board.path()});
     EXPECT_EQ(run.status, kBoardReset);
     EXPECT_TRUE(run.journal.follows(
         at(25.0, {"sync", "out \"sentRel: i will reboot\\n\"", "command \"rm /mnt/mtd/Config/* -rf\"",
@@ -170,8 +162,8 @@ TEST(ResetButton, ReleasedAfter24PassesDoesNothing) {
     const auto failing = run_sentrel(held + "fault /dev/misc/gpio read 110..114 EIO\n", 60);
     EXPECT_EQ(failing.journal.time_of("out \"sentRel: i will reboot\\n\""), 26.0);
     const auto without_rtc = run_sentrel(held + "missing /dev/misc/rtc\n", 60);
-    EXPECT_TRUE(without_rtc.journal.follows(
-        {{25, "out \" can't open /dev/misc/rtc\\n\""}, {25.2, "command \"reboot\""}}));
+    EXPECT_TRUE(without_rtc.journal.follows(at(25, {"out \" can't open /dev/misc/rtc\\n\""}) +
+                                            at(25.2, {"command \"reboot\""})));
     for (const auto& [model, line] :
          {std::pair("Q4", "30"), {"IPC-KR1", "31"}, {"IPC-KW2", "36"}, {"IPC-KQ3", "23"}}) {
         const auto other =
@@ -185,10 +177,8 @@ const std::string kUnknown =
     "present /dev/misc/spi0\npresent /dev/davinci_vpfe\nspi0 version DM365 V1.02 V2.03\n";
 const std::string kKnown = kUnknown + "file /mnt/mtd/dm365_version known\n";
 const char* const kPulseLow = "/dev/misc/gpio write 2: 30 00";
-const char* const kPulseHigh = "/dev/misc/gpio write 2: 30 01";
 const std::string kLink = "/dev/misc/spi0 ioctl 0x4004730";
 const std::string kHoldBegins = kLink + "7 1", kHoldEnds = kLink + "7 0", kVpfe = "/dev/davinci_vpfe ";
-constexpr double kFifteenMinutes = 900;
 
 // The sanitizers' own use of the stack would be most of what is measured.
 void expect_room_on_the_stack([[maybe_unused]] const scenario::Outcome& run) {
@@ -201,7 +191,7 @@ void expect_room_on_the_stack([[maybe_unused]] const scenario::Outcome& run) {
 }
 
 TEST(Coprocessor, HealthyAndKnownIsOnlyLookedAt) {
-    const auto run = run_sentrel(kKnown, kFifteenMinutes);
+    const auto run = run_sentrel(kKnown, 900);
     EXPECT_EQ(run.status, 0);
     EXPECT_TRUE(run.journal.follows(
         at(25.0, {kVpfe + "open r", "/dev/misc/spi0 open r", "/mnt/mtd/dm365_version open r"}) +
@@ -220,12 +210,12 @@ TEST(Coprocessor, UnknownVersionIsRecordedAndFollowedByAReset) {
         run.journal.follows(at(25.0, {kLink + "b", kLink + "d", "/mnt/mtd/dm365_version open rw create trunc",
                                       "out \"DM365\\nV1.02\\nV2.03\\n\"", "/mnt/mtd/dm365_version write 64",
                                       kLink + "c", kPulseLow}) +
-                            at(25.02, {kPulseHigh}) + at(25.52, {kHoldBegins}) + at(70.52, {kHoldEnds}) +
-                            at(75.52, {kVpfe + "ioctl 0x80145603"})));
-    const std::string record = board.read("/mnt/mtd/dm365_version");
-    ASSERT_EQ(record.size(), 64U);
-    EXPECT_EQ(Strings({record.c_str(), record.c_str() + 32, record.c_str() + 48}),
-              Strings({"DM365", "V2.03", "V1.02"}));
+                            at(25.02, {"/dev/misc/gpio write 2: 30 01"}) + at(25.52, {kHoldBegins}) +
+                            at(70.52, {kHoldEnds}) + at(75.52, {kVpfe + "ioctl 0x80145603"})));
+    std::string record = "DM365";
+    record.resize(64);
+    record.replace(32, 5, "V2.03").replace(48, 5, "V1.02");
+    EXPECT_EQ(board.read("/mnt/mtd/dm365_version"), record);
     expect_room_on_the_stack(run);
 }
 
@@ -280,7 +270,7 @@ TEST(Coprocessor, CaptureStallIsResetTwiceThenReported) {
 }
 
 TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
-    const auto silent = run_sentrel(kKnown + "spi0 alive 0\n", kFifteenMinutes);
+    const auto silent = run_sentrel(kKnown + "spi0 alive 0\n", 900);
     const char* const not_alive =
         "out \"=========>sentrel:  SPI NOT ALIVE , reset DM365<=================\\n\"";
     EXPECT_TRUE(silent.journal.follows(
@@ -288,7 +278,7 @@ TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
         at(105.62, {not_alive}) + at(106.14, {kHoldBegins}) + at(151.14, {kHoldEnds}) +
         at(166.19, {"out \"=============<  SPI alway be Problem>================\\n\""}) +
         at(166.21, {kLink + "b"})));
-    const auto abnormal = run_sentrel(kKnown + "spi0 2a 1\n", kFifteenMinutes);
+    const auto abnormal = run_sentrel(kKnown + "spi0 2a 1\n", 900);
     const char* const is_abnormal = "out \"++++++++++++:  dm365: 2A is abnormal ++++++++++++++++\\n\"";
     EXPECT_TRUE(abnormal.journal.follows(
         at(45.12, {is_abnormal, kPulseLow}) + at(90.64, {kHoldEnds}) + at(105.76, {is_abnormal}) +
@@ -300,8 +290,8 @@ TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
 }
 
 TEST(Coprocessor, AnUpgradeSuspendsEveryReset) {
-    const auto run = run_sentrel(kKnown + "spi0 status 0x2468\nspi0 alive 0\nspi0 2a 1\nvpfe stalled 1\n",
-                                 kFifteenMinutes);
+    const auto run =
+        run_sentrel(kKnown + "spi0 status 0x2468\nspi0 alive 0\nspi0 2a 1\nvpfe stalled 1\n", 900);
     const char* const upgrading = "out \"now  system is upograde\\n\"";
     EXPECT_TRUE(run.journal.follows(
         at(30, {upgrading}) + at(60, {upgrading}) +
@@ -316,7 +306,7 @@ TEST(Coprocessor, DevicesThatAppearLateOrNever) {
     EXPECT_TRUE(late.journal.follows(at(25, {"out \"[ERROR]: open /dev/davinci_vpfe fail\\n\""}) +
                                      at(30, {kVpfe + "open rw -> ENOENT"}) + at(40, {kVpfe + "open rw"}) +
                                      at(45, {kVpfe + "ioctl", kLink + "b"})));
-    const auto never = run_sentrel(missing, kFifteenMinutes);
+    const auto never = run_sentrel(missing, 900);
     EXPECT_EQ(counts({kVpfe + "open", "/dev/misc/spi0 ioctl"}, never.journal), Ints({5, 0}))
         << "without both devices nothing is checked";
     const auto failing = run_sentrel(kKnown + "fault /dev/davinci_vpfe ioctl 1+ EIO\n", 200);
