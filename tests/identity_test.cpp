@@ -1,23 +1,173 @@
-// The board is identified again: by a caller with another ID, and by the library and the daemon where a source failed.
+// Identification: as a program that links the shipped library finds it, with sources that fail, and asked for again.
 #include <libmarl.h>
 
 #include <cstring>
-#include <string>
 
-#include "helpers/scenario.h"
-#include "sim.h"
+#include "helpers/board.h"
 
 namespace {
 
-using scenario::Outcome;
+using namespace board;
+using scenario::kAnyTime;
+using scenario::run_sentrel;
 
-struct Version {
-    const char* text;
-    int code;  // -1: refused
-};
+scenario::Outcome identify(const std::string& script, const std::string& argument = "") {
+    auto run = scenario::run("tests/identify", script, {.arguments = {argument}, .keep_output = true});
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.journal.count("out \"\\e[0;32;32m[libmarl] SVN NUM"), 1U);
+    return run;
+}
+
+bool says(const scenario::Outcome& run, const std::string& text) {
+    return run.output.find(text) != std::string::npos;
+}
+
+std::string packed(const std::string& digits) {
+    return "file /proc/qorzo/bootpara qz_keyboard:2\\nHWID:" + digits + "\n";
+}
+std::string record(const std::string& start) {
+    return "file! /mnt/mtdblock1 " + start +
+           R"(\x0a\x01\x02\x03\x04\x05\x06\x90\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f)" + "\n";
+}
+std::string fault(const std::string& what) { return "fault " + what + "\n"; }
+
+const std::string kColon = "env HWID=TRV-A1-I:1:1:2:1:6\n", kPacked = packed("5");
+const std::string kByColon = "type=5 code=0 model=TRV-A1-I ", kByPacked = "type=0 code=5 model=TRV-A1-S ";
+const std::string kEnv = "/dev/mtd/1 ", kParameters = "/proc/qorzo/bootpara ", kRecord = "/mnt/mtdblock1 ";
+const std::string kMagic = R"(\xef\xcd\xab\x89)", kZeros(32, '0');
+const std::string kDefinition = R"(file /mnt/custom/ProductDefinition "Vendor" : "x",
+file /mnt/custom/ProductDefinition "Device" : "",
+file /mnt/custom/ProductDefinition "Device" : "TRV-A9-X",
+)";
+
+// What is found before main, and how often an event is in the journal.
+TEST(Identification, ByTheSourcesThatCanBeRead) {
+    std::string parts, model = "M2345678901234567890123456789012345";
+    for (int i = 0; i < 60; ++i) parts += ":1";
+    const struct {
+        std::string script;
+        Strings lines;
+        std::string event = "nothing";
+        size_t count = 0;
+    } cases[] = {
+        {"env HWID=NOSUCH:1:2", {"type=-1 code=0 model=NOSUCH", "Undefined NOSUCH in [product_type]"}},
+        {"env HWID=QZ-NRX2::zz:3",
+         {"type=9 ", "hwid=" + kZeros + "\ninfo=9 0 32 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 3 "}},
+        {"env HWID=Q3" + parts, {"type=13 ", "clocks=1 \n"}},
+        {"env HWID=Q3:1:1:1:1:1:1:1:1:1:1:1:1_2_3_4_5_6_7_8_9_a:7",
+         {"clocks=1 2 3 4 5 6 7 8 \n", "info=13 1 32 7 "}},
+        {"env HWID=" + model + ":1", {"type=-1 code=0 model=" + model.substr(0, 31) + " "}},
+        {packed("8A5B8D4C3B2A1948"),
+         {"hwid=48192a3b4c8d5b8a", "code=8 ", "info=8 10 6 20 2 11 3 12 4 2 3 0 3 5 5 2 1 8 0 2 0 63 63 0 0 ",
+          "[libmarl] Uncorrect hardware version!"}},
+        {"env HWID=abcd0000000000001189",
+         {"hwid=8911000000000000cdab000000000000", "code=9 ", "get hwid err\n",
+          "[libmarl] no new hwid scheme!\n"}},
+        {"", {"model=unknow ", "info=0 32 32 0 ", "get_armboot_para\n", "open /mnt/mtdblock1"}},
+        {record(R"(\x78\x56\x34\x12)"), {"MAGIC error: 12345678\n", "hwid=" + kZeros}},
+        {"file! /mnt/mtdblock1 " + kMagic + "\\x0a", {"read /mnt/mtdblock1", "model=unknow "}},
+        {kPacked + kDefinition, {"model=TRV-A9-X ", "info=5 32 "}},
+        {packed("1f") + "file /mnt/custom/ProductDefinition Device: none", {"model=TRV-A3-S "}},
+        {packed("6000000000012"), {"model=IPC-KM1 ", "|hwid_transform|738): hardware version"}},
+        {"file /proc/qorzo/bootpara HWID:\nfile! /proc/qorzo/bootpara qz_keyboard",
+         {"code=0 model=unknow keyboard=0"}},
+        // A source that fails is asked again, one that is absent is not.
+        {kColon + fault(kEnv + "read 1 EIO"), {kByColon}, kEnv + "open", 2},
+        {"env HWID=ABC:1:1\n" + fault(kEnv + "read 1 EIO"), {"type=-1 code=0 model=ABC "}},
+        {kColon + fault(kEnv + "open 1..2 EMFILE"), {kByColon}, kEnv + "open", 3},
+        {kColon + fault(kEnv + "read 1..2 short 0"), {kByColon}},
+        {kColon + kPacked + fault(kEnv + "read 1 EIO"), {kByColon}},
+        {kColon + kPacked + fault(kEnv + "read 1+ EIO"), {kByPacked}, kEnv + "open", 2},
+        {packed("2A9") + fault(kParameters + "open 2 EMFILE"),
+         {"type=0 code=9 model=QZ-NRX2 keyboard=2", "info=9 21 32 ", "hwid=a902000000000000"}},
+        {kPacked + fault(kParameters + "read 2 short 20") + fault(kParameters + "read 3 EIO"), {kByPacked}},
+        {kPacked + fault(kParameters + "read 2 short 0"), {kByPacked}},
+        {record(kMagic) + fault(kRecord + "open 1 EMFILE"),
+         {"hwid=0a010203040506900800000000000000", "code=0 model=IPC-KA2 "}},
+        {record(kMagic) + fault(kRecord + "read 1 short 9") + fault(kRecord + "read 2 EIO"),
+         {"code=0 model=IPC-KA2 "}},
+        {packed("09") + kDefinition + fault("/mnt/custom/ProductDefinition read 1 EIO"),
+         {"model=QZ-TRV-A9-X\n "}},
+        {"missing /dev/mtd/1", {"type=0 code=0 model=unknow "}, "err \"get hwid err\\n\"", 1},
+        {fault(kEnv + "open 1+ ENODEV"), {"type=0 code=0 model=unknow "}, kEnv + "open", 2},
+    };
+    for (const auto& one : cases) {
+        SCOPED_TRACE(one.script);
+        const auto run = identify(one.script);
+        for (const std::string& line : one.lines) EXPECT_TRUE(says(run, line)) << line << run.journal.text();
+        EXPECT_EQ(run.journal.count(one.event), one.count) << run.journal.text();
+    }
+}
+
+TEST(Identification, PrintedForPeople) {
+    const auto run = identify("env HWID=KXE4AF:1:2:0:10:5:0:4:1:3:f:1:12c_1b0:2:0:0:1:4:1:3:0\n", "info");
+    const std::string stars(70, '*');
+    EXPECT_TRUE(says(run, "type=6 code=0 model=KXE4AF keyboard=0 gpio=1\n")) << run.output;
+    EXPECT_TRUE(says(run, "info=6 4 32 2 16 5 1 0 0 1 0 0 0 3 1 4 1 0 1 2 0 3 15 2 0 \nclocks=300 432 \n"));
+    EXPECT_TRUE(
+        says(run, stars + "\n|                      SYSTEM INFO                                       \n" +
+                      R"(|	product_model:			KXE4AF
+|	hwid_ver:		        1
+|	product_category:	  	IPC
+|	product_sub_category:		0
+|	forward video chip:		unknow: 16
+|	DSP chip:		        dm365
+|	back video chip:		no chip
+|	video_channel:			4
+|	analog audio mode:		TW2835
+|	audio_in_channel:	        0x3
+|	audio_out_channel:	        0xf
+|	store interface:		USB
+|	cpu_count:	                2
+|	cpu_clock_freq[0]:              300MHz
+|	cpu_clock_freq[1]:              432MHz
+|	alarm_mode:		        IPC-1.0.120
+|	wireless interface:		no device
+|	hardware encode:		no device
+|	video_interface:       		HD-SDI
+|	net_interface:                  unknow 4
+|	intelleg_analyse:            	Yes
+|	hardware version:		3
+)" + stars + "\n"))
+        << run.output;
+}
+
+TEST(Identification, WithAnotherIdLeavesNothingOfTheFirst) {
+    load("env a=1");
+    const std::pair<const char*, std::string> steps[] = {
+        {"KXE4AF:1:2", "KXE4AF 6 6 0 0 0"},
+        {"12aa", "IPC-KA2 0 10 10 aa 12"},
+        {"0:1", "0 0 0 0 0 0"},             // a type of the table, not a packed ID
+        {"12ab", "IPC-KA2 0 10 10 aa 12"},  // the packed ID is taken once
+    };
+    for (const auto& [id, found] : steps) {
+        EXPECT_EQ(__set_armboot_para("HWID", id), 0);
+        hwid_transform();
+        char text[64];
+        snprintf(text, sizeof text, "%s %d %d %d %x %x", HWINFO.product_model, static_cast<int>(product_type),
+                 static_cast<int>(get_product_type()), static_cast<int>(product_code), hwid[0], hwid[1]);
+        EXPECT_EQ(text, found);
+    }
+}
+
+TEST(Sections, OfAnEnvironmentThatComesLate) {
+    const auto run = identify(
+        "env [product_type]=IPC-KQ3\nenv [video_channel]=4\nenv [audio_channel]=2\nenv "
+        "[alarm_mode]=IPC-1.0.440\n"
+        "env [fvideo_chip]=no such chip\nenv [hd_ver]=V2.3\nenv [hwinfo_ver]=V17.0\n"
+        "env [net_interface]=EPON\nfault /dev/mtd/1 read 1..6 EIO\n",
+        "sections");
+    for (const char* text : {"sections=0 c 4 2 5 ffff 0 0 0 0 0 0 0 0 13 0 2 0 0\n",
+                             "|get_hwinfo2Struct|1065): Get [talkback] error\n",
+                             "|string2Value|1037): Undefined no such chip in [fvideo_chip]\n",
+                             "|get_hwinfo2Struct|1250): Error:Too large version V17.0\n"}) {
+        EXPECT_TRUE(says(run, text)) << text << run.output;
+    }
+    EXPECT_FALSE(says(run, "Get [audio_")) << "read from the start once the image is there";
+}
 
 TEST(Sections, VersionsAreReadAsScanfReadsThem) {
-    constexpr Version kVersions[] = {
+    constexpr std::pair<const char*, int> kVersions[] = {
         {"V1.0", 0},
         {"V2.003", 0x13},
         {"V002.3", 0x13},
@@ -38,155 +188,55 @@ TEST(Sections, VersionsAreReadAsScanfReadsThem) {
         {"V4294967298.3", -1},
         {"V99999999999999999999.0", -1},
     };
-    sim::load("env a=1");
-    for (const Version& each : kVersions) {
-        ASSERT_EQ(__set_armboot_para("[hd_ver]", each.text), 0);
+    load("env a=1");
+    for (const auto& [text, code] : kVersions) {
+        ASSERT_EQ(__set_armboot_para("[hd_ver]", text), 0);
         HWINFO_SECTIONS.hd_ver = 0x5555;
         sim::clear_journal();
         EXPECT_EQ(get_hwid_info(), 0);
-        EXPECT_EQ(HWINFO_SECTIONS.hd_ver, each.code < 0 ? 0x5555 : each.code) << each.text;
-        EXPECT_EQ(
-            sim::journal().find("get_hwinfo2Struct|1205): Error:Too large version ") != std::string::npos,
-            each.code < 0)
-            << each.text;
+        EXPECT_EQ(HWINFO_SECTIONS.hd_ver, code < 0 ? 0x5555 : code) << text;
+        EXPECT_EQ(seen("get_hwinfo2Struct|1205): Error:Too large version "), code < 0) << text;
     }
 }
 
-TEST(Identification, WithAnotherIdLeavesNothingOfTheFirst) {
-    const auto identify = [](const char* text) {
-        EXPECT_EQ(__set_armboot_para("HWID", text), 0);
-        hwid_transform();
-        return std::string(HWINFO.product_model) + " " + std::to_string(product_type) + " " +
-               std::to_string(get_product_type()) + " " + std::to_string(product_code) + " " +
-               std::to_string(hwid[1]);
-    };
-    sim::load("env a=1");
-    EXPECT_EQ(identify("KXE4AF:1:2"), "KXE4AF 6 6 0 0");
-    EXPECT_EQ(identify("12aa"), "IPC-KA2 0 10 10 18");
-    EXPECT_EQ(identify("0:1"), "0 0 0 0 0") << "a type of the table, not a packed ID";
-    EXPECT_EQ(identify("12ab"), "IPC-KA2 0 10 10 18") << "the packed ID is taken once";
-}
-
-// Faults of the sources while the library initialises itself, and what it has found when main runs.
-struct Load {
-    const char* what;
-    std::string script;
-    std::string line;
-    const char* times = "nothing";  // an event that the journal has `count` times
-    size_t count = 0;
-};
-
-class LoadTime : public testing::TestWithParam<Load> {};
-
-TEST_P(LoadTime, ASourceThatFailsIsAskedAgain) {
-    scenario::Options options;
-    options.keep_output = true;
-    const Outcome run = scenario::run("tests/identify", GetParam().script, options);
-    EXPECT_EQ(run.status, 0);
-    EXPECT_NE(run.output.find(GetParam().line), std::string::npos) << run.journal.text();
-    EXPECT_EQ(run.journal.count(GetParam().times), GetParam().count)
-        << GetParam().times << run.journal.text();
-    EXPECT_EQ(run.journal.count("out \"\\e[0;32;32m[libmarl] SVN NUM"), 1U);
-}
-
-const std::string kColon = "env HWID=TRV-A1-I:1:1:2:1:6\n";
-const std::string kPacked = "file /proc/qorzo/bootpara qz_keyboard:2\\nHWID:05\n";
-const std::string kRecord =
-    R"(file! /mnt/mtdblock1 \xef\xcd\xab\x89\x05\x01\x02\x03\x04\x05\x06\x90\x08\x09\x0a\x0b\x0c\x0d\x0e\x0f)"
-    "\n";
-const std::string kDevice = "file /mnt/custom/ProductDefinition \"Device\" : \"TRV-B7\",\n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Faults, LoadTime,
-    testing::Values(
-        Load{"ReadOnce", kColon + "fault /dev/mtd/1 read 1 EIO", "type=5 code=0 model=TRV-A1-I ",
-             "/dev/mtd/1 open", 2},
-        Load{"HexadecimalModel", "env HWID=ABC:1:1\nfault /dev/mtd/1 read 1 EIO",
-             "type=-1 code=0 model=ABC "},
-        Load{"OpenTwice", kColon + "fault /dev/mtd/1 open 1..2 EMFILE", "type=5 code=0 model=TRV-A1-I ",
-             "/dev/mtd/1 open", 3},
-        Load{"NothingRead", kColon + "fault /dev/mtd/1 read 1..2 short 0", "type=5 code=0 model=TRV-A1-I "},
-        Load{"ColonBehindPacked", kColon + kPacked + "fault /dev/mtd/1 read 1 EIO",
-             "type=5 code=0 model=TRV-A1-I "},
-        Load{"PackedAllTheSame", kColon + kPacked + "fault /dev/mtd/1 read 1+ EIO",
-             "type=0 code=5 model=TRV-A1-S ", "/dev/mtd/1 open", 2},
-        Load{"BootParameters", kPacked + "fault /proc/qorzo/bootpara open 2 EMFILE",
-             "type=0 code=5 model=TRV-A1-S "},
-        Load{"BootParametersCut",
-             kPacked + "fault /proc/qorzo/bootpara read 2 short 20\nfault /proc/qorzo/bootpara read 3 EIO",
-             "type=0 code=5 model=TRV-A1-S "},
-        Load{"BootParametersEmpty", kPacked + "fault /proc/qorzo/bootpara read 2 short 0",
-             "type=0 code=5 model=TRV-A1-S "},
-        Load{"Record", kRecord + "fault /mnt/mtdblock1 open 1 EMFILE", "code=0 model=TRV-A1-S "},
-        Load{"RecordCut", kRecord + "fault /mnt/mtdblock1 read 1 short 9\nfault /mnt/mtdblock1 read 2 EIO",
-             "code=0 model=TRV-A1-S "},
-        Load{"Definition", kPacked + kDevice + "fault /mnt/custom/ProductDefinition read 1 EIO",
-             "model=TRV-B7 "},
-        Load{"AbsentIsNotAskedAgain", "missing /dev/mtd/1", "type=0 code=0 model=unknow ",
-             "err \"get hwid err\\n\"", 1},
-        Load{"NoDeviceIsAbsent", "fault /dev/mtd/1 open 1+ ENODEV", "type=0 code=0 model=unknow ",
-             "/dev/mtd/1 open", 2}),
-    scenario::ByWhat());
-
-TEST(Sections, AnImageThatComesLateIsReadFromTheStart) {
-    scenario::Options options;
-    options.keep_output = true;
-    options.arguments = {"sections"};
-    const std::string sections = "env [product_type]=IPC-KQ3\nenv [video_channel]=4\nenv [audio_channel]=2\n";
-    const Outcome run = scenario::run("tests/identify", sections + "fault /dev/mtd/1 read 1..6 EIO", options);
-    EXPECT_NE(run.output.find("sections=0 c 4 2 "), std::string::npos) << run.output;
-    const Outcome late =
-        scenario::run("tests/identify", sections + kColon + "fault /dev/mtd/1 read 1..6 EIO\n", options);
-    EXPECT_EQ(late.journal.count(
-                  "out \"\\e[1;33m[libmarl] WARN (src/misc/ver|get_hwinfo2Struct|1065): Get [audio_"),
-              0U)
-        << late.output;
-}
-
-TEST(Initialisation, ComesBeforeTheConstructorsOfAStaticClient) {
-    scenario::Options options;
-    options.keep_output = true;
-    const Outcome run = scenario::run("tests/constructor", "env HWID=IPC-KQ3:1:2\nlevel 7 1\n", options);
-    EXPECT_NE(run.output.find("early model=IPC-KQ3 level=1\n"), std::string::npos) << run.journal.text();
+TEST(Initialisation, ComesFirstAndWithoutGpioNoProgramStarts) {
+    const auto run = scenario::run("tests/identify", "missing /dev/misc/gpio", {.keep_output = true});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.journal.follows(at(0, {"out \"\\n\"", "out \"\\e[0;32;32m[libmarl] libmarl.so Build on ",
+                                           "out \"\\e[0;32;32m[libmarl] SVN NUM: 3668.\\n\\e[m\"",
+                                           "err \"get hwid \\n: ", "err \"open /dev/misc/gpio \"",
+                                           "err \"create pg_gpio ret\"", "err \"src/misc/ver:"})));
+    EXPECT_FALSE(says(run, "type=")) << "main must not run";
+    const auto constructor =
+        scenario::run("tests/constructor", "env HWID=IPC-KQ3:1:2\nlevel 7 1\n", {.keep_output = true});
+    EXPECT_TRUE(says(constructor, "early model=IPC-KQ3 level=1\n")) << constructor.journal.text();
 }
 
 // A traffic camera whose media guard stands still; its identity cannot be read for a while.
-struct Blind {
-    const char* what;
-    std::string script;
-    double armed;  // when the watchdog is
-};
-
-class Supervision : public testing::TestWithParam<Blind> {};
-
-TEST_P(Supervision, BeginsWhenTheBoardIsKnown) {
-    const std::string common =
-        "env appauto=1\nfile /proc/net/emac_stats DEMAC Error               : 0\n"
-        "beat /tmp/mediaguard_to_sentrel every 1 until 200\n";
-    const auto run = scenario::run_sentrel(common + GetParam().script, 600);
-    EXPECT_TRUE(run.journal.follows({{GetParam().armed, "/dev/misc/wdt ioctl 0x5 25000"},
-                                     {scenario::kAnyTime, "out \"[sentrel] MediaGuard is killed\\n\""},
-                                     {scenario::kAnyTime, "board reset gpio35"}}))
-        << run.journal.text();
-    EXPECT_EQ(run.journal.count("/dev/misc/wdt ioctl 0x5"), 1U);
-    EXPECT_EQ(run.journal.count("out \"\\e[0;32;32m[libmarl] SVN NUM"), 1U);
-    EXPECT_EQ(run.journal.count("out \"sentrel V1.13"), 1U);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Identity, Supervision,
-    testing::Values(Blind{"EnvironmentAtLoad", kColon + "fault /dev/mtd/1 read 1..4 EIO", 0},
-                    Blind{"EnvironmentAtStartUp", kColon + "fault /dev/mtd/1 read 1..8 EIO", 5},
-                    Blind{"EnvironmentForMinutes", kColon + "fault /dev/mtd/1 open 1..16 ENFILE", 155.8},
-                    Blind{"BootParametersAtLoad", kPacked + "fault /proc/qorzo/bootpara open 1..3 EMFILE", 0},
-                    Blind{"BootParametersForMinutes", kPacked + "fault /proc/qorzo/bootpara open 1..6 EMFILE",
-                          0}),
-    scenario::ByWhat());
-
-TEST(Supervision, AsksASourceThatIsAbsentNoMore) {
-    const auto run = scenario::run_sentrel("missing /dev/mtd/1\n", 300);
-    EXPECT_EQ(run.journal.count("err \"get hwid err\\n\""), 1U);
-    const auto failing = scenario::run_sentrel("env a=1\nfault /dev/mtd/1 read 1+ EIO\n", 2000);
+TEST(Supervision, BeginsWhenTheBoardIsKnown) {
+    const std::pair<std::string, double> cases[] = {
+        // and when the watchdog is armed
+        {kColon + fault(kEnv + "read 1..8 EIO"), 5},
+        {kColon + fault(kEnv + "open 1..16 ENFILE"), 155.8},
+        {kPacked + fault(kParameters + "open 1..6 EMFILE"), 0},
+    };
+    for (const auto& [script, armed] : cases) {
+        const auto run = run_sentrel(
+            "env appauto=1\nfile /proc/net/emac_stats DEMAC Error               : 0\n"
+            "beat /tmp/mediaguard_to_sentrel every 1 until 200\n" +
+                script,
+            600);
+        EXPECT_TRUE(run.journal.follows({{armed, "/dev/misc/wdt ioctl 0x5 25000"},
+                                         {kAnyTime, "out \"[sentrel] MediaGuard is killed\\n\""},
+                                         {kAnyTime, "board reset gpio35"}}));
+        EXPECT_EQ(
+            counts({"/dev/misc/wdt ioctl 0x5", "out \"\\e[0;32;32m[libmarl] SVN NUM", "out \"sentrel V1.13"},
+                   run.journal),
+            Ints(3, 1));
+    }
+    const auto absent = run_sentrel("missing /dev/mtd/1\n", 300);
+    EXPECT_EQ(absent.journal.count("err \"get hwid err\\n\""), 1U);
+    const auto failing = run_sentrel("env a=1\nfault /dev/mtd/1 read 1+ EIO\n", 2000);
     EXPECT_EQ(failing.journal.count("err \"get hwid err\\n\""), 3U + 11U)
         << "5, 10, 20 s and so on up to 300 s";
 }

@@ -9,9 +9,7 @@
 int main(int argc, char** argv) {
     puts("");  // the library has spoken already, and not to the end of its line
     testing::InitGoogleTest(&argc, argv);
-    if (!sim::in_place()) {
-        fputs("The simulated board is not in place; the tests would reach this machine.\n", stderr);
-        return 1;
-    }
-    return RUN_ALL_TESTS();
+    if (sim::in_place()) return RUN_ALL_TESTS();
+    fputs("The simulated board is not in place; the tests would reach this machine.\n", stderr);
+    return 1;
 }

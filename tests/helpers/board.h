@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -54,18 +53,24 @@ Function* behind(Function* /*own*/, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
+// A traffic camera, whose MediaGuard and encoder are to beat, and how it ends when it is reset.
+inline const std::string kTraffic =
+    "env HWID=TRV-A1-I:1:1:0:a:6:0:1:1:1:1:0:1b0:0:0:0:0:0:0:1:0\nenv appauto=1\n"
+    "file /proc/qorzo/bootpara qz_keyboard:2\nfile /proc/net/emac_stats DEMAC Error               : 0\n"
+    "file /proc/net/wireless eth0: 0\n";
+inline const std::string kEncodeBeats = "beat /tmp/encode_to_sentrel every 1\n";
+inline const std::string kMediaGuardBeats = "beat /tmp/mediaguard_to_sentrel every 1\n";
+inline const std::string kMediaGuardStalls = "beat /tmp/mediaguard_to_sentrel every 1 until 60\n";
+inline constexpr int kBoardReset = 3;
+
 inline std::string path_of(const std::string& path) { return sim::root() + path; }
 
 // Writes a file of the board, its directories included.
 inline void write_file(const std::string& path, std::string_view text) {
-    const std::filesystem::path there = path_of(path);
-    std::filesystem::create_directories(there.parent_path());
-    std::ofstream(there, std::ios::binary) << text;
+    std::filesystem::create_directories(std::filesystem::path(path_of(path)).parent_path());
+    std::ofstream(path_of(path), std::ios::binary) << text;
 }
 
-inline std::string read_file(const std::string& path) {
-    std::ifstream file(path_of(path), std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
+inline std::string read_file(const std::string& path) { return scenario::read_file(path_of(path)); }
 
 }  // namespace board

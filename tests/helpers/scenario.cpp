@@ -1,18 +1,26 @@
 #include "helpers/scenario.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
+#include "helpers/console.h"
 #include "sim.h"
 
 namespace scenario {
+
+std::string read_file(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+}
+
 namespace {
 
 constexpr double kTimeTolerance = 0.0015;
@@ -24,28 +32,12 @@ std::string scratch_directory() {
     return path;
 }
 
-}  // namespace
-
-std::string read_file(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-namespace {
-
-std::vector<std::string> words(const char* text) {
-    std::istringstream stream(text);
-    std::vector<std::string> out;
-    for (std::string word; stream >> word;) out.push_back(word);
-    return out;
-}
-
 // The launcher is a program of the build as well: an emulator runs it, and it starts another for the program.
 std::vector<std::string> command_line(const std::string& program, const Options& options) {
     const std::string build = options.build.empty() ? MARL_BUILD_DIR : options.build;
-    std::vector<std::string> command = words(MARL_EMULATOR);
+    std::istringstream emulator(MARL_EMULATOR);
+    std::vector<std::string> command;
+    for (std::string word; emulator >> word;) command.push_back(word);
     command.insert(command.end(), {build + "/sim-launch", build + "/" + program});
     command.insert(command.end(), options.arguments.begin(), options.arguments.end());
     return command;
@@ -58,8 +50,7 @@ int spawn(const std::vector<std::string>& command, const std::string& output, co
     const pid_t child = fork();
     if (child == 0) {
         const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(out, STDOUT_FILENO);
-        dup2(out, STDERR_FILENO);
+        console::become_streams(out);
         close(out);
         if (options.streams) options.streams();
         execvp(arguments[0], arguments.data());
@@ -70,25 +61,21 @@ int spawn(const std::vector<std::string>& command, const std::string& output, co
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-bool begins(const std::string& text, std::string_view start) {
-    return std::string_view(text).substr(0, start.size()) == start;
-}
-
 }  // namespace
 
 Journal::Journal(std::string_view text) {
     std::istringstream lines{std::string(text)};
     for (std::string line; std::getline(lines, line);) {
-        const size_t blank = line.find(' ');
-        if (blank == std::string::npos) continue;
-        events_.push_back({strtod(line.c_str(), nullptr), line.substr(blank + 1)});
+        char* rest = nullptr;
+        const double time = strtod(line.c_str(), &rest);
+        if (*rest == ' ') events_.push_back({time, rest + 1});
     }
 }
 
 std::vector<Event> Journal::all(std::string_view start) const {
     std::vector<Event> found;
     for (const Event& event : events_) {
-        if (begins(event.text, start)) found.push_back(event);
+        if (event.text.starts_with(start)) found.push_back(event);
     }
     return found;
 }
@@ -102,7 +89,7 @@ testing::AssertionResult Journal::follows(const std::vector<Step>& steps) const 
     auto event = events_.begin();
     for (const Step& step : steps) {
         while (event != events_.end() &&
-               !(begins(event->text, step.start) &&
+               !(event->text.starts_with(step.start) &&
                  (step.time == kAnyTime || std::abs(event->time - step.time) < kTimeTolerance))) {
             ++event;
         }
@@ -129,15 +116,11 @@ Outcome run(const std::string& program, const std::string& script, const Options
     setenv("MARL_SIM_BOARD", (scratch + "/board").c_str(), 1);
     setenv("MARL_SIM_JOURNAL", journal.c_str(), 1);
     setenv("MARL_SIM_FOR", std::to_string(options.seconds).c_str(), 1);
-    if (options.root.empty()) {
-        unsetenv("MARL_SIM_ROOT");
-    } else {
-        setenv("MARL_SIM_ROOT", options.root.c_str(), 1);
-    }
-    const int status = spawn(command_line(program, options),
-                             options.keep_output ? scratch + "/output" : "/dev/null", options);
-    Outcome result{Journal(read_file(journal)), status,
-                   options.keep_output ? read_file(scratch + "/output") : ""};
+    unsetenv("MARL_SIM_ROOT");
+    if (!options.root.empty()) setenv("MARL_SIM_ROOT", options.root.c_str(), 1);
+    const std::string output = options.keep_output ? scratch + "/output" : "/dev/null";
+    const int status = spawn(command_line(program, options), output, options);
+    Outcome result{Journal(read_file(journal)), status, options.keep_output ? read_file(output) : ""};
     std::filesystem::remove_all(scratch);
     return result;
 }

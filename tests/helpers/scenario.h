@@ -10,8 +10,9 @@
 
 namespace scenario {
 
-// A journal line: "time who what".
-struct Event {
+inline constexpr double kAnyTime = -1;
+
+struct Event {  // a line of the journal: "time who what"
     double time;
     std::string text;  // "who what"
 };
@@ -20,17 +21,15 @@ class Journal {
   public:
     explicit Journal(std::string_view text);
 
-    // The events whose text begins with `start`.
+    // The events whose text begins with `start`, and the time of the first, -1 when there is none.
     std::vector<Event> all(std::string_view start) const;
     size_t count(std::string_view start) const { return all(start).size(); }
-    // Board time of the first such event, -1 when there is none.
     double time_of(std::string_view start) const;
 
-    // Events that come in this order, others between them ignored. Each: its time in seconds, or kAnyTime,
-    // and the start of its text.
+    // Events that come in this order, others between them ignored.
     struct Step {
-        double time;
-        std::string start;
+        double time;        // in seconds, or kAnyTime
+        std::string start;  // of its text
     };
     testing::AssertionResult follows(const std::vector<Step>& steps) const;
 
@@ -39,8 +38,6 @@ class Journal {
   private:
     std::vector<Event> events_;
 };
-
-inline constexpr double kAnyTime = -1;
 
 struct Outcome {
     Journal journal;
@@ -60,10 +57,9 @@ struct Options {
 // `program` is a path in the build directory, "sentrel" or "tests/...".
 Outcome run(const std::string& program, const std::string& script, const Options& options = {});
 
-inline Outcome run_sentrel(const std::string& script, double seconds, const Options& options = {}) {
-    Options with_time = options;
-    with_time.seconds = seconds;
-    return run("sentrel", script, with_time);
+inline Outcome run_sentrel(const std::string& script, double seconds, Options options = {}) {
+    options.seconds = seconds;
+    return run("sentrel", script, options);
 }
 
 std::string read_file(const std::string& path);

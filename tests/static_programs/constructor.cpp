@@ -2,21 +2,13 @@
 #include <libmarl.h>
 
 #include <cstdio>
-#include <cstring>
 
 namespace {
 
-struct Early {
-    char model[MARL_MODEL_SIZE + 1] = {};
-    int level = gpio_get_bit(7);
-    Early() { memcpy(model, HWINFO.product_model, MARL_MODEL_SIZE); }
-};
-
-const Early early;
+const struct Early {
+    Early() { printf("early model=%.32s level=%d\n", HWINFO.product_model, gpio_get_bit(7)); }
+} early;
 
 }  // namespace
 
-int main() {
-    printf("early model=%s level=%d\n", early.model, early.level);
-    return 0;
-}
+int main() { return 0; }
