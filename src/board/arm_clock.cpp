@@ -56,7 +56,8 @@ void* DRV_mMap(int fd, uint32_t phys, uint32_t len) {
 }
 
 int DRV_mUnMap(void* addr, uint32_t len) {
-    if (munmap(addr, len) == 0) return 0;
+    // From null on there is nothing of the caller's, but with a large length all of the process.
+    if (addr != nullptr && munmap(addr, len) == 0) return 0;
     diag::error({module::kSystem, "DRV_mUnMap"}, "munmap Fail, %p, %d \n", addr, static_cast<int>(len));
     return -1;
 }

@@ -340,12 +340,13 @@ Identity identify() {
 }
 
 // Other threads may be reading. Each number changes at once from what it was to what it is; the name matches nothing
-// while its end changes, because its first character goes first and comes last.
+// while its end changes, because its first character goes first and comes last. The board has one processor, so the
+// order is the compiler's to keep.
 void publish(const Identity& board) {
     char* model = HWINFO.product_model;
     const std::atomic_ref<char> first(model[0]);
     first.store('\0', std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_release);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     memcpy(model + 1, board.info.product_model + 1, sizeof HWINFO.product_model - 1);
     memcpy(reinterpret_cast<char*>(&HWINFO) + kNumbers, reinterpret_cast<const char*>(&board.info) + kNumbers,
            sizeof HWINFO - kNumbers);
