@@ -106,29 +106,18 @@ TEST(Identification, PrintedForPeople) {
     EXPECT_TRUE(says(run, "info=6 4 32 2 16 5 1 0 0 1 0 0 0 3 1 4 1 0 1 2 0 3 15 2 0 \nclocks=300 432 \n"));
     EXPECT_TRUE(
         says(run, stars + "\n|                      SYSTEM INFO                                       \n" +
-                      R"(|	product_model:			KXE4AF
-|	hwid_ver:		        1
-|	product_category:	  	IPC
-|	product_sub_category:		0
-|	forward video chip:		unknow: 16
-|	DSP chip:		        dm365
-|	back video chip:		no chip
-|	video_channel:			4
-|	analog audio mode:		TW2835
-|	audio_in_channel:	        0x3
-|	audio_out_channel:	        0xf
-|	store interface:		USB
-|	cpu_count:	                2
-|	cpu_clock_freq[0]:              300MHz
-|	cpu_clock_freq[1]:              432MHz
-|	alarm_mode:		        IPC-1.0.120
-|	wireless interface:		no device
-|	hardware encode:		no device
-|	video_interface:       		HD-SDI
-|	net_interface:                  unknow 4
-|	intelleg_analyse:            	Yes
-|	hardware version:		3
-)" + stars + "\n"))
+                      "|\tproduct_model:\t\t\tKXE4AF\n|\thwid_ver:\t\t        1\n"
+                      "|\tproduct_category:\t  \tIPC\n|\tproduct_sub_category:\t\t0\n"
+                      "|\tforward video chip:\t\tunknow: 16\n|\tDSP chip:\t\t        dm365\n"
+                      "|\tback video chip:\t\tno chip\n|\tvideo_channel:\t\t\t4\n"
+                      "|\tanalog audio mode:\t\tTW2835\n|\taudio_in_channel:\t        0x3\n"
+                      "|\taudio_out_channel:\t        0xf\n|\tstore interface:\t\tUSB\n"
+                      "|\tcpu_count:\t                2\n|\tcpu_clock_freq[0]:              300MHz\n"
+                      "|\tcpu_clock_freq[1]:              432MHz\n|\talarm_mode:\t\t        IPC-1.0.120\n"
+                      "|\twireless interface:\t\tno device\n|\thardware encode:\t\tno device\n"
+                      "|\tvideo_interface:       \t\tHD-SDI\n|\tnet_interface:                  unknow 4\n"
+                      "|\tintelleg_analyse:            \tYes\n|\thardware version:\t\t3\n" +
+                      stars + "\n"))
         << run.output;
 }
 

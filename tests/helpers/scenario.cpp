@@ -6,7 +6,6 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -21,16 +20,15 @@ std::string read_file(const std::string& path) {
     return text.str();
 }
 
-namespace {
-
-constexpr double kTimeTolerance = 0.0015;
-
-// Where tests keep their files: not on the board.
 std::string scratch_directory() {
     std::string path = std::string(MARL_BUILD_DIR) + "/scratch-XXXXXX";
     if (mkdtemp(path.data()) == nullptr) abort();
     return path;
 }
+
+namespace {
+
+constexpr double kTimeTolerance = 0.0015;
 
 // The launcher is a program of the build as well: an emulator runs it, and it starts another for the program.
 std::vector<std::string> command_line(const std::string& program, const Options& options) {
@@ -124,12 +122,6 @@ Outcome run(const std::string& program, const std::string& script, const Options
     std::filesystem::remove_all(scratch);
     return result;
 }
-
-BoardDirectory::BoardDirectory() : path_(scratch_directory()) {}
-
-BoardDirectory::~BoardDirectory() { std::filesystem::remove_all(path_); }
-
-std::string BoardDirectory::read(const std::string& file) const { return read_file(path_ + file); }
 
 testing::AssertionResult journal_follows(const std::vector<std::string>& starts) {
     std::vector<Journal::Step> steps;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -63,16 +64,17 @@ inline Outcome run_sentrel(const std::string& script, double seconds, Options op
 }
 
 std::string read_file(const std::string& path);
+std::string scratch_directory();  // where tests keep their files: not on the board
 
 // A board directory for several runs; removed at the end.
 class BoardDirectory {
   public:
-    BoardDirectory();
-    ~BoardDirectory();
+    BoardDirectory() : path_(scratch_directory()) {}
+    ~BoardDirectory() { std::filesystem::remove_all(path_); }
     BoardDirectory(const BoardDirectory&) = delete;
     BoardDirectory& operator=(const BoardDirectory&) = delete;
     const std::string& path() const { return path_; }
-    std::string read(const std::string& file) const;
+    std::string read(const std::string& file) const { return read_file(path_ + file); }
 
   private:
     std::string path_;
