@@ -216,7 +216,9 @@ bool do_mtd(Words& words) {
     words.wants(image >= 0 || *file == '\0', "a file", file);
     char path[32];
     snprintf(path, sizeof path, "/dev/mtd/%u", number);
-    if (strcmp(path, kEnvironment) == 0) state().environment_size = size;
+    const bool is_environment = strcmp(path, kEnvironment) == 0;
+    words.wants(!is_environment || state().environment_used == 0, "before the first env", path);
+    if (is_environment) state().environment_size = size;
     const char* heading = state().partitions++ == 0 ? "file /proc/mtd dev:    size   erasesize  name\n" : "";
     bool done =
         run_lines("%sfile /proc/mtd mtd%u: %08x %08x \"%s\"\n", heading, number, size, erase_size, name);
