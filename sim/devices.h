@@ -49,8 +49,7 @@ struct State {
     bool acknowledges = true;
     uint32_t changes_to_cut = 0;  // 0: the power stays
     // What the script has made.
-    uint32_t environment_used = 0, environment_size = 0x20000;
-    uint32_t partitions = 0, serial_ports = 0;
+    uint32_t environment_used = 0, partitions = 0, serial_ports = 0;
     bool usb_listed = false;
 };
 

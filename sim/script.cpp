@@ -23,6 +23,7 @@ using devices::State;
 
 constexpr size_t kLineSize = 1024;
 constexpr size_t kTextSize = 256U << 10;
+constexpr off_t kEnvironmentSize = 0x20000;
 constexpr uint32_t kEraseSize = 0x10000;
 constexpr const char* kEnvironment = "/dev/mtd/1";
 constexpr const char* kUsbHost = "/sys/devices/platform/musb_hdrc/usb1";
@@ -181,7 +182,7 @@ bool do_env(Words& words) {
     words.wants(strchr(text, '=') != nullptr, "NAME=VALUE", text);
     return put(kEnvironment, 0, text, size, offset) &&
            put(kEnvironment, 0, "", 1, offset + static_cast<off_t>(size)) &&
-           resize(kEnvironment, state().environment_size);
+           put(kEnvironment, 0, "", 1, kEnvironmentSize - 1);
 }
 
 bool do_short_env(Words& words) {
@@ -192,17 +193,15 @@ bool do_short_env(Words& words) {
 
 bool run(char* line);
 
-__attribute__((format(printf, 1, 2))) bool run_lines(const char* format, ...) {
+__attribute__((format(printf, 1, 2))) void run_lines(const char* format, ...) {
     char text[4 * kLineSize];
     va_list arguments;
     va_start(arguments, format);
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     char* rest = nullptr;
-    bool done = true;
     for (char* line = strtok_r(text, "\n", &rest); line != nullptr; line = strtok_r(nullptr, "\n", &rest))
-        done = run(line) && done;
-    return done;
+        Words::wants(run(line), "possible", line);
 }
 
 // A partition: erased, with what a file of the host has for its beginning.
@@ -214,22 +213,19 @@ bool do_mtd(Words& words) {
     const char* file = words.next();
     const int image = real.open(file, O_RDONLY | O_CLOEXEC);
     words.wants(image >= 0 || *file == '\0', "a file", file);
+    words.wants(number != 1 || state().environment_used == 0, "before the first env", name);
+    if (state().partitions++ == 0) run_lines("file /proc/mtd dev:    size   erasesize  name\n");
+    run_lines("file /proc/mtd mtd%u: %08x %08x \"%s\"\n", number, size, erase_size, name);
     char path[32];
     snprintf(path, sizeof path, "/dev/mtd/%u", number);
-    const bool is_environment = strcmp(path, kEnvironment) == 0;
-    words.wants(!is_environment || state().environment_used == 0, "before the first env", path);
-    if (is_environment) state().environment_size = size;
-    const char* heading = state().partitions++ == 0 ? "file /proc/mtd dev:    size   erasesize  name\n" : "";
-    bool done =
-        run_lines("%sfile /proc/mtd mtd%u: %08x %08x \"%s\"\n", heading, number, size, erase_size, name);
-    done = done && at_place(path, [image, size](const char* there) {
-               const int fd = real.open(there, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-               bool filled = devices::erase(fd, 0, size) == 0;
-               if (image >= 0) filled = sendfile(fd, image, nullptr, size) >= 0 && filled;
-               return real.close(fd) == 0 && filled;
-           });
+    const bool made = at_place(path, [image, size](const char* there) {
+        const int fd = real.open(there, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        const bool erased = devices::erase(fd, 0, size) == 0;
+        const bool filled = image < 0 || sendfile(fd, image, nullptr, size) >= 0;
+        return real.close(fd) == 0 && erased && filled;
+    });
     real.close(image);
-    return done;
+    return made;
 }
 
 constexpr char kUsbListed[] =
@@ -241,9 +237,9 @@ constexpr char kUsbListed[] =
 bool do_no_usb(Words&) {
     state().usb_listed = true;
     state().serial_ports = 0;
-    return at_place(kUsbHost, [](const char* there) { return board::remove_tree(there, false), true; }) &&
-           run_lines("file! /proc/bus/usb/devices\n") &&
-           run_lines(kUsbListed, 0, 0, 0, "0000", "0000", "Linux 2.6.10 musb-hcd", "root hub", "hub");
+    run_lines("file! /proc/bus/usb/devices\n");
+    run_lines(kUsbListed, 0, 0, 0, "0000", "0000", "Linux 2.6.10 musb-hcd", "root hub", "hub");
+    return at_place(kUsbHost, [](const char* there) { return board::remove_tree(there, false), true; });
 }
 
 // In the kernel's list, with its attributes and serial ports, and announced.
@@ -264,18 +260,17 @@ bool do_usb(Words& words) {
         end = strchrnul(end + 1, '.');
         length += snprintf(directory + length, 32, "/%.*s", static_cast<int>(end - place), place);
     }
-    bool done = state().usb_listed || do_no_usb(words);
-    done = run_lines(kUsbListed, level, level - 1, directory[length - 1] - '1', vendor, product, maker, name,
-                     driver) &&
-           done;
+    if (!state().usb_listed) do_no_usb(words);
+    const int port = directory[length - 1] - '1';
+    run_lines(kUsbListed, level, level - 1, port, vendor, product, maker, name, driver);
     const char* const attributes[][2] = {{"manufacturer", maker}, {"product", name},      {"version", "2.00"},
                                          {"idVendor", vendor},    {"idProduct", product}, {"speed", "480"}};
     for (const auto& [attribute, value] : attributes)
-        done = run_lines("file! %s/%s %s\\n\n", directory, attribute, value) && done;
+        run_lines("file! %s/%s %s\\n\n", directory, attribute, value);
     for (uint32_t i = 0; i < ports; ++i)
-        done =
-            run_lines("file! %s/%s:1.0/ttyUSB%u/dev 188\n", directory, place, state().serial_ports++) && done;
-    return run_lines("uevent add@%s\\x00ACTION=add\n", directory + strlen("/sys")) && done;
+        run_lines("file! %s/%s:1.0/ttyUSB%u/dev 188\n", directory, place, state().serial_ports++);
+    run_lines("uevent add@%s\\x00ACTION=add\n", directory + strlen("/sys"));
+    return true;
 }
 
 // --- Devices
@@ -518,15 +513,16 @@ bool rehearse(const char* text) {
     return good;
 }
 
-void complain() {
-    const char* problem = Words::problem[0] != '\0' ? Words::problem : "cannot be done";
-    record::Line("board").add(" %s:%u: %s", script_name, current_line, problem);
-    dprintf(2, "simulated board: %s:%u: %s\n", script_name, current_line, problem);
+void complain(const char* line) {
+    Words::wants(false, "possible", line);
+    record::Line("board").add(" %s:%u: %s", script_name, current_line, Words::problem);
+    dprintf(2, "simulated board: %s:%u: %s\n", script_name, current_line, Words::problem);
 }
 
 void must_run(const char* text) {
+    Words::problem[0] = '\0';
     if (run_copy(text)) return;
-    complain();
+    complain(text);
     board::end("cannot do its script", board::kBadScript);
 }
 
@@ -582,7 +578,7 @@ bool tell(const char* text) {
     const std::lock_guard guard(lock);
     if (!rehearse(text)) return false;
     record::Line("board").add(" told: %s", text);
-    return run_copy(text);
+    return Words::wants(run_copy(text), "possible", text);
 }
 
 void apply(const char* text, const char* name) {
@@ -591,7 +587,7 @@ void apply(const char* text, const char* name) {
     each_line(text, [&good](const char* line) {
         if (rehearse(line)) return;
         good = false;
-        complain();
+        complain(line);
     });
     if (!good) board::end("cannot do its script", board::kBadScript);
     each_line(text, must_run);

@@ -1,7 +1,4 @@
-"""Board scripts: what is told of wrong ones, what they do, and what is expected of a run.
-
-usage: script_test.py BUILD-DIRECTORY [EMULATOR...]
-"""
+"""usage: script_test.py BUILD-DIRECTORY [EMULATOR...]: what board scripts do, and what is told of wrong ones."""
 import os
 import pathlib
 import re
@@ -107,7 +104,11 @@ class Board(unittest.TestCase):
                                  ("help", "ok: one of: describe"), ("file /tmp/told yes", "ok\n")]:
                 print(line, file=stream, flush=True)
                 self.assertTrue(stream.readline().startswith(answer), line)
-        self.assertEqual([self.read("root/tmp/told"), self.read("journal").count("board told: ")], ["yes\n", 2])
+            print("at 0 file /tmp/told late\nwrong", file=stream, flush=True)  # an error between a line and its time
+            self.assertEqual([stream.readline()[:5], stream.readline()[:5]], ["ok\n", "error"])
+            while self.read("root/tmp/told") != "yes\nlate\n" and process.poll() is None:
+                time.sleep(0.05)
+        self.assertEqual([process.poll(), self.read("journal").count("board told: ")], [None, 3])
 
 
 JOURNAL = r"""0.000 board start
