@@ -9,6 +9,7 @@
 #include "build_word.h"
 #include "clock.h"
 #include "clone.h"
+#include "control.h"
 #include "devices.h"
 #include "journal.h"
 #include "launch/run.h"
@@ -38,6 +39,7 @@ constexpr const char* kWritable[] = {"/dev/null", "/proc/self/fd"};
 constexpr const char* kDirectories[] = {
     "/dev/mtd/", "/proc/", "/mnt/mtd/Config/", "/mnt/mtd/Log/", "/mnt/backup/Config/", "/mnt/custom/",
     "/tmp/",     "/etc/"};
+constexpr const char* kBootsFile = "/.boots";
 constexpr size_t kDescriptors = 1024;
 constexpr size_t kLengthInEntry = 16, kNameInEntry = 19;  // of getdents64(2)
 
@@ -45,6 +47,7 @@ std::atomic<int> stage{0};
 char root_path[kPathSize / 2] = "";
 char home_path[kPathSize / 2] = "";  // the directory of this run, if it has one; it goes with it
 bool made_before = false;
+uint32_t boots = 0;
 pid_t owner = 0;
 bool launched = false;
 int pending_exit = 0;
@@ -86,10 +89,12 @@ void choose_root() {
     owner = getpid();
 }
 
-void power_on(const char* script_text) {
+void power_on(const char* script_text, const char* script_name) {
     char path[kPathSize];
     clone_task::prepare();
-    made_before = place_inside("/.made", path) && real.access(path, F_OK) == 0;
+    boots = 0;
+    read_file(kBootsFile, &boots, sizeof boots);
+    made_before = boots++ > 0;
     for (const char* volatile_part : {"/tmp", "/proc", "/sys"}) {
         if (made_before && place_inside(volatile_part, path)) remove_tree(path, true);
     }
@@ -99,9 +104,9 @@ void power_on(const char* script_text) {
     devices::reset();
     script::reset();
     record::Line("board").add(" start");
-    script::apply(script_text);
+    script::apply(script_text, script_name);
     made_before = false;
-    write_file("/.made", O_CREAT, "", 0);
+    write_file(kBootsFile, O_CREAT, &boots, sizeof boots);
 }
 
 // What is in a file of the host; negative when it cannot be read.
@@ -118,9 +123,14 @@ const char* read_script(const char* path) {
     return text;
 }
 
+void report() {
+    script::report_faults();
+    clone_task::report_use();
+}
+
 __attribute__((constructor)) void boot_at_load() { boot(); }
 __attribute__((destructor)) void stop_at_exit() {
-    if (getpid() == owner) clone_task::report_use();
+    if (getpid() == owner) report();
     clean_up();
 }
 
@@ -133,7 +143,8 @@ void boot() {
         const char* set = getenv(name);
         return set != nullptr && strcmp(set, value) == 0;
     };
-    clock::start(!is("MARL_SIM_TIME", "real"));
+    const bool real_time = is("MARL_SIM_TIME", "real");
+    clock::start(!real_time);
     clone_task::use_threads(is("MARL_SIM_CLONE", "thread"));
     choose_root();
     record::open(getenv("MARL_SIM_JOURNAL"));
@@ -142,7 +153,8 @@ void boot() {
         _exit(pending_exit);
     });
     const char* script = getenv("MARL_SIM_BOARD");
-    power_on(script != nullptr ? read_script(script) : "");
+    script != nullptr ? power_on(read_script(script), script) : power_on("", "script");
+    if (real_time) control::open(getenv("MARL_SIM_CONTROL"));
     if (const char* seconds = getenv("MARL_SIM_FOR")) script::end_at(strtod(seconds, nullptr));
 }
 
@@ -153,9 +165,9 @@ void clean_up() {
 }
 
 void end(const char* reason, ExitCode code) {
+    report();
     record::Line("board").add(" %s", reason);
     if (code == kBadScript) dprintf(2, "simulated board: %s\n", reason);
-    clone_task::report_use();
     if (clone_task::inside()) {
         pending_exit = code;
         real.kill(owner, end_signal());
@@ -243,6 +255,7 @@ bool remove_tree(const char* path, bool contents_only) {
 }
 
 bool was_made_before() { return made_before; }
+uint32_t boot_number() { return boots; }
 
 }  // namespace board
 
@@ -252,12 +265,12 @@ void load(const char* script_text) {
     clock::restart();
     record::clear();
     board::remove_tree(board::root_path, true);
-    board::power_on(script_text);
+    board::power_on(script_text, "script");
 }
 
 void run(const char* script_lines) {
     board::boot();
-    script::apply(script_lines);
+    script::apply(script_lines, "script");
 }
 
 const char* root() {

@@ -11,6 +11,7 @@
 
 #include "board.h"
 #include "clone.h"
+#include "control.h"
 #include "real.h"
 #include "script.h"
 
@@ -90,6 +91,7 @@ void real_wait(Nanos duration) {
 // In slices, so that events come in time and a killall is seen.
 bool real_sleep(const Participant* me, Nanos deadline) {
     for (;;) {
+        control::poll();
         script::run_due();
         if (me != nullptr && me->killed) return false;
         const Nanos time = now();

@@ -91,6 +91,11 @@ constexpr Model kModels[] = {
     {"/dev/misc/spi0", false, false, nullptr, refuse, take_frame},
     {"/dev/misc/spi1", false, true, nullptr, nullptr, nullptr},
     {"/dev/davinci_vpfe", false, false, nullptr, refuse, refuse},
+    {"/dev/misc/ataen", false, true, nullptr, nullptr, nullptr},
+    {"/dev/mem", false, true, nullptr, nullptr, nullptr},
+    {"/dev/dm6480", false, true, nullptr, nullptr, nullptr},
+    {"/dev/ad9920_dev", false, true, nullptr, nullptr, nullptr},
+    {"/dev/ad9979_dev", false, true, nullptr, nullptr, nullptr},
     {"/dev/mtd/", false, true, nullptr, nullptr, nullptr},
     {"socket", false, false, nullptr, nullptr, nullptr},
     {"", false, true, nullptr, nullptr, nullptr},  // ordinary files, and the end of the list
@@ -195,13 +200,7 @@ int64_t erase_flash(int descriptor, void* argument, Line& line) {
     struct stat info {};
     if (fstat(descriptor, &info) != 0 || int64_t{from} + length > info.st_size) return -EINVAL;
     script::count_change();
-    char erased[1024];
-    memset(erased, 0xFF, sizeof erased);
-    for (uint32_t done = 0, part = 0; done < length; done += part) {
-        part = std::min<uint32_t>(sizeof erased, length - done);
-        if (real.pwrite(descriptor, erased, part, static_cast<off_t>(from + done)) < 0) return -errno;
-    }
-    return 0;
+    return erase(descriptor, from, length);
 }
 
 struct Request {
@@ -247,6 +246,27 @@ const Model& find(const char* path) {
         if (below || strcmp(path, model->path) == 0) break;
     }
     return *model;
+}
+
+bool is_known(const char* path) { return find(path).path[0] == '/'; }
+
+const char* known() {
+    static char list[1024];
+    char* end = list + sprintf(list, "one of");
+    for (const Model& model : kModels) {
+        if (model.path[0] == '/') end += sprintf(end, " %s", model.path);
+    }
+    return list;
+}
+
+int64_t erase(int descriptor, uint32_t from, uint32_t length) {
+    char erased[1024];
+    memset(erased, 0xFF, sizeof erased);
+    for (uint32_t done = 0, part = 0; done < length; done += part) {
+        part = std::min<uint32_t>(sizeof erased, length - done);
+        if (real.pwrite(descriptor, erased, part, static_cast<off_t>(from + done)) < 0) return -errno;
+    }
+    return 0;
 }
 
 int64_t control(const Model& model, int descriptor, uint32_t request, void* argument, Line& line) {

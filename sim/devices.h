@@ -21,7 +21,10 @@ struct Model {
 
 const Model& find(const char* path);  // ordinary files and sockets have one too
 int64_t control(const Model& model, int descriptor, uint32_t request, void* argument, record::Line& line);
-void reset();  // power on; the files of those that exist are made
+bool is_known(const char* path);  // it is none of the ordinary files
+int64_t erase(int descriptor, uint32_t from, uint32_t length);
+const char* known();  // all that are
+void reset();         // power on; the files of those that exist are made
 
 // What the script sets and the models answer with.
 struct State {
@@ -44,6 +47,10 @@ struct State {
     uint32_t acks[16] = {};  // scripted acknowledgements, which come first
     uint32_t acks_used = 0, acks_taken = 0;
     bool acknowledges = true;
+    uint32_t changes_to_cut = 0;  // 0: the power stays
+    // What the script has made.
+    uint32_t environment_used = 0, partitions = 0, serial_ports = 0;
+    bool usb_listed = false;
 };
 
 extern State state;

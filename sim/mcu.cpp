@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "devices.h"
+#include "script.h"
 #include "words.h"
 
 namespace sim::devices::mcu {
@@ -30,8 +31,11 @@ constinit clock::Lock lock;
 Queue said, written, answers[32][2];  // answers by the command and the operation of a frame
 
 bool add(Words& words, Queue& queue) {
-    while (words.more() && queue.add(words.number(16))) continue;
-    return words.good();
+    while (words.more()) {
+        const uint32_t byte = words.number(16, UINT8_MAX, "a byte in hexadecimal");
+        if (!script::rehearses() && !queue.add(byte)) return false;
+    }
+    return true;
 }
 
 }  // namespace
@@ -49,8 +53,8 @@ bool say(Words& words) {
 
 bool answer(Words& words) {
     const std::lock_guard guard(lock);
-    auto& command = answers[words.number() % 32];
-    return add(words, command[words.number() % 2]);
+    auto& command = answers[words.number(0, 31, "a command, 0 to 31")];
+    return add(words, command[words.number(0, 1, "0 or 1")]);
 }
 
 int64_t read(uint8_t* data, size_t size) {

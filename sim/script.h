@@ -6,8 +6,12 @@
 namespace sim::script {
 
 void reset();
-// Runs the lines. One that cannot be done ends the board: a test must not go on without it.
-void apply(const char* text);
+// Runs the lines. Any that is wrong ends the board before: a test must not go on without it.
+void apply(const char* text, const char* name);
+void report_faults();         // those that never fired
+bool tell(const char* line);  // does a line now; false when it is wrong, and has changed nothing
+bool rehearses();             // lines are only looked at
+const char* known_lines();
 
 // Events, for the scheduler.
 clock::Nanos next_due();

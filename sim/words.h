@@ -1,7 +1,9 @@
 // A line of a script or a command, taken apart where it lies: nothing is allocated.
 #pragma once
 
+#include <cctype>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
@@ -15,8 +17,8 @@ class Words {
     explicit Words(char* line) : rest_(line) {}
 
     // The next word; "" at the end.
-    const char* next() {
-        const char* word = skip();
+    char* next() {
+        char* word = skip();
         rest_ += strcspn(rest_, " \t");
         if (*rest_ != '\0') *rest_++ = '\0';
         return word;
@@ -40,32 +42,42 @@ class Words {
         return true;
     }
 
-    off_t size() { return static_cast<off_t>(number()); }
-    uint32_t number(int base = 0) { return number(next(), base); }
-    uint32_t number(const char* text, int base = 0) {
+    // Notes what would be right, unless something was wrong before.
+    static bool wants(bool is_right, const char* wanted, const char* found) {
+        if (!is_right && problem[0] == '\0')
+            snprintf(problem, sizeof problem, "\"%.200s\" should be %.3800s", found, wanted);
+        return is_right;
+    }
+    bool ends() { return wants(!more(), "the line's end", skip()) && problem[0] == '\0'; }
+
+    char* word() {
+        char* word = next();
+        wants(*word != '\0', "a word", word);
+        return word;
+    }
+
+    uint32_t number(int base = 0, uint32_t most = UINT32_MAX, const char* wanted = "a number") {
+        char* word = next();
         char* end = nullptr;
-        const unsigned long long value = strtoull(text, &end, base);
-        check(text, end);
+        const unsigned long long value = strtoull(word, &end, base);
+        wants(isalnum(*word) && *end == '\0' && value <= most, wanted, word);
         return static_cast<uint32_t>(value);
     }
 
     clock::Nanos seconds() {
-        const char* text = next();
+        char* word = next();
         char* end = nullptr;
-        const double value = strtod(text, &end);
-        check(text, end);
+        const double value = strtod(word, &end);
+        wants(isdigit(*word) && *end == '\0', "seconds", word);
         return value > 9e9 ? clock::kNever : static_cast<clock::Nanos>(value * 1e6 + 0.5) * 1000;
     }
 
-    // False when something that had to be a number was none, or words are left.
-    bool good() { return good_ && !more(); }
+    static inline char problem[4096];  // the first of the line that is looked at
 
   private:
     char* skip() { return rest_ += strspn(rest_, " \t"); }
-    void check(const char* text, const char* end) { good_ = good_ && end != text && *end == '\0'; }
 
     char* rest_;
-    bool good_ = true;
 };
 
 }  // namespace sim
