@@ -262,6 +262,7 @@ def _other(who, decoded, what):
         decoded.state = None
     elif (who, what) in (("thread", "start"), ("clone", "task")):
         decoded.text = f"a {who} starts" if who == "thread" else "a task starts"
+        decoded.is_quiet = who == "thread" and decoded.error is None
     elif who == "clone" and what.startswith("stack"):
         decoded.text = what + " bytes"
     elif op == "open" and decoded.error == "ENOENT":

@@ -5,7 +5,7 @@ from journal import plain
 from names import BUTTON_LINES, GPIO, RESETS
 
 RULE = "── summary "
-MOST_DEVICES = 8
+MOST_DEVICES = 4
 
 
 class ScriptFault:
@@ -88,7 +88,8 @@ class Summary:
     def rows(self, outcome):
         """For people: pairs of a heading and a text."""
         boots = outcome.boots
-        yield "ended", f"{RESETS.get(boots[-1][1], boots[-1][1])}"
+        if len(boots) == 1:
+            yield "ended", RESETS.get(boots[0][1], boots[0][1])
         for number, (seconds, why) in enumerate(boots, 1) if len(boots) > 1 else ():
             yield f"boot {number}", f"{seconds:.3f} s; {RESETS.get(why, why)}"
         if self.passes:

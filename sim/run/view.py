@@ -6,7 +6,8 @@ import time
 from fold import Folder, duration
 from journal import STREAMS, plain
 
-PIPE_WIDTH = 120
+PIPE_WIDTH = 132
+PULSE = 1.0  # seconds that a GPIO line may be low and it still is one event
 COLOURS = {"fault": "1;33", "reset": "1;31", "board": "1", "script": "35", "beat": "32", "error": "31", "fold": "2"}
 REAL_PAUSE = 0.25  # between two states of the status line
 
@@ -84,7 +85,8 @@ class StoryView:
 
     def _began(self, run):
         event, decoded = run.event, run.decoded
-        colour = decoded.kind if decoded.kind in COLOURS else "error" if decoded.error else ""
+        is_error = decoded.error is not None and decoded.error != "ENOENT"
+        colour = decoded.kind if decoded.kind in COLOURS else "error" if is_error else ""
         if decoded.kind == "console":
             text = decoded.text if self.paper.has_colour else plain(decoded.text)
             for line in text.split("\n"):
@@ -103,7 +105,11 @@ class StoryView:
             return
         shown_at = self.last.total if now is None else now
         until = f", the last {duration(shown_at - run.last)} ago" if shown_at > run.last + 1.5 * run.longest else ""
-        text = f"{run.summary()}{until}: {plain(run.text).strip()}".replace("\n", " | ")
+        if run.decoded.kind == "beat":
+            name = run.text.removesuffix(" beats")
+            text = f"{name} {'is silent: ' if until else ''}{run.summary()}{until}"
+        else:
+            text = f"{run.summary()}{until}: {plain(run.text).strip()}".replace("\n", " | ")
         self.paper.line(run.event, shown_at, text, "fold")
 
 
@@ -115,28 +121,24 @@ class Paper:
         self.who_width = max(8, min(26, self.width // 4))
         self.has_status = False
         self.pending = None  # boot, time, who, text, colour of a line that the next event may be added to
-        self.started, self.lines, self.model, self.skipped = 0.0, [], [], 0
+        self.started, self.lines, self.model, self.skipped, self.title = 0.0, [], [], 0, ""
 
     def new_boot(self, event):
         """A rule; from here on lines that are those of the boot before are left out."""
         self._flush()
-        self._tell_skipped()
+        self._head()
         self.started, self.model, self.lines = event.total, self.lines, []
-        title = f"── boot {event.boot} at {event.total:.3f} s "
-        self._write(title + "─" * max(0, min(self.width, 80) - len(title)), "fold")
+        self.title = f"── boot {event.boot} at {event.total:.3f} s "
 
     def line(self, event, seconds, text, colour):
         """One event, or one more of the same moment and origin."""
         who = {"out": "console", "err": "console!", "beat": "heartbeat"}.get(event.who, event.who)
         entry = (event.boot, seconds, who, text, colour)
         held = self.pending
-        if held is not None and held[:3] == entry[:3] and held[4] == colour and colour in ("", "beat"):
-            joined = f"{held[3]}; {text}"
-            if not who.startswith("console") and len(joined) <= self._room():
-                self.pending = (*held[:3], joined, colour)
-                return
-        self._flush()
-        self.pending = entry
+        joined = self._joined(held, entry) if held is not None else None
+        if joined is None:
+            self._flush()
+        self.pending = entry if joined is None else (*held[:3], joined, colour)
 
     def status(self, text):
         """A line that is there until the next one."""
@@ -149,9 +151,23 @@ class Paper:
     def finish(self):
         """Nothing follows."""
         self._flush()
-        self._tell_skipped()
+        self._head()
         self._clear_status()
         self.stream.flush()
+
+    def _joined(self, held, entry):
+        """The text of both, if they are of one moment or the two halves of a pulse."""
+        boot, seconds, who, text, colour = entry
+        if (boot, who, colour) != (held[0], held[2], held[4]) or who.startswith("console"):
+            return None
+        subject, sets, level = text.rpartition(" := ")
+        if (colour in ("", "beat") or who == "heartbeat") and seconds == held[1]:
+            joined = f"{held[3]}; {text}"
+        elif sets and held[3] == f"{subject} := 0" and seconds - held[1] < PULSE:
+            joined = f"{held[3]}, := {level} after {duration(seconds - held[1])}"
+        else:
+            return None
+        return joined if len(joined) <= self._room() else None
 
     def _room(self):
         return max(10, self.width - self.who_width - 13)
@@ -167,15 +183,18 @@ class Paper:
         if at < len(self.model) and self.model[at] == key and who != "board":
             self.skipped += 1
             return
-        self._tell_skipped()
+        self._head()
         if who != "board":
             self.model = []
         self._print(boot, seconds, who, text, colour)
 
-    def _tell_skipped(self):
-        if self.skipped:
-            self._write(f"{'':<13}({self.skipped} lines as in the boot before)", "fold")
-        self.skipped = 0
+    def _head(self):
+        """What stands over the next line: a boot's rule, and what it has repeated of the one before."""
+        same = f"{self.skipped} lines as in the boot before" if self.skipped else ""
+        title = f"{self.title or '── '}{'─ ' if same and self.title else ''}{same} ".replace("  ", " ")
+        if self.title or same:
+            self._write(title + "─" * max(0, min(self.width, 80) - len(title)), "fold")
+        self.title, self.skipped = "", 0
 
     def _print(self, boot, seconds, who, text, colour):
         """Console text goes on in the next line, all else is cut at the terminal's width."""
