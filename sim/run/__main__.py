@@ -6,6 +6,7 @@ import sys
 import options as command_line
 import summary
 from options import Usage, is_program
+from runner import Runner
 from view import Chosen, RawView, StoryView, terminal_width
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
@@ -25,7 +26,7 @@ def list_boards():
         if name.endswith(SUFFIX):
             lines = read(os.path.join(BOARDS, name)).split("\n")
             described = [line.removeprefix("describe ") for line in lines if line.startswith("describe ")]
-            print(f"{name.removesuffix(SUFFIX):<12} {''.join(described[:1])}")
+            print(f"{name.removesuffix(SUFFIX):<20} {''.join(described[:1])}")
 
 
 def find_board(name):
@@ -53,13 +54,13 @@ def find_program(options, build):
 
 def expectations(script, text):
     """What the script expects of the run, if it does."""
-    if "expect" not in text:
+    if "expect" not in text and "never" not in text:
         return None
     try:
         from expect import Expectations
-    except ModuleNotFoundError:
-        return None
-    wanted = Expectations.of(script)
+        wanted = Expectations.of(script)
+    except ValueError as problem:
+        raise Usage(str(problem)) from problem
     return wanted if wanted.any else None
 
 
@@ -85,13 +86,25 @@ def make_viewers(options, script, counts):
     return viewers + ([story] if story else [])
 
 
+def unmet(wanted, outcome):
+    """What did not come true, and how much was left out: a run that just ended early is not held to what lies later."""
+    wants = wanted.finish(outcome.end)
+    if outcome.end != "running" or summary.downs(outcome):
+        return wants, 0
+    later = [f"{each.place}: {each.line}: " for each in wanted.wanted if each.first > outcome.simulated]
+    due = [want for want in wants if not want.startswith(tuple(later))]
+    return due, len(wants) - len(due)
+
+
 class Result:
     """All that is known at the end, for viewers that write then."""
 
     def __init__(self, options, outcome, counts, wanted):
         self.outcome, self.counts = outcome, counts
-        self.wants = wanted.finish(outcome.end) if wanted is not None else None
+        self.wants, left_out = unmet(wanted, outcome) if wanted is not None else (None, 0)
         self.status, self.verdict = summary.verdict(options, outcome, self.wants)
+        if left_out:
+            self.verdict += f", so far: {left_out} of its expectations lie later"
 
 
 def run(options):
@@ -100,8 +113,10 @@ def run(options):
     script = find_board(options.board)
     find_program(options, build)
     text = read(script)
-    from runner import Runner
-    counts, wanted = summary.Summary(text), expectations(script, text)
+    counts = summary.Summary()
+    # What the boards of the list expect, they expect of the daemon.
+    is_own = os.path.dirname(script) != BOARDS
+    wanted = expectations(script, text) if options.is_daemon or is_own else None
     viewers = make_viewers(options, script, counts)
     feeders = [*viewers, _Feeding(wanted)] if wanted is not None else viewers
     runner = Runner(options, script, build, feeders)
@@ -112,7 +127,8 @@ def run(options):
     for viewer in viewers:
         if viewer is not counts:
             viewer.finish(result)
-    if not options.is_raw and options.json != "-":
+    was_refused = result.status == 2 and outcome.messages
+    if not options.is_raw and options.json != "-" and not was_refused:
         summary.write(sys.stdout, counts.rows(outcome), result.verdict, result.wants, terminal_width(sys.stdout))
     elif result.wants:
         print("\n".join(result.wants), file=sys.stderr)
@@ -132,11 +148,14 @@ class _Feeding:
 def main(words):
     """The exit status."""
     try:
+        sys.stdout.reconfigure(errors="replace")
         options = command_line.parse(words)
         if options.wants_help or options.wants_list:
             print(command_line.USAGE) if options.wants_help else list_boards()
             return 0
-        return run(options)
+        status = run(options)
+        sys.stdout.flush()
+        return status
     except Usage as problem:
         print(f"scripts/run: {problem}\n{command_line.USAGE}", file=sys.stderr)
         return 2

@@ -40,7 +40,7 @@ _cache = {}
 def _decode(who, what):
     if who in CONSOLE:
         return _console(who, what)
-    special = {"board": _board, "beat": _beat, "script": _script, "fault": _fault, "command": _command}.get(who)
+    special = {"board": _board, "beat": _beat, "script": _script, "command": _command}.get(who)
     return special(what) if special else _call(who, what)
 
 
@@ -55,8 +55,14 @@ def _console(who, what):
 
 
 def _board(what):
-    decoded = Decoded("board", what.split(" ")[0])
-    decoded.text = "starts" if what == "start" else RESETS.get(what, what)
+    word, _, rest = what.partition(" ")
+    if word == "fault":
+        return _fault(rest)
+    decoded = Decoded("board", word)
+    if word == "told:":
+        decoded.kind, decoded.text = "script", f"told: {rest}"
+    else:
+        decoded.text = "starts" if what == "start" else RESETS.get(what, what)
     return decoded
 
 
@@ -80,20 +86,19 @@ def _script(what):
 
 
 def _fault(what):
+    """A fault of the script: "TEXT: call N" comes before the call that it is injected into."""
     decoded = Decoded("fault", "fault")
-    words = what.split()
-    if len(words) < 4 or not words[2].isdigit():
-        decoded.text = what
+    line, colon, number = what.rpartition(": call ")
+    if not colon:
+        decoded.op, decoded.text = "never", what
         return decoded
-    target, op, number = words[0], words[1], int(words[2])
+    target, op, *_ = [*line.split(), "", ""]
     name, _, request = op.partition(":")
     if request:
         name = f'"{request_name(target, int(request, 0))}"'
-    effect = " ".join(words[3:]).removeprefix("-> ")
-    ends = f"passes {words[4]} bytes" if words[3] == "short" else f"fails with {effect}"
-    decoded.text = f"injected: {name} number {number} of {target} {ends}"
-    decoded.slot, decoded.state = ("fault", target, op), effect
-    decoded.number, decoded.error = number, effect
+    decoded.number, decoded.value = int(number), line
+    decoded.text = f"injected: {name} number {number} of {target} ({line})"
+    decoded.slot, decoded.state = ("fault", line), line
     return decoded
 
 

@@ -1,7 +1,7 @@
 """Folds what repeats: events that say the same of the same thing become one run with a count and a period."""
 
 from decode import decode
-from names import HEARTBEATS
+from names import ENDS, HEARTBEATS
 
 MOST_STATES = 12  # of one slot in one boot; what changes more often than that is taken as one run
 SILENT_PERIODS = 2.5  # after so many a heartbeat has ended
@@ -71,7 +71,7 @@ class Folder:
             return
         slot, state, text = decoded.slot, decoded.state, decoded.text
         if slot is None:
-            if decoded.kind == "board" and decoded.op != "start":
+            if decoded.kind == "board" and decoded.op in ENDS:
                 self.finish()
             self.began(Run(event, decoded, text, state))
             return

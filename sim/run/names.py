@@ -86,7 +86,8 @@ WORDS = {
     0x4004730A: {0: "in order", 1: "abnormal"},
     0x80145603: {0: "running", 1: "stalled"},
 }
-# Lines of a script that raise a level or the like.
+# How a boot ends: the first words of such a line, and what the whole line means.
+ENDS = ("end", "reset", "cut", "stuck:", "cannot")
 RESETS = {
     "reset gpio35": "the program pulsed GPIO line 35, board reset",
     "reset watchdog": "nobody fed the watchdog",

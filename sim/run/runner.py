@@ -7,9 +7,9 @@ import signal
 import time
 
 from journal import parse, quoted, unquoted
+from names import ENDS
 
-BOARD_WAS_RESET = 3  # how the simulated board's process ends then
-REFUSED = 2
+BOOTS_AGAIN = (3, 6)  # how the process ends when the board was reset or its power cut
 HIGH = 20  # descriptors from here on do not get into each other's way
 MOST_BOOTS_AT_ONCE = 20
 PARENT, START = "/tmp", "marl-board."  # the simulated board's own directories are named so, too
@@ -105,7 +105,7 @@ class Boot:
         self.output, output_end = pipe() if keeps_output else (None, null)
         actions = [(os.POSIX_SPAWN_DUP2, end, place)
                    for place, end in enumerate((null, output_end, errors_end, journal_end))]
-        environment = {name: value for name, value in os.environ.items() if not name.startswith("MARL_SIM_")}
+        environment = {name: value for name, value in os.environ.items() if name != "MARL_SIM_FOR"}
         self.pid = os.posix_spawn(command[0], command, {**environment, **variables}, file_actions=actions,
                                   setpgroup=0, setsigdef=[signal.SIGPIPE])
         for end in {null, output_end, errors_end, journal_end}:
@@ -149,9 +149,9 @@ class Boot:
         lines = self.texts.get(self.errors, b"").decode(errors="replace").split("\n")
         return [line[line.index(MESSAGE) :] for line in lines if MESSAGE in line]
 
-    def unseen_output(self, seen):
+    def unseen(self, who, seen):
         """What the program wrote past the journal, by the C library's streams."""
-        text = self.texts.get(self.output, b"").decode(errors="replace")
+        text = self.texts.get(self.output if who == "out" else self.errors, b"").decode(errors="replace")
         parts = []
         for part in seen:
             before, found, after = text.partition(part)
@@ -187,7 +187,7 @@ class Runner:
                 began = time.monotonic()
                 code = self._boot_once(root)
                 at_once = at_once + 1 if self.outcome.boots[-1][0] == 0 else 0
-                if code != BOARD_WAS_RESET or self._is_over() or at_once == MOST_BOOTS_AT_ONCE:
+                if code not in BOOTS_AGAIN or self._is_over() or at_once == MOST_BOOTS_AT_ONCE:
                     break
                 if not self.options.is_fast and time.monotonic() < began + 1:
                     time.sleep(1)
@@ -212,7 +212,7 @@ class Runner:
         offset, outcome = self.total, self.outcome
         number = len(outcome.boots) + 1
         self.boot = Boot(self.command, self._variables(root), self.keeps_output)
-        self.last, self.last_of_board, seen, rest = None, "", [], b""
+        self.last, self.last_of_board, seen, rest = None, "", {"out": [], "err": []}, b""
         try:
             for data in self.boot.chunks():
                 *lines, rest = (rest + data).split(b"\n")
@@ -225,8 +225,8 @@ class Runner:
             self.boot.wait()
             raise
         code = self.boot.wait()
-        if self.keeps_output:
-            self._show_unseen(number, offset, self.boot.unseen_output(seen))
+        for who in list(seen) if self.keeps_output else ():
+            self._show_unseen(number, offset, who, self.boot.unseen(who, seen.pop(who)))
         outcome.messages += self.boot.messages()
         last, self.boot = self.last, None
         self.total = last.total if last is not None else offset
@@ -237,28 +237,29 @@ class Runner:
         if event is None:
             return
         self.last = event
-        if event.who == "board":
+        if event.who == "board" and event.what.split(" ")[0] in ENDS:
             self.last_of_board = event.what
-        if self.keeps_output and event.who == "out":
-            seen.append(unquoted(event.what)[0])
+        if self.keeps_output and event.who in seen:
+            seen[event.who].append(unquoted(event.what)[0])
         for viewer in self.viewers:
             viewer.feed(event)
 
-    def _show_unseen(self, number, offset, text):
+    def _show_unseen(self, number, offset, who, text):
         seconds = self.last.time if self.last is not None else 0.0
         for line in text.splitlines():
-            self._feed(parse(f"{seconds:.3f} out {quoted(line + chr(10))}", number, offset), [])
+            if not line.startswith(MESSAGE):
+                self._feed(parse(f"{seconds:.3f} {who} {quoted(line + chr(10))}", number, offset), {})
 
     def _judge(self, code, what):
         """Notes how a boot ended."""
         outcome = self.outcome
         if outcome.was_interrupted:
             end, why, code = "running", "ended by the user", 0
-        elif code == BOARD_WAS_RESET and what.startswith("reset"):
+        elif code in BOOTS_AGAIN and what.startswith("reset"):
             end, why = "reset", what
         elif code == 0 and what == "end time":
             end, why = "running", "the time was over"
-        elif what and what != "start":
+        elif what:
             end, why = f"exit {code}", what
         else:
             end, why = f"exit {code}", f"the program ended with status {code}"

@@ -8,47 +8,12 @@ RULE = "── summary "
 MOST_DEVICES = 4
 
 
-class ScriptFault:
-    """A fault line of a script."""
-
-    def __init__(self, number, words):
-        self.line, self.text = number, " ".join(words)
-        self.what, self.op, span = words[1], words[2], words[3]
-        first, _, last = span.rstrip("+").partition("..")
-        self.first = int(first)
-        self.last = 1 << 32 if span.endswith("+") else int(last or first)
-        self.count = 0
-
-    def matches(self, what, op, number):
-        """Whether an injected fault came of this line."""
-        name, _, request = self.op.partition(":")
-        own = f"{name}:0x{int(request, 0):x}" if request else name
-        return self.what in ("*", what) and own == op and self.first <= number <= self.last
-
-
-def script_faults(text):
-    """The faults that a script has, now or later."""
-    faults = []
-    for number, line in enumerate(text.split("\n"), 1):
-        words = line.split()
-        if words[:1] == ["at"]:
-            words = words[2:]
-        if words[:1] != ["fault"]:
-            continue
-        try:
-            faults.append(ScriptFault(number, words))
-        except (IndexError, ValueError):
-            pass  # the board refuses such a line
-    return faults
-
-
 class Summary:
     """Counts while the board runs."""
 
-    def __init__(self, script_text):
-        self.faults = script_faults(script_text)
+    def __init__(self):
         self.injected = self.passes = self.lines = self.error_lines = 0
-        self.calls = {}
+        self.calls, self.fired, self.never_fired = {}, set(), set()
 
     def feed(self, event):
         """One more event."""
@@ -61,19 +26,18 @@ class Summary:
             count = sum(1 for line in plain(decoded.text).split("\n") if line.strip())
             self.lines += count
             self.error_lines += count if event.who == "err" else 0
+        elif decoded.kind == "fault" and decoded.op == "never":
+            self.never_fired.add(decoded.text.removesuffix(" never fired"))
         elif decoded.kind == "fault":
             self.injected += 1
-            words = event.what.split()
-            for fault in self.faults:
-                if len(words) > 2 and fault.matches(words[0], words[1], int(words[2])):
-                    fault.count += 1
+            self.fired.add(decoded.value)
 
     def idle(self):
         """Nothing to do."""
 
     def unfired(self):
-        """The faults of the script that no call met."""
-        return [fault for fault in self.faults if fault.count == 0]
+        """The faults of the script that no call met, in any boot."""
+        return sorted(self.never_fired - self.fired)
 
     def as_dictionary(self, outcome, status, wants):
         """For machines."""
@@ -81,7 +45,7 @@ class Summary:
             "end": outcome.end, "status": status, "reason": outcome.boots[-1][1],
             "boots": [{"seconds": round(seconds, 3), "end": why} for seconds, why in outcome.boots],
             "passes": self.passes, "calls": self.calls, "lines": self.lines, "error_lines": self.error_lines,
-            "faults": self.injected, "unfired": [fault.text for fault in self.unfired()],
+            "faults": self.injected, "unfired": self.unfired(),
             "simulated": round(outcome.simulated, 3), "real": round(outcome.real, 3), "unmet": wants,
         }
 
@@ -98,22 +62,33 @@ class Summary:
         rest = sum(count for _, count in most[MOST_DEVICES:])
         shown = ", ".join(f"{who} {count}" for who, count in most[:MOST_DEVICES])
         yield "calls", (shown or "none") + (f", others {rest}" if rest else "")
-        yield "faults", f"{self.injected} injected" if self.injected or self.faults else "none"
+        yield "faults", f"{self.injected} injected" if self.injected or self.never_fired else "none"
         for fault in self.unfired():
-            yield "never fired", f"line {fault.line}: {fault.text}"
-        yield "console", f"{self.lines} lines, {self.error_lines} of them to standard error"
-        speed = f", {outcome.simulated / outcome.real:.0f} times as fast" if outcome.real > 0 else ""
-        yield "time", f"{outcome.simulated:.3f} s simulated in {outcome.real:.2f} s{speed}"
+            yield "never fired", fault
+        yield "console", f"{self.lines} lines" + (f", {self.error_lines} of them to standard error" if self.error_lines else "")
+        speed = outcome.simulated / max(outcome.real, 0.001)
+        faster = f", {speed:.0f} times as fast" if speed >= 2 else ""
+        yield "time", f"{outcome.simulated:.3f} s simulated in {outcome.real:.2f} s{faster}"
+
+
+def downs(outcome):
+    """The ways in which the board went down in a run: reset, cut."""
+    return {why.split(" ")[0] for _, why in outcome.boots} & {"reset", "cut"}
 
 
 def verdict(options, outcome, wants):
     """The exit status of a run and why. wants: None where the board expects nothing, else what did not come true."""
     if outcome.code == 2 and outcome.messages:
         return 2, "the board could not be started"
-    if wants is not None:
-        return (1, "not as the board expects") if wants else (0, "as the board expects")
-    if any(why.startswith("reset") for _, why in outcome.boots):
-        return 3, "the board was reset"
+    if wants is not None and not wants:
+        return 0, "as the board expects"
+    but = "not as the board expects, " if wants else ""
+    if "reset" in downs(outcome):
+        return 3, but + "the board was reset"
+    if "cut" in downs(outcome):
+        return 6, but + "the power was cut"
+    if wants:
+        return outcome.code or 1, "not as the board expects"
     if outcome.end == "running":
         return 0, "all in order: the program was running and the board was never reset"
     if options.is_daemon and outcome.code == 0:

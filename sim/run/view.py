@@ -133,6 +133,8 @@ class Paper:
     def line(self, event, seconds, text, colour):
         """One event, or one more of the same moment and origin."""
         who = {"out": "console", "err": "console!", "beat": "heartbeat"}.get(event.who, event.who)
+        if event.who == "board" and colour in ("fault", "script"):
+            who = colour
         entry = (event.boot, seconds, who, text, colour)
         held = self.pending
         joined = self._joined(held, entry) if held is not None else None
