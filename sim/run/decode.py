@@ -128,11 +128,11 @@ def _call(who, what):
         what = error
     if what.startswith("-> E") and not decoded.error:
         what, decoded.error = "", what[3:]
-    head, _, data = what.partition(": ")
+    head, _, data = what.partition(": ") if ": " in what else what.partition(" (")
     words = head.split(" ")
     decoded.op = words[0]
     if decoded.op in ("read", "write", "sendto") and len(words) > 1 and words[1].isdigit():
-        _transfer(who, decoded, int(words[1]), data)
+        _transfer(who, decoded, int(words[1]), *_bytes(data if ": " in what else f" ({data}"))
     elif decoded.op == "ioctl":
         _request(who, decoded, int(words[1], 16), what.partition(" ")[2].partition(" ")[2])
     else:
@@ -155,8 +155,7 @@ def _level(line, level):
     return f"{level}, held down" if line in BUTTON_LINES and level == 0 else str(level)
 
 
-def _transfer(who, decoded, size, dump):
-    data, remark = _bytes(dump)
+def _transfer(who, decoded, size, data, remark):
     decoded.size, decoded.data = size, data
     verb = {"read": "reads", "write": "writes", "sendto": "sends"}[decoded.op]
     decoded.slot = (who, decoded.op)

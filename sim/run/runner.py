@@ -95,6 +95,15 @@ def pipe():
     return ends
 
 
+def emulator(build):
+    """What starts the programs of a build that are not for this machine."""
+    try:
+        with open(os.path.join(build, "emulator"), encoding="utf-8") as file:
+            return file.read().split()
+    except FileNotFoundError:
+        return []
+
+
 class Boot:
     """One process: from power-on until the board goes down."""
 
@@ -106,7 +115,7 @@ class Boot:
         actions = [(os.POSIX_SPAWN_DUP2, end, place)
                    for place, end in enumerate((null, output_end, errors_end, journal_end))]
         environment = {name: value for name, value in os.environ.items() if name != "MARL_SIM_FOR"}
-        self.pid = os.posix_spawn(command[0], command, {**environment, **variables}, file_actions=actions,
+        self.pid = os.posix_spawnp(command[0], command, {**environment, **variables}, file_actions=actions,
                                   setpgroup=0, setsigdef=[signal.SIGPIPE])
         for end in {null, output_end, errors_end, journal_end}:
             os.close(end)
@@ -166,7 +175,7 @@ class Runner:
 
     def __init__(self, options, script, build, viewers):
         self.options, self.script, self.viewers = options, script, viewers
-        self.command = [os.path.join(build, "sim-launch"), options.program, *options.arguments]
+        self.command = [*emulator(build), os.path.join(build, "sim-launch"), options.program, *options.arguments]
         self.keeps_output = not options.is_daemon
         self.outcome = Outcome()
         self.boot, self.total, self.last, self.last_of_board = None, 0.0, None, ""
@@ -206,7 +215,7 @@ class Runner:
                      "MARL_SIM_TIME": "virtual" if self.options.is_fast else "real"}
         if self.options.seconds is not None:
             variables["MARL_SIM_FOR"] = f"{self.options.seconds - self.total:.3f}"
-        return {**variables, **PRESET_VARIABLES.get(self.options.preset, {})}
+        return {**variables, **PRESET_VARIABLES.get(os.path.basename(self.options.preset), {})}
 
     def _boot_once(self, root):
         offset, outcome = self.total, self.outcome

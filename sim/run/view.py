@@ -172,7 +172,7 @@ class Paper:
         return joined if len(joined) <= self._room() else None
 
     def _room(self):
-        return max(10, self.width - self.who_width - 13)
+        return max(10, self.width - self.who_width - 14)
 
     def _flush(self):
         if self.pending is None:
