@@ -52,7 +52,13 @@ int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size,
                                               : or_errno(kernel(context, size));
     Line line(file.name);
     line.add(" %s %lld", op, result < 0 ? static_cast<long long>(size) : static_cast<long long>(result));
-    if (result > 0) line.bytes(data, static_cast<size_t>(result));
+    // A frame is shown whole, sent or not.
+    const bool is_frame = strcmp(op, "sendto") == 0;
+    const bool is_ordinary = file.model->path[0] == '\0';
+    const size_t shown = is_frame      ? record::kFrameShown
+                         : is_ordinary ? record::kTextShown
+                                       : record::kBytesShown;
+    if (result > 0 || is_frame) line.bytes(data, result > 0 ? static_cast<size_t>(result) : size, shown);
     if (reading && file.model->address != nullptr) line.add(" (%s %u)", file.model->address, address);
     line.failure(result);
     return result;
@@ -177,8 +183,9 @@ EXPORT int ioctl(int fd, unsigned long number, ...) noexcept {
     va_end(arguments);
     return call([&]() -> int64_t {
         const OpenFile* file = board::tracked(fd);
-        // A local socket would do to reach the machine's network.
-        if (file == nullptr && request >> 8 == 0x89 && !devices::state.network) return -EAFNOSUPPORT;
+        // A local socket would do to reach the machine's network, the board's own among them.
+        const bool is_network = request >> 8 == 0x89;
+        if (is_network && !devices::state.network) return -EAFNOSUPPORT;
         if (file == nullptr) return or_errno(real.ioctl(fd, request, argument));
         Line line(file->name);
         line.add(" ioctl 0x%x", request);

@@ -6,12 +6,24 @@
 
 using namespace sim;
 
+namespace {
+
+// A board without a network takes frames too: they go nowhere, but the journal has them.
+bool takes_frames(int domain, int type) {
+    return domain == AF_PACKET || (domain == AF_INET && (type & 0xF) == SOCK_PACKET);
+}
+
+}  // namespace
+
 EXPORT int socket(int domain, int type, int protocol) noexcept {
     return call([&]() -> int64_t {
         if (domain == AF_UNIX && !board::is_launched()) return or_errno(real.socket(domain, type, protocol));
         const int64_t result = unless_faulty("socket", "open", [&] {
             if (domain == AF_NETLINK) return uevent::open();
             if (devices::state.network && domain != AF_UNIX) return real.socket(domain, type, protocol);
+            if (takes_frames(domain, type)) {
+                return real.socket(AF_UNIX, SOCK_DGRAM | (type & SOCK_CLOEXEC), 0);
+            }
             errno = EAFNOSUPPORT;
             return -1;
         });
@@ -27,9 +39,13 @@ EXPORT int socket(int domain, int type, int protocol) noexcept {
 
 DESCRIPTOR_CALL(int, setsockopt, option, (int fd, int level, int option, const void* value, socklen_t size),
                 (fd, level, option, value, size))
-TRANSFER(sendto, "sendto",
-         (int fd, const void* data, size_t size, int flags, const sockaddr* to, socklen_t length),
-         (fd, data, most, flags, to, length))
+EXPORT ssize_t sendto(int fd, const void* data, size_t size, int flags, const sockaddr* to,
+                      socklen_t length) {
+    return transfer("sendto", fd, data, size, [&](size_t most) {
+        if (board::tracked(fd) != nullptr && !devices::state.network) return static_cast<ssize_t>(most);
+        return real.sendto(fd, data, most, flags, to, length);
+    });
+}
 
 EXPORT int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
     return on_file("bind", fd, address->sa_family,

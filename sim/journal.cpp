@@ -12,7 +12,6 @@ namespace sim::record {
 namespace {
 
 constexpr size_t kMemory = 4U << 20;
-constexpr size_t kBytesShown = 16;
 
 char memory[kMemory];
 size_t used = 0;
@@ -29,6 +28,8 @@ void open(const char* target) {
     file = fcntl(opened, F_DUPFD_CLOEXEC, launch::kFirstDescriptor);
     real.close(opened);
 }
+
+bool is_open() { return file >= 0; }
 
 void clear() {
     const std::lock_guard guard(lock);
@@ -68,11 +69,17 @@ Line& Line::add(const char* format, ...) {
     return *this;
 }
 
-Line& Line::bytes(const void* data, size_t size) {
+Line& Line::bytes(const void* data, size_t size, size_t shown) {
+    static constexpr char kDigits[] = "0123456789abcdef";
     const auto* byte = static_cast<const unsigned char*>(data);
     if (size > 0) add(":");
-    for (size_t i = 0; i < std::min(size, kBytesShown); ++i) add(" %02x", byte[i]);
-    return size > kBytesShown ? add(" ...") : *this;
+    const size_t most = dropped_ ? 0 : std::min(size, shown);
+    for (size_t i = 0; i < most && used_ + 16 < kSize; ++i) {
+        text_[used_++] = ' ';
+        text_[used_++] = kDigits[byte[i] >> 4];
+        text_[used_++] = kDigits[byte[i] & 15];
+    }
+    return size > shown ? add(" ...") : *this;
 }
 
 Line& Line::quoted(const char* text, size_t size) {

@@ -7,8 +7,10 @@
 #include <cstdarg>
 #include <mutex>
 
+#include "beat.h"
 #include "board.h"
 #include "devices.h"
+#include "journal.h"
 #include "launch/run.h"
 #include "real.h"
 #include "uevent.h"
@@ -550,8 +552,12 @@ void run_events(Nanos until) {
             event.at = at + event.every < event.until ? at + event.every : kNever;
             ++event.count;
             current_line = event.line;
-            if (event.every == 0) must_run(event.text);
-            if (event.every > 0) board::write_file(event.text, O_CREAT, &event.count, sizeof event.count);
+            if (event.every > 0) {
+                beat::write(event.text, event.count);
+                continue;
+            }
+            if (record::is_open()) record::Line("script").add(" %s", event.text);
+            must_run(event.text);
         }
     }
 }
@@ -559,6 +565,7 @@ void run_events(Nanos until) {
 }  // namespace
 
 void reset() {
+    beat::forget();
     events.used = faults.used = answers.used = kept = 0;
     end_time = reset_time = watchdog_time = kNever;
     starting = true;
