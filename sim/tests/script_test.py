@@ -2,6 +2,7 @@
 import os
 import pathlib
 import re
+import shutil
 import socket
 import subprocess
 import sys
@@ -28,14 +29,24 @@ WRONG = [("lvel 3", "one of: describe"), ("level 72 0", "line, 0 to 71"), ("leve
          ("file /tmp/x " + "y" * 1100, "shorter")]
 
 
+JOURNAL = r"""0.000 board start
+0.050 out "\e[1mone\e[m \"two\"\n"
+84.420 board reset gpio35
+0.000 board start
+5.200 /tmp/x open rw
+9.000 board end time"""
+HELD = ["expect 0 one \"two\"", "expect 0.1 out one", r'expect 0.05 out "\e[1mone', "expect reset within 84..85", "boot 2 expect 5.2 /tmp/x",
+        "expect /tmp/x within 89..90", "boot 2 never one", "expect end running"]
+FAILED = [("expect 0.11 one", "0.050 out"), ("boot 2 expect 0 one", "boot 1"), ("expect /tmp/x within 5..6", "after 89.620 s"),
+          ("expect 5.2 /tmp/y", "/tmp/x"), ("never reset", "84.420 board"), ("expect end reset", "running")]
+
+
 class Board(unittest.TestCase):
     def setUp(self):
-        place = tempfile.TemporaryDirectory(dir=BUILD)
-        self.addCleanup(place.cleanup)
-        self.place = place.name
+        self.place = tempfile.mkdtemp(dir=BUILD)
+        self.addCleanup(shutil.rmtree, self.place)
 
-    def path(self, name):
-        return os.path.join(self.place, name)
+        self.path = lambda name: os.path.join(self.place, name)
 
     def start(self, script, seconds=1, **variables):
         pathlib.Path(self.place, "board").write_text(script, encoding="utf-8")
@@ -111,32 +122,16 @@ class Board(unittest.TestCase):
             print("level 7 1", file=stream, flush=True)
             self.assertEqual([stream.readline(), self.read("journal").count("board told: ")], ["ok\n", 4])
 
-
-JOURNAL = r"""0.000 board start
-0.050 out "\e[1mone\e[m \"two\"\n"
-84.420 board reset gpio35
-0.000 board start
-5.200 /tmp/x open rw
-9.000 board end time"""
-HELD = ["expect 0 one \"two\"", "expect 0.1 out one", r'expect 0.05 out "\e[1mone', "expect reset within 84..85", "boot 2 expect 5.2 /tmp/x",
-        "expect /tmp/x within 89..90", "boot 2 never one", "expect end running"]
-FAILED = [("expect 0.11 one", "0.050 out"), ("boot 2 expect 0 one", "boot 1"), ("expect /tmp/x within 5..6", "after 89.620 s"),
-          ("expect 5.2 /tmp/y", "/tmp/x"), ("never reset", "84.420 board"), ("expect end reset", "running")]
-
-
-class Expected(unittest.TestCase):
     def test_a_run_is_held_against_its_script(self):
-        with tempfile.NamedTemporaryFile("w") as script:
-            script.write("\n".join(HELD + [line for line, _ in FAILED]))
-            script.flush()
-            expectations = Expectations.of(script.name)
-            for event in events_of(JOURNAL.splitlines()):
-                expectations.feed(event)
-            failures = expectations.finish("running")
-            for place, ((line, wanted), failure) in enumerate(zip(FAILED, failures, strict=True), len(HELD) + 1):
-                self.assertIn(f"{script.name}:{place}: {line.split('boot 2 ')[-1]}: ", failure)
-                self.assertIn(wanted, failure)
+        script = pathlib.Path(self.place, "script")
+        script.write_text("\n".join(HELD + [line for line, _ in FAILED]), encoding="utf-8")
+        expectations = Expectations.of(script)
+        for event in events_of(JOURNAL.splitlines()):
+            expectations.feed(event)
+        failures = expectations.finish("running")
+        for place, ((line, wanted), failure) in enumerate(zip(FAILED, failures, strict=True), len(HELD) + 1):
+            self.assertIn(f"{script}:{place}: {line.split('boot 2 ')[-1]}: ", failure)
+            self.assertIn(wanted, failure)
 
 
-if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1])
+unittest.main(argv=sys.argv[:1])
