@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
 
 #include "helpers/board.h"
@@ -296,10 +297,8 @@ TEST(Interfaces, AsTheKernelListsThem) {
     EXPECT_EQ(NetGetDeviceState("eth2", &stats), 2);
     EXPECT_EQ(stats.rx_bytes, UINT64_MAX);
     EXPECT_EQ(stats.rx_packets * 10000 + stats.tx_bytes * 100 + stats.tx_packets, 222324U);
-    EXPECT_EQ(NetGetDeviceState("eth0", &stats), 0);
-    EXPECT_EQ(stats.rx_bytes, 11U);
-    EXPECT_EQ(NetGetDeviceState("ppp0", &stats), -1) << "columns are missing";
-    EXPECT_EQ(NetGetDeviceState("eth1", &stats), -1);
+    EXPECT_EQ(Ints({NetGetDeviceState("eth0", &stats), NetGetDeviceState("ppp0", &stats)}), Ints({0, -1}));
+    EXPECT_EQ(stats.rx_bytes, 11U) << "but of ppp0 columns are missing";
     sim::run("file /mnt/mtd/Config/network PRIO = 1");
     EXPECT_EQ(NetGetDefaultEth(names), 0);
     EXPECT_STREQ(names, "eth1");
@@ -319,55 +318,41 @@ TEST(Interfaces, AsTheKernelListsThem) {
 }
 
 TEST(Interfaces, LinkState) {
-    const std::string port = "file /proc/net/emac_link eth0 port Link State: ";
-    const std::string up = port + "UP\n", down = port + "DOWN\n", four_down = down + down + down + down;
-    const struct {
-        std::string report;
-        int state;
-        const char* device = "eth0";
-        bool five_ports = false;
-    } cases[] = {
-        {up, 0},
-        {down, -1},
-        {port + "RESET\n", -2},
-        {"file /proc/net/emac_link eth0 nothing known", -1},
-        {"file /proc/net/emac_link eth0 Link State:", -2},
-        {"file /proc/net/emac_link eth1 Link State: UP", -2},
-        {"", -2},
-        {four_down + up, 0, "eth0", true},
-        {four_down + down + up, -1, "eth0", true},
-        {"", 0, "ppp0"},
-        {"", -1, "eth1"},
-        {"file /proc/net/wireless eth2: 1 70 0", 0, "eth2"},
-        {"file /proc/net/wireless eth2: 0 70 0", -1, "eth2"},
-        {"file /proc/net/wireless eth2: none", -2, "eth2"},
+    const auto states = [](const char* device, const Strings& reports) {
+        Ints results;
+        for (const std::string& report : reports) {
+            load(report);
+            results.push_back(mii_diag(device));
+        }
+        return results;
     };
-    for (const auto& c : cases) {
-        snprintf(HWINFO.product_model, sizeof HWINFO.product_model, c.five_ports ? "IPC-KM3" : "IPC-KQ3");
-        HWINFO.video_interface = c.five_ports ? 5 : 0;
-        load(c.report);
-        EXPECT_EQ(mii_diag(c.device), c.state) << c.device << " with " << c.report;
-    }
+    const std::string link = "file /proc/net/emac_link ", wireless = "file /proc/net/wireless eth2: ";
+    const std::string up = link + "eth0 port Link State: UP\n", down = link + "eth0 port Link State: DOWN\n";
+    strcpy(HWINFO.product_model, "IPC-KQ3");
+    EXPECT_EQ(states("eth0", {up, down, link + "eth0 port Link State: RESET", link + "eth0 nothing known",
+                              link + "eth0 Link State:", link + "eth1 Link State: UP", ""}),
+              Ints({0, -1, -2, -1, -2, -2, -2}));
+    EXPECT_EQ(Ints({mii_diag("ppp0"), mii_diag("eth1")}), Ints({0, -1}));
+    EXPECT_EQ(states("eth2", {wireless + "1 70 0", wireless + "0 70 0", wireless + "none"}),
+              Ints({0, -1, -2}));
     EXPECT_TRUE(journal_follows({"out \"[libmarl] raw= none\\n\\n\"", "err \"sscanf\""}));
+    strcpy(HWINFO.product_model, "IPC-KM3");
+    HWINFO.video_interface = 5;
+    const std::string four_down = down + down + down + down;
+    EXPECT_EQ(states("eth0", {four_down + up, four_down + down + up}), Ints({0, -1}));
 }
 
 TEST(Addresses, AsText) {
     EXPECT_EQ(NetStrToAddr("1.2.3.4"), 0x04030201U);
     EXPECT_EQ(NetStrToAddr("1-2 260"), 0x00040201U) << "any separator, the low 8 bits, missing fields are 0";
-    const struct {
-        const char* text;
-        uint32_t base, value;
-        const char* end;
-    } numbers[] = {{"0x1Fg", 0, 31, "g"},
-                   {"0x", 0, 0, "x"},
-                   {"0778", 0, 63, "8"},
-                   {"0Xff", 16, 255, ""},
-                   {"4294967297", 10, 1, ""}};
-    for (const auto& c : numbers) {
+    const auto number = [](const char* text, uint32_t base) {  // and what follows it
         const char* end = nullptr;
-        EXPECT_EQ(NetStrToUL(c.text, &end, c.base), c.value);
-        EXPECT_STREQ(end, c.end);
-    }
+        const uint32_t value = NetStrToUL(text, &end, base);
+        return std::to_string(value) + " " + end;
+    };
+    EXPECT_EQ(Strings({number("0x1Fg", 0), number("0x", 0), number("0778", 0), number("0Xff", 16),
+                       number("4294967297", 10)}),
+              Strings({"31 g", "0 x", "63 8", "255 ", "1 "}));
     char text[16];
     NetIpToStr(0x04030201, text);
     EXPECT_STREQ(text, "1.2.3.4");
