@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <string>
 
 #include "helpers/board.h"
@@ -18,6 +19,7 @@ using namespace board;
 
 const std::string kMain = "/mnt/mtd/Config/network";
 const std::string kBackup = "/mnt/backup/Config/network";
+const std::string kResolver = "/mnt/mtd/Config/resolv.conf";
 constexpr int kIp = NET_ATTR_IP, kMask = NET_ATTR_NETMASK, kGateway = NET_ATTR_GATEWAY, kPrio = NET_ATTR_PRIO;
 
 std::string line(const std::string& text, const std::string& path = kMain) {
@@ -35,22 +37,21 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
     // The end of the piece that could be read is in the middle of the address.
     const std::string unread = line(std::string(240, '#')) + line("HOSTIP = 10.111.222.33") + ours +
                                "fault " + kMain + " read 2 EIO\nfault " + kMain + " read 4+ EIO\n";
-    const std::string valid = "cmos 40 aa 55\n", invalid = "cmos 40 34 12\n";
+    const std::string valid = "cmos 40 aa 55\n", invalid = "cmos 40 34 12\n",
+                      rtc = "fault /dev/misc/rtc read ";
     const Strings is_invalid = {"out \"[libmarl] var=0x1234\\n\""};
     const char* const no_lease = "err \"can not get IP by DHCP, use IP save in NETWORK\\n\"";
     const struct {
         const char* name;
         int type;
-        const char* value;
-        std::string board;
+        std::string value, board;
         Strings events = {};  // that the read leaves behind, in this order
         int result = 0;
     } cases[] = {
         {"eth0", kIp, "10.1.2.3", line("HOSTIP = 10.1.2.3") + ours},
         {"lo", kMask, "255.0.0.0", line("SUBMASK = 255.0.0.0")},
         {"eth0", kIp, "10.9.9.9", line("PRIO = 1") + ours},
-        {"eth0", kIp, "10.1.2.3",
-         line("# HOSTIP of old") + line("HOSTIP=1.1.1.1") + line("HOSTIP =10.1.2.3")},
+        {"eth0", kIp, "10.1.2.3", line("# HOSTIP old") + line("HOSTIP=1.1.1.1") + line("HOSTIP =10.1.2.3")},
         {"eth0", kIp, "HOSTIP", line("NOTE = HOSTIP")},
         {"eth0", kIp, "123456789012345", line("HOSTIP = 1234567890123456789")},
         {"eth2", kGateway, "10.2.0.1", line("GATEWAYIP = 10.2.0.1", kMain + "2")},
@@ -63,13 +64,8 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
         {"eth0", kIp, "10.11.12.13", valid + "cmos 44 0a 0b 0c 0d\n"},
         {"eth0", kMask, "255.255.255.0", valid},
         {"eth0", kIp, "192.168.1.108", invalid, is_invalid, -1},
-        {"eth0", kIp, "192.168.1.108", "fault /dev/misc/rtc read 1 EIO\n", {}, -1},
-        {"eth0",
-         kIp,
-         "192.168.1.108",
-         valid + "fault /dev/misc/rtc read 2 EIO\n",
-         {"err \"readComs\\n\""},
-         -1},
+        {"eth0", kIp, "192.168.1.108", rtc + "1 EIO\n", {}, -1},
+        {"eth0", kIp, "192.168.1.108", valid + rtc + "2 EIO\n", {"err \"readComs\\n\""}, -1},
         {"eth0", kPrio, "0", ""},
         {"eth2", kIp, "192.168.2.108", valid + "cmos 44 0a 0b 0c 0d\n"},
         {"eth2", kIp, "192.168.1.108", valid + "cmos 44 c0 a8 02 6c\n"},
@@ -77,16 +73,10 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
         {"ppp0", kMask, "255.255.0.0", ""},
         // For a file that cannot be read its backup stands in, but no default: the file may have the value.
         {"eth0", kIp, "10.9.9.9", unread},
-        {"ppp0",
-         kIp,
-         "",
-         line("HOSTIP = 1.1.1.1", kMain + "ppp0") + "fault " + kMain + "ppp0 read 1 EIO",
-         {},
-         -1},
+        {"ppp0", kIp, "", line("A", kMain + "ppp0") + "fault " + kMain + "ppp0 read 1 EIO", {}, -1},
         {"eth0", kMask, "", leased + ours + "fault " + kMain + " read 1 EIO\n", {}, -1},
         {"eth0", kIp, "", ours + "fault " + kBackup + " read 1 EIO\n", {}, -1},
         {"eth0", kIp, "10.1.2.3", leased + ours + "fault " + kMain + " open 1 EACCES\n"},
-        {"eth1", kIp, "", "", {}, -1},
         {"wlan0", kIp, "", "", {"err \"Not support device wlan0\\n\""}, -1},
         {"eth0", 4, "", "", {"err \"Type:4 error\\n\""}, -1},
     };
@@ -95,7 +85,7 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
         load("file /proc/net/dev eth0: 0\n" + c.board);
         char value[MARL_NET_VALUE_SIZE] = {};
         EXPECT_EQ(GetEthAttr(c.name, c.type, value, sizeof value), c.result);
-        EXPECT_STREQ(value, c.value);
+        EXPECT_EQ(value, c.value);
         EXPECT_TRUE(journal_follows(c.events));
         EXPECT_TRUE(c.events == initialised || count("/dev/misc/rtc write") == 0);
     }
@@ -158,22 +148,16 @@ TEST(Store, RewritesPieceByPieceAndRefusesWhatDoesNotFit) {
 TEST(Store, SurvivesAPowerCutAtEveryStep) {
     const auto both = [](const std::string& text) { return line(text) + line(text, kBackup); };
     const std::string board = "file /proc/net/dev eth0: 0\n" + both("HOSTIP = 10.0.0.1") +
-                              both("SUBMASK = 255.255.255.0") + both("GATEWAYIP = 10.0.0.254") +
-                              both("PRIO = 0");
+                              both("GATEWAYIP = 10.0.0.254") + both("PRIO = 0");
     const std::string dhcp =
         board + line("DHCPIP = 172.16.0.9") + line("USEDHCP = 1") + line("DHCPHAVEIP = 1");
     const std::string servers = "file /mnt/mtd/Config/resolv.conf nameserver ";
     const struct {
-        const char* name;
-        const char* type;
-        const char* value;  // that is saved
-        std::string old_value;
-        std::string new_value;
-        std::string board;
+        const char *name, *type, *value;  // that is saved
+        std::string old_value, new_value, board;
         int least_cuts;
     } cases[] = {
         {"eth0", "0", "10.0.0.222", "10.0.0.1", "10.0.0.222", board, 6},
-        {"eth0", "1", "255.0.0.0", "255.255.255.0", "255.0.0.0", board, 6},
         {"eth0", "2", "10.0.0.9", "10.0.0.254", "10.0.0.9", board, 6},
         {"eth0", "3", "1", "0", "1", board, 2},
         {"eth0", "0", "10.0.0.222", "172.16.0.9", "172.16.0.9", dhcp, 6},
@@ -192,27 +176,24 @@ TEST(Store, SurvivesAPowerCutAtEveryStep) {
                 scenario::run("tests/setting", c.board + "cut " + std::to_string(cuts + 1) + "\n",
                               {.arguments = {"save", c.name, c.type, c.value}, .root = directory.path()})
                     .status == 0;
-            const std::string read =
-                scenario::run(
-                    "tests/setting", c.board,
-                    {.arguments = {"read", c.name, c.type}, .root = directory.path(), .keep_output = true})
-                    .output;
+            scenario::Options read{.arguments = {"read", c.name, c.type}, .root = directory.path()};
+            read.keep_output = true;
+            const std::string output = scenario::run("tests/setting", c.board, read).output;
             const auto reads = [&](const std::string& value) {
-                return read.find("\nread 0 " + value + "\n") != std::string::npos;
+                return output.find("\nread 0 " + value + "\n") != std::string::npos;
             };
             EXPECT_TRUE(reads(c.new_value) || (!finished && reads(c.old_value)))
-                << c.name << c.type << " " << c.value << " cut " << cuts << read;
+                << c.name << c.type << " " << c.value << " cut " << cuts << output;
         }
         EXPECT_GE(cuts, c.least_cuts + 1) << "the cuts must reach the save";
     }
 }
 
 TEST(Store, ASaveThatFailsLeavesWhatWasThere) {
-    const std::string resolver = "/mnt/mtd/Config/resolv.conf";
     const auto save = [](const std::string& path, const char* value) {
         return path == kMain ? NetConfigWriteKey(path.c_str(), "HOSTIP", value) : NetSetDNS(value, nullptr);
     };
-    for (const std::string& path : {kMain, resolver}) {
+    for (const std::string& path : {kMain, kResolver}) {
         const std::string key = path == kMain ? "HOSTIP = " : "nameserver ";
         const std::string fault = "fault " + path + " ";
         for (const std::string& faults :
@@ -228,8 +209,7 @@ TEST(Store, ASaveThatFailsLeavesWhatWasThere) {
         EXPECT_EQ(read_file(path), key + "10.0.0.222\n");
         load(fault + "write 2 ENOSPC");
         EXPECT_EQ(save(path, "10.0.0.1"), -1);
-        EXPECT_FALSE(std::filesystem::exists(path_of(path)))
-            << "a new file that cannot be written goes again";
+        EXPECT_FALSE(std::filesystem::exists(path_of(path))) << "the file made for it goes again";
         const mode_t mask = umask(0);
         EXPECT_EQ(save(path, "10.0.0.1"), 0);
         umask(mask);
@@ -246,10 +226,9 @@ TEST(Store, ASaveThatFailsLeavesWhatWasThere) {
 
 TEST(Store, RefusesWhatWouldBreakTheFile) {
     const std::string content = "HOSTIP = 10.0.0.1\nUSEDHCP = 1\n", server = "nameserver 10.0.0.1\n";
-    const std::string resolver = "/mnt/mtd/Config/resolv.conf";
     load("");
     write_file(kMain, content);
-    write_file(resolver, server);
+    write_file(kResolver, server);
     for (const char* value :
          {"10.0.0.2\nUSEDHCP = 0", "10.0.0.2\n", "10.0.0.2\r", "\n", "", "10.0.0.2 3", "\t10.0.0.2"}) {
         EXPECT_EQ(Ints({SaveEthAttr("eth0", kIp, value), NetConfigWriteKey(kMain.c_str(), "HOSTIP", value)}),
@@ -260,10 +239,9 @@ TEST(Store, RefusesWhatWouldBreakTheFile) {
     }
     for (const char* key : {"", "HOST\nIP", "HOSTIP\r", " ", "=", "I ", " = "})
         EXPECT_EQ(NetConfigWriteKey(kMain.c_str(), key, "1"), -1) << key;
-    EXPECT_EQ(NetSetDNS(std::string(52, '1').c_str(), "10.0.0.9"), -1)
-        << "longer than what is read of a line";
-    EXPECT_EQ(read_file(kMain) + read_file(resolver), content + server);
-    EXPECT_EQ(counts({kMain, kBackup, "/dev/misc/rtc", resolver}), Ints(4, 0));
+    EXPECT_EQ(NetSetDNS(std::string(52, '1').c_str(), "10.0.0.9"), -1) << "more than is read of a line";
+    EXPECT_EQ(read_file(kMain) + read_file(kResolver), content + server);
+    EXPECT_EQ(counts({kMain, kBackup, "/dev/misc/rtc", kResolver}), Ints(4, 0));
     EXPECT_EQ(NetSetDNS(std::string(51, '1').c_str(), ""), 0);
 }
 
@@ -293,11 +271,14 @@ TEST(Interfaces, AsTheKernelListsThem) {
     NetDeviceEntry entries[MARL_NET_DEVICES_MAX];
     char names[32];
     int number = 0;
+    const auto names_in = [&](int size) {  // the result, the names and how many there are
+        const int result = NetGetEthName(names, size, &number);
+        return Strings({std::to_string(result), names, std::to_string(number)});
+    };
     load("");
     EXPECT_EQ(NetGetEthDevice(entries, 10), 1);
     EXPECT_STREQ(entries[0].name, "eth0");
-    EXPECT_EQ(NetGetEthName(names, sizeof names, &number), 0);
-    EXPECT_STREQ(names, "eth0");
+    EXPECT_EQ(names_in(32), Strings({"0", "eth0", "1"}));
     sim::run(
         "file /proc/net/dev Inter-|   Receive\nfile /proc/net/dev     lo:  1 1 0 0 0 0 0 0 1 1\n"
         "file /proc/net/dev   eth0:11 12 0 0 0 0 0 0 13 14 0\nfile /proc/net/dev   eth1: 0\n"
@@ -309,20 +290,15 @@ TEST(Interfaces, AsTheKernelListsThem) {
     EXPECT_EQ(Ints({NetGetEthDevice(entries, 1), NetGetEthDevice(entries, 0), NetGetEthDevice(entries, 11),
                     NetGetEthDevice(nullptr, 1)}),
               Ints({1, -1, -1, -1}));
-    EXPECT_EQ(NetGetEthName(names, sizeof names, &number), 0);
-    EXPECT_STREQ(names, "eth0::eth2::ppp0::");
-    EXPECT_EQ(number, 3);
-    EXPECT_EQ(NetGetEthName(names, 13, &number), 0);
-    EXPECT_STREQ(names, "eth0::eth2::") << "as many as fit whole";
-    EXPECT_EQ(NetGetEthName(names, 9, &number), -1);
+    EXPECT_EQ(names_in(32), Strings({"0", "eth0::eth2::ppp0::", "3"}));
+    EXPECT_EQ(names_in(13), Strings({"0", "eth0::eth2::", "2"})) << "as many as fit whole";
+    EXPECT_EQ(names_in(9)[0], "-1");
     NetDeviceStats stats{};
     EXPECT_EQ(NetGetDeviceState("eth2", &stats), 2);
     EXPECT_EQ(stats.rx_bytes, UINT64_MAX);
     EXPECT_EQ(stats.rx_packets * 10000 + stats.tx_bytes * 100 + stats.tx_packets, 222324U);
-    EXPECT_EQ(NetGetDeviceState("eth0", &stats), 0);
-    EXPECT_EQ(stats.rx_bytes, 11U);
-    EXPECT_EQ(NetGetDeviceState("ppp0", &stats), -1) << "columns are missing";
-    EXPECT_EQ(NetGetDeviceState("eth1", &stats), -1);
+    EXPECT_EQ(Ints({NetGetDeviceState("eth0", &stats), NetGetDeviceState("ppp0", &stats)}), Ints({0, -1}));
+    EXPECT_EQ(stats.rx_bytes, 11U) << "but of ppp0 columns are missing";
     sim::run("file /mnt/mtd/Config/network PRIO = 1");
     EXPECT_EQ(NetGetDefaultEth(names), 0);
     EXPECT_STREQ(names, "eth1");
@@ -332,72 +308,52 @@ TEST(Interfaces, AsTheKernelListsThem) {
               Ints({0, 0, -1}));
     EXPECT_STREQ(names, "eth0");
     load(
-        "file /proc/net/dev eth0: 0\nfault /proc/net/dev read 2+ EIO\nfile /proc/net/emac_link eth0 Link "
-        "State: UP\n"
-        "fault /proc/net/emac_link read 2 EIO");
-    EXPECT_EQ(Ints({NetGetEthDevice(entries, 10), NetGetEthName(names, sizeof names, &number),
-                    mii_diag("eth0"), number}),
-              Ints({-1, -1, -2, 0}))
-        << "a part of a list is no list";
-    EXPECT_STREQ(names, "");
-    EXPECT_TRUE(journal_follows({"err \"open /proc/net/dev failed\\n\"",
-                                 "out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|NetGetEthName|",
-                                 "err \"open /proc/net/emac_link failed\\n\""}));
+        "file /proc/net/dev eth0: 0\nfault /proc/net/dev read 2+ EIO\n"
+        "file /proc/net/emac_link eth0 Link State: UP\nfault /proc/net/emac_link read 2 EIO");
+    EXPECT_EQ(Ints({NetGetEthDevice(entries, 10), mii_diag("eth0")}), Ints({-1, -2}));
+    EXPECT_EQ(names_in(32), Strings({"-1", "", "0"})) << "a part of a list is no list";
+    EXPECT_TRUE(
+        journal_follows({"err \"open /proc/net/dev failed\\n\"", "err \"open /proc/net/emac_link failed\\n\"",
+                         "out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|NetGetEthName|"}));
 }
 
 TEST(Interfaces, LinkState) {
-    const std::string port = "file /proc/net/emac_link eth0 port Link State: ";
-    const std::string up = port + "UP\n", down = port + "DOWN\n", four_down = down + down + down + down;
-    const struct {
-        std::string report;
-        int state;
-        const char* device = "eth0";
-        bool five_ports = false;
-    } cases[] = {
-        {up, 0},
-        {down, -1},
-        {port + "RESET\n", -2},
-        {"file /proc/net/emac_link eth0 nothing known", -1},
-        {"file /proc/net/emac_link eth0 Link State:", -2},
-        {"file /proc/net/emac_link eth1 Link State: UP", -2},
-        {"", -2},
-        {four_down + up, 0, "eth0", true},
-        {four_down + down + up, -1, "eth0", true},
-        {"", 0, "ppp0"},
-        {"", -1, "eth1"},
-        {"file /proc/net/wireless eth2: 1 70 0", 0, "eth2"},
-        {"file /proc/net/wireless eth2: 0 70 0", -1, "eth2"},
-        {"file /proc/net/wireless eth2: none", -2, "eth2"},
+    const auto states = [](const char* device, const Strings& reports) {
+        Ints results;
+        for (const std::string& report : reports) {
+            load(report);
+            results.push_back(mii_diag(device));
+        }
+        return results;
     };
-    for (const auto& c : cases) {
-        snprintf(HWINFO.product_model, sizeof HWINFO.product_model, c.five_ports ? "IPC-KM3" : "IPC-KQ3");
-        HWINFO.video_interface = c.five_ports ? 5 : 0;
-        load(c.report);
-        EXPECT_EQ(mii_diag(c.device), c.state) << c.device << " with " << c.report;
-    }
+    const std::string link = "file /proc/net/emac_link ", wireless = "file /proc/net/wireless eth2: ";
+    const std::string up = link + "eth0 port Link State: UP\n", down = link + "eth0 port Link State: DOWN\n";
+    strcpy(HWINFO.product_model, "IPC-KQ3");
+    EXPECT_EQ(states("eth0", {up, down, link + "eth0 port Link State: RESET", link + "eth0 nothing known",
+                              link + "eth0 Link State:", link + "eth1 Link State: UP", ""}),
+              Ints({0, -1, -2, -1, -2, -2, -2}));
+    EXPECT_EQ(Ints({mii_diag("ppp0"), mii_diag("eth1")}), Ints({0, -1}));
+    EXPECT_EQ(states("eth2", {wireless + "1 70 0", wireless + "0 70 0", wireless + "none"}),
+              Ints({0, -1, -2}));
     EXPECT_TRUE(journal_follows({"out \"[libmarl] raw= none\\n\\n\"", "err \"sscanf\""}));
+    strcpy(HWINFO.product_model, "IPC-KM3");
+    HWINFO.video_interface = 5;
+    const std::string four_down = down + down + down + down;
+    EXPECT_EQ(states("eth0", {four_down + up, four_down + down + up}), Ints({0, -1}));
 }
 
 TEST(Addresses, AsText) {
     EXPECT_EQ(NetStrToAddr("1.2.3.4"), 0x04030201U);
     EXPECT_EQ(NetStrToAddr("1-2 260"), 0x00040201U) << "any separator, the low 8 bits, missing fields are 0";
-    EXPECT_EQ(NetStrToAddr(nullptr), 0U);
-    const struct {
-        const char* text;
-        uint32_t base, value;
-        const char* end;
-    } numbers[] = {{"0x1Fg", 0, 31, "g"},
-                   {"0x", 0, 0, "x"},
-                   {"0778", 0, 63, "8"},
-                   {"0Xff", 16, 255, ""},
-                   {"4294967297", 10, 1, ""}};
-    for (const auto& c : numbers) {
+    const auto number = [](const char* text, uint32_t base) {  // and what follows it
         const char* end = nullptr;
-        EXPECT_EQ(NetStrToUL(c.text, &end, c.base), c.value);
-        EXPECT_STREQ(end, c.end);
-    }
+        const uint32_t value = NetStrToUL(text, &end, base);
+        return std::to_string(value) + " " + end;
+    };
+    EXPECT_EQ(Strings({number("0x1Fg", 0), number("0x", 0), number("0778", 0), number("0Xff", 16),
+                       number("4294967297", 10)}),
+              Strings({"31 g", "0 x", "63 8", "255 ", "1 "}));
     char text[16];
-    NetIpToStr(1, nullptr);
     NetIpToStr(0x04030201, text);
     EXPECT_STREQ(text, "1.2.3.4");
     EXPECT_EQ(
@@ -407,29 +363,25 @@ TEST(Addresses, AsText) {
 }
 
 TEST(Identity, ResolverHostNameAndMac) {
-    const std::string resolver = "/mnt/mtd/Config/resolv.conf";
-    char first[32] = "kept";
-    char second[16] = "kept";
+    char first[32] = "kept", second[16] = "kept";
     load("env a=1");
     EXPECT_EQ(Ints({NetGetDNS(first, 16, second, 15), NetGetDNS(first, 16, second, 16)}), Ints({-1, 0}));
-    EXPECT_STREQ(first, second) << "the default server for both";
+    EXPECT_EQ(Strings({first, second}), Strings(2, "8.8.8.8"));
     EXPECT_EQ(NetSetDNS("10.0.0.1", nullptr), 0);
-    EXPECT_EQ(read_file(resolver), "nameserver 10.0.0.1\n");
+    EXPECT_EQ(read_file(kResolver), "nameserver 10.0.0.1\n");
     snprintf(second, sizeof second, "kept");
     EXPECT_EQ(NetGetDNS(first, 16, second, 16), 0);
     EXPECT_EQ(Strings({first, second}), Strings({"10.0.0.1", "kept"}));
     EXPECT_EQ(NetSetDNS(nullptr, nullptr), 0);
-    EXPECT_EQ(read_file(resolver), "");
+    EXPECT_EQ(read_file(kResolver), "");
     for (const char* fault : {"open 1 EACCES", "read 1 EIO", "read 2 EIO"}) {
-        load(line("nameserver 10.0.0.2", resolver) + "fault " + resolver + " " + fault + "\nenv a=1");
+        load(line("nameserver 10.0.0.2", kResolver) + "fault " + kResolver + " " + fault + "\nenv a=1");
         EXPECT_EQ(NetGetDNS(first, 16, second, 16), -1) << fault;
         EXPECT_TRUE(journal_follows({"err \"fopen resolv.conf: "}));
     }
     EXPECT_EQ(Strings({first, second}), Strings({"10.0.0.1", "kept"}));
-    sim::clear_journal();
-    for (const char* name :
-         {"a;reboot", "$(reboot)", "a b", "", "-F", "a\nb", "`x`", static_cast<const char*>(nullptr)})
-        EXPECT_EQ(NetSetHostName(name), -1) << (name != nullptr ? name : "no name");
+    for (const char* name : {"a;reboot", "$(reboot)", "a b", "", "-F", "a\nb", "`x`"})
+        EXPECT_EQ(NetSetHostName(name), -1) << name;
     EXPECT_EQ(count("command"), 0U) << "no shell is started";
     EXPECT_EQ(
         Ints({NetSetHostName("cam-1.example"), NetSetHostName(std::string(100, 'n').c_str()),
