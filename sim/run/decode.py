@@ -82,6 +82,9 @@ def _script(what):
     if words[:1] == ["level"] and len(words) == 3 and words[1].isdigit():
         decoded.number, decoded.value = int(words[1]), int(words[2], 0)
         decoded.text = f"{line_name(decoded.number)} is {_level(decoded.number, decoded.value)}"
+    elif words[:2] == ["word", UPGRADE_FLAG] and len(words) == 3:
+        decoded.value = int(words[2], 0)
+        decoded.text = f"upgrade flag := {decoded.value}"
     return decoded
 
 

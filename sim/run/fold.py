@@ -4,7 +4,8 @@ from decode import decode
 from names import ENDS, HEARTBEATS
 
 MOST_STATES = 12  # of one slot in one boot; what changes more often than that is taken as one run
-SILENT_PERIODS = 2.5  # after so many a heartbeat has ended
+SILENT_PERIODS, SILENT_SECONDS = 2.5, 2.0  # after so many, both, what had a period has ended
+LOOK_EVERY = 0.9
 MOST_STILLS = 6
 VERBS = {"read": "polled", "ioctl": "polled", "beat": "beat", "write": "written", "fault": "injected", "open": "tried",
          "command": "run"}
@@ -62,7 +63,7 @@ class Folder:
         self._start()
 
     def _start(self):
-        self.runs, self.states, self.words, self.beats, self.looked_at = {}, {}, {}, {}, 0.0
+        self.runs, self.states, self.words, self.looked_at = {}, {}, {}, 0.0
 
     def feed(self, event):
         """Takes one event."""
@@ -87,9 +88,7 @@ class Folder:
             self.states[slot] = self.states.get(slot, 0) + 1
             run = self.runs[slot] = Run(event, decoded, text, state)
             self.began(run)
-        if decoded.kind == "beat":
-            self.beats[slot] = run
-        elif event.total > self.looked_at + 0.5:
+        if event.total > self.looked_at + LOOK_EVERY:
             self._look_for_silence(event.total)
 
     def finish(self):
@@ -113,7 +112,8 @@ class Folder:
 
     def _look_for_silence(self, now):
         self.looked_at = now
-        for slot, run in list(self.beats.items()):
-            if run.count > 1 and now > run.last + SILENT_PERIODS * run.longest:
-                del self.beats[slot], self.runs[slot]
+        for slot, run in list(self.runs.items()):
+            is_silent = run.count > 2 and now > run.last + max(SILENT_SECONDS, SILENT_PERIODS * run.longest)
+            if is_silent and self.states[slot] <= MOST_STATES:
+                del self.runs[slot]
                 self.ended(run, now)

@@ -112,7 +112,9 @@ class ReportWriter:
         seen = set()
         for run in self.runs:
             who = run.event.who
-            if who in ("board", "beat"):
+            if run.decoded.kind in ("fault", "script"):
+                who = run.decoded.kind
+            elif who in ("board", "beat"):
                 continue
             lane = lanes.setdefault(who, Lane(who))
             self._add_run(lane, run, seen)

@@ -36,7 +36,7 @@ class Signals:
         elif event.who == EXPANDER_IN:
             for bit in range(8):
                 self._set(f"expander_in{bit}", 1, at, decoded.value >> bit & 1)
-        elif event.who == UPGRADE_FLAG:
+        elif event.who == UPGRADE_FLAG or (decoded.kind == "script" and decoded.op == "word"):
             self._set(FLAG, 1, at, int(decoded.value != 0))
 
     def _board(self, event, decoded):

@@ -15,10 +15,16 @@ REAL_PAUSE = 0.25  # between two states of the status line
 def terminal_width(stream):
     """Columns to write in."""
     try:
-        return os.get_terminal_size(stream.fileno()).columns
+        width = os.get_terminal_size(stream.fileno()).columns
+        if width > 0:
+            return width
     except (OSError, ValueError):
+        pass
+    if not stream.isatty():
         columns = os.environ.get("COLUMNS", "")
-        return int(columns) if columns.isdigit() and int(columns) > 0 else PIPE_WIDTH
+        if columns.isdigit() and int(columns) > 0:
+            return int(columns)
+    return PIPE_WIDTH
 
 
 def wants_colour(stream):
@@ -35,7 +41,7 @@ class Chosen:
     def __contains__(self, event):
         if not self.names:
             return True
-        who = event.who
+        who = "fault" if event.who == "board" and event.what.startswith("fault ") else event.who
         short = "console" if who in STREAMS else who.rpartition("/")[2]
         return who in self.names or short in self.names or (who == "beat" and event.what.split(" ")[0] in self.names)
 
@@ -109,7 +115,8 @@ class StoryView:
             name = run.text.removesuffix(" beats")
             text = f"{name} {'is silent: ' if until else ''}{run.summary()}{until}"
         else:
-            text = f"{run.summary()}{until}: {plain(run.text).strip()}".replace("\n", " | ")
+            subject = plain(run.text).strip().removeprefix("injected: ").replace("\n", " | ")
+            text = f"{run.summary()}{until}: {subject}"
         self.paper.line(run.event, shown_at, text, "fold")
 
 
@@ -133,8 +140,8 @@ class Paper:
     def line(self, event, seconds, text, colour):
         """One event, or one more of the same moment and origin."""
         who = {"out": "console", "err": "console!", "beat": "heartbeat"}.get(event.who, event.who)
-        if event.who == "board" and colour in ("fault", "script"):
-            who = colour
+        if event.who == "board" and event.what.startswith("fault "):
+            who = "fault"
         entry = (event.boot, seconds, who, text, colour)
         held = self.pending
         joined = self._joined(held, entry) if held is not None else None
