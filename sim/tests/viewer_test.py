@@ -13,7 +13,7 @@ import sys
 import tempfile
 import unittest
 
-TOP = pathlib.Path(__file__).resolve().parent.parent
+TOP = pathlib.Path(__file__).resolve().parents[2]
 BUILD = os.path.abspath(sys.argv.pop(1))
 CAMERA = (TOP / "sim/boards/camera.board").read_text()
 QUIET_CAMERA = "".join(line + "\n" for line in CAMERA.split("\n") if not line.startswith(("expect", "never")))
