@@ -9,6 +9,8 @@ USAGE = """usage: scripts/run [OPTION...] [-- ARGUMENT...]              boots se
   --fast             board time does not wait for real time (300 seconds of it, unless --for says otherwise)
   --for SECONDS      stop after so much board time (also 90s, 5m, 12h, 30d); without it a run lasts until Ctrl-C
   --preset NAME      the build to run: release (default), debug, asan, tsan, clang, or armel under an emulator
+  --control SOCKET   where other programs may tell the board script lines while it runs, in real time; what is typed
+                     is told to it, too: "level 23 0" presses the button, "help" lists the words
   --list             the boards there are
   --help             this
 
@@ -43,13 +45,13 @@ class Options:
         self.is_fast = self.is_raw = self.is_quiet = False
         self.wants_list = self.wants_help = False
         self.only = []
-        self.json = self.vcd = self.pcap = self.report = None
+        self.json = self.vcd = self.pcap = self.report = self.control = None
         self.program, self.arguments = None, []
 
 
 FLAGS = {"--fast": "is_fast", "--raw": "is_raw", "--quiet": "is_quiet", "--list": "wants_list", "--help": "wants_help",
          "-h": "wants_help"}
-VALUES = ("board", "preset", "for", "only", "vcd", "pcap", "report")
+VALUES = ("board", "preset", "for", "only", "vcd", "pcap", "report", "control")
 
 
 def seconds(text):

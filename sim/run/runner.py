@@ -192,6 +192,10 @@ class Runner:
             signal.signal(number, self.stop)
         started, at_once = time.monotonic(), 0
         with BoardDirectory() as root:
+            self.control = os.path.abspath(self.options.control or os.path.join(root, ".control"))
+            if not self.options.is_fast:
+                import live
+                live.listen(self.control)
             while True:
                 began = time.monotonic()
                 code = self._boot_once(root)
@@ -213,6 +217,8 @@ class Runner:
     def _variables(self, root):
         variables = {"MARL_SIM_BOARD": self.script, "MARL_SIM_ROOT": root, "MARL_SIM_JOURNAL": "/proc/self/fd/3",
                      "MARL_SIM_TIME": "virtual" if self.options.is_fast else "real"}
+        if not self.options.is_fast:
+            variables["MARL_SIM_CONTROL"] = self.control
         if self.options.seconds is not None:
             variables["MARL_SIM_FOR"] = f"{self.options.seconds - self.total:.3f}"
         return {**variables, **PRESET_VARIABLES.get(os.path.basename(self.options.preset), {})}

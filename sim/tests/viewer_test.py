@@ -20,14 +20,14 @@ QUIET_CAMERA = "".join(line + "\n" for line in CAMERA.split("\n") if not line.st
 scratch = pathlib.Path(tempfile.mkdtemp())
 
 
-def run(*options, board=None, columns=None):
+def run(*options, board=None, columns=None, typed=None):
     """The lines that the runner shows, and its exit status."""
     if board is not None:
         (scratch / "own.board").write_text(board)
         options = ("--board", scratch / "own.board", *options)
     environment = {**os.environ, **({"COLUMNS": columns} if columns else {})}
     done = subprocess.run([sys.executable, TOP / "sim/run", "--preset", BUILD, *options], capture_output=True, text=True,
-                          env=environment)
+                          env=environment, **({"input": typed} if typed else {"stdin": subprocess.DEVNULL}))
     return done.stdout.splitlines(), done.returncode
 
 
@@ -111,6 +111,11 @@ class Viewer(unittest.TestCase):
         self.assertEqual(status, 0)
         self.has(lines, "injected: read number 7 of /dev/misc/gpio", "reads line 23 (reset button) -> EIO", "faults       1",
                  "never fired  /dev/misc/rtc write 1 EIO", "line 30 (reset button) is 0")
+
+    def test_what_is_typed_acts_on_the_board(self):
+        lines, status = run("--for", "1.5", board=QUIET_CAMERA, typed="nonsense\nlevel 23 0\n")
+        self.assertEqual(status, 0)
+        self.has(lines, "told: level 23 0", "line 23 (reset button) is 0, held down")
 
     def test_the_status_tells_how_it_went(self):
         for wanted, board, options in ((2, "nonsense\n", ()), (2, None, ("--frob",)), (2, None, ("--board", "no")),
