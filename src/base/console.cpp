@@ -25,12 +25,11 @@ int reopen_stream(int stream) {
     return open(link, O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
 
-// Each descriptor is the lowest that is free.
+// A new descriptor is the lowest that is free, so each of these takes the place that was found closed.
 void fill_closed_streams() {
-    int fd = -1;
-    do fd = open("/dev/null", O_RDWR);
-    while (fd >= 0 && fd < STDERR_FILENO);
-    if (fd > STDERR_FILENO) close(fd);
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
+        if (fcntl(stream, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) return;
+    }
 }
 
 Console::Console(int stream) : fd_(stream) {
