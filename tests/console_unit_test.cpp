@@ -69,13 +69,13 @@ TEST(Console, ThatIsSlowGetsEveryLine) {
     }
 }
 
-// Ends with 0 when all of it took less than a second.
+// Ends with 0 when none of it waited, but for the first message of each stream.
 void say_much() {
     const auto start = Clock::now();
     for (int i = 0; i < 1000; ++i) diag::line("nobody reads this");
     for (int i = 0; i < 1000; ++i) diag::err("nor this\n");
     my_system_call("true");
-    _exit(Clock::now() - start < std::chrono::seconds(1) ? 0 : 1);
+    _exit(Clock::now() - start < std::chrono::seconds(3) ? 0 : 1);
 }
 
 void have_children_say_much() {
@@ -105,7 +105,7 @@ TEST(Console, ThatIsReadAgainGetsWholeLinesAgain) {
     console.fill();
     const pid_t writer = start(console.writer(), [] {
         diag::line("lost");
-        for (int i = 0; i < 40; ++i, poll(nullptr, 0, 10)) diag::line("tried");
+        while (diag::line("tried") < 6) poll(nullptr, 0, 10);
         diag::line("the last one");
     });
     poll(nullptr, 0, 200);
