@@ -1,4 +1,5 @@
-// The board's own: GPIO object and expander, the modem's power switch behind them, and what is counted and summed up.
+// The board's own: GPIO object and expander, the modem's power switch behind them, and what is counted
+// and summed up.
 #include "helpers/board.h"
 
 #include <libmarl.h>

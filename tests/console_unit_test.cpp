@@ -1,5 +1,5 @@
-// Messages on consoles that are slow, stuck, closed, gone or full. Each body runs in a child process whose standard
-// output and error are the console, in real time: the board's clock does not wait for a console.
+// Messages on consoles that are slow, stuck, closed, gone or full. Each body runs in a child process whose
+// standard output and error are the console, in real time: the board's clock does not wait for a console.
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/resource.h>

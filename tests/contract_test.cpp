@@ -1,5 +1,6 @@
-// Every call of the public headers takes null pointers, each and all, and numbers at their ends without a crash. The
-// list of calls is made from the headers when this is built; each combination runs in a process of its own.
+// Every call of the public headers takes null pointers, each and all, and numbers at their ends without a
+// crash. The list of calls is made from the headers when this is built; each combination runs in a process
+// of its own.
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,8 +28,8 @@ T argument(unsigned given, long long number, size_t place) {
     }
 }
 
-// How a call with these arguments ends the process that makes it: the signal, 0 when it returns. One that waits for
-// what never comes, or ends its process, has done nothing wrong.
+// How a call with these arguments ends the process that makes it: the signal, 0 when it returns. One that
+// waits for what never comes, or ends its process, has done nothing wrong.
 int signal_of(const std::function<void()>& call) {
     const pid_t child = fork();
     if (child == 0) {

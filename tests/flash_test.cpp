@@ -1,5 +1,5 @@
-// Raw flash, FPGA flash and co-processor upgrade: what is written where, what is refused and told, and what is
-// left after every fault and power cut.
+// Raw flash, FPGA flash and co-processor upgrade: what is written where, what is refused and told, and what
+// is left after every fault and power cut.
 #include <libmarl.h>
 
 #include <cstdlib>

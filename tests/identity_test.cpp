@@ -1,4 +1,5 @@
-// Identification: as a program that links the shipped library finds it, with sources that fail, and asked for again.
+// Identification: as a program that links the shipped library finds it, with sources that fail, and
+// asked for again.
 #include <libmarl.h>
 
 #include <cstring>

@@ -63,7 +63,8 @@ int find_in(std::string_view list) {
     return find_3g_usb_device(&g_module);
 }
 
-// The product IDs of the modems found with devices on these ports, a digit each; empty where none is the modem.
+// The product IDs of the modems found with devices on these ports, a digit each; empty where none
+// is the modem.
 Strings found(const char* model, const Strings& lists) {
     set_model(model);
     Strings product_ids;

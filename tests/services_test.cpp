@@ -46,7 +46,8 @@ const std::string kFlagUnopened = "err \"open /tmp/upgrade_ing failed\\n\"";
 constexpr int (*const kFlagOperations[])() = {init_upgrade_map, set_upgrade_map, clear_upgrade_map,
                                               check_upgrade_map};
 
-// What other processes do to the file, what this one does then, the bytes that are there afterwards, and the flag.
+// What other processes do to the file, what this one does then, the bytes that are there afterwards,
+// and the flag.
 TEST(UpgradeFlag, IsThatOfTheFileWithTheName) {
     const std::string word = "word " + kFlag + " ";
     const std::string gone = "delete " + kFlag + "\n", shorter = "truncate " + kFlag;

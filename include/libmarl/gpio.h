@@ -50,15 +50,16 @@ MARL_API extern GPIO* pg_gpio;
 MARL_API int createGPIO(GPIO** out);
 
 /*
- * One reference more or less. The last release closes the device and ends the object. 0, or -1. Pointers to it
- * stay valid: until the next createGPIO(), which gives the same pointer, operations find no private record.
+ * One reference more or less. The last release closes the device and ends the object. 0, or -1.
+ * Pointers to it stay valid: until the next createGPIO(), which gives the same pointer, operations find
+ * no private record.
  */
 MARL_API int gpio_addref(GPIO* thiz);
 MARL_API int gpio_release(GPIO* thiz);
 
 /*
- * Opens the device of a closed object, or prints a warning on standard output when it is open already. 0, or -1
- * when it cannot be opened ("open %s " on standard error).
+ * Opens the device of a closed object, or prints a warning on standard output when it is open already. 0, or
+ * -1 when it cannot be opened ("open %s " on standard error).
  */
 MARL_API int gpio_open(GPIO* thiz);
 
@@ -84,8 +85,9 @@ MARL_API int gpio_set_bit(uint32_t line, uint32_t level);
 
 /*
  * Reads expander input `num` (0..7) into `*out` and returns it, 0 or 1; -1, with `*out` left alone, when the
- * read fails or gives no byte. A number above 7 reads as 0 after "invalid parameter: num=%d(rang is 0-7)\n" on standard error.
- * A device that cannot be opened is reported as "open %s failed\n" on standard output, here and below.
+ * read fails or gives no byte. A number above 7 reads as 0 after "invalid parameter: num=%d(rang is 0-7)\n"
+ * on standard error. A device that cannot be opened is reported as "open %s failed\n" on standard output,
+ * here and below.
  */
 MARL_API int gio_expander_read(uint32_t num, uint8_t* out);
 

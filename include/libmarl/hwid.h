@@ -60,10 +60,10 @@ MARL_API void hwid_transform(void);
 
 /*
  * Identifies the board again if a source could not be read the last time; one that is not there is not asked
- * again. The load-time initialiser calls it once, the daemon until it succeeds. What an earlier source said stays
- * until all that rank before it have answered. 0 when the identity is settled, at no cost then; -1 when a source
- * still cannot be read, with its messages. Safe from any thread: a reader beside it finds each value as it was
- * or as it is, and a model name never half changed.
+ * again. The load-time initialiser calls it once, the daemon until it succeeds. What an earlier source said
+ * stays until all that rank before it have answered. 0 when the identity is settled, at no cost then; -1 when
+ * a source still cannot be read, with its messages. Safe from any thread: a reader beside it finds each value
+ * as it was or as it is, and a model name never half changed.
  */
 MARL_API int hwid_retry(void);
 

@@ -8,10 +8,11 @@ MARL_BEGIN_DECLS
 
 /*
  * The load-time initialiser; it runs by itself, once, before main() and before any thread, and nothing needs
- * to call it. In a program that links the library statically it also runs before the program's constructors, but
- * for those of priority 101 and below. Reads the keyboard boot parameter, prints the library banner, identifies
- * the board (libmarl/hwid.h), a second time when a source could not be read, and creates the GPIO object `pg_gpio`. When that fails it reports the failed condition on
- * standard error and ends the process with status 1, without running exit handlers.
+ * to call it. In a program that links the library statically it also runs before the program's constructors,
+ * but for those of priority 101 and below. Reads the keyboard boot parameter, prints the library banner,
+ * identifies the board (libmarl/hwid.h), a second time when a source could not be read, and creates the GPIO
+ * object `pg_gpio`. When that fails it reports the failed condition on standard error and ends the process
+ * with status 1, without running exit handlers.
  */
 MARL_API void libmarl_init(void);
 

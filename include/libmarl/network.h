@@ -55,9 +55,10 @@ MARL_API int NetConfigFileName(int index, char* buf, int len);
  *    CMOS copy.
  *
  * 0, or negative for a name without index, a short buffer or a type that does not exist. -1 with `out` left
- * alone, after "open failed for %s" with the key, when neither file gives the value and one of them is there but
- * cannot be read: it may have the value, so the default does not stand in for it. -1 with the default in `out`
- * when the CMOS copy is needed and cannot be read or, for eth0, has a magic that is neither valid nor 0.
+ * alone, after "open failed for %s" with the key, when neither file gives the value and one of them is
+ * there but cannot be read: it may have the value, so the default does not stand in for it. -1 with the
+ * default in `out` when the CMOS copy is needed and cannot be read or, for eth0, has a magic that is
+ * neither valid nor 0.
  */
 MARL_API int GetEthAttr(const char* name, int type, char* out, int outLen);
 

@@ -20,12 +20,12 @@ MARL_BEGIN_DECLS
 /*
  * Runs a command with /bin/sh -c and waits for it: its wait status (waitpid(2)), or -1 for a null command or
  * when the child cannot be made (an ERROR line) or waited for. A shell that cannot be started gives exit
- * status 127. The child announces itself with "[libmarl] inclild ppid=%d pid=%d \n" on standard output, if that
- * takes it at once; the command itself has the caller's streams and may wait for them.
+ * status 127. The child announces itself with "[libmarl] inclild ppid=%d pid=%d \n" on standard output, if
+ * that takes it at once; the command itself has the caller's streams and may wait for them.
  *
- * Safe from any thread. Handlers of the caller never run in the child, which starts with the caller's signal mask.
- * Where SIGCHLD is ignored it is not for as long as a command runs: other children that end then stay to be
- * waited for.
+ * Safe from any thread. Handlers of the caller never run in the child, which starts with the caller's signal
+ * mask. Where SIGCHLD is ignored it is not for as long as a command runs: other children that end then stay
+ * to be waited for.
  */
 MARL_API int my_system_call(const char* command);
 

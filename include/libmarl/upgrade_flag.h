@@ -24,9 +24,9 @@ MARL_BEGIN_DECLS
 
 /*
  * 1 while an upgrade runs; 0 when none does, which a file that is absent also means (bytes that it lacks are
- * 0), and any other value, after the WARN line "upgrade flag is unknown\n"; -1 when the file exists but cannot
- * be opened, mapped or read. Treat every result but 0 as a running upgrade. A file that this process looked at
- * before and that has only been deleted since is asked on: the upgrade that it tells of still runs.
+ * 0), and any other value, after the WARN line "upgrade flag is unknown\n"; -1 when the file exists but
+ * cannot be opened, mapped or read. Treat every result but 0 as a running upgrade. A file that this process
+ * looked at before and that has only been deleted since is asked on: the upgrade that it tells of still runs.
  */
 MARL_API int check_upgrade_map(void);
 

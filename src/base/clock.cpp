@@ -8,9 +8,9 @@ namespace {
 
 constexpr int kMostFutileSleeps = 100;
 
-// Only a signal makes this select fail, so errno is not asked, which a clone task would share with the main thread.
-// Linux leaves the time not slept in `left`. A kernel that ends every sleep and leaves that time as it was is not
-// waited for.
+// Only a signal makes this select fail, so errno is not asked, which a clone task would share with the main
+// thread. Linux leaves the time not slept in `left`. A kernel that ends every sleep and leaves that time as
+// it was is not waited for.
 void sleep_for(timeval left) {
     for (int futile = 0; futile < kMostFutileSleeps;) {
         const timeval before = left;

@@ -68,8 +68,8 @@ WriteSignalsHeld::WriteSignalsHeld() {
 
 WriteSignalsHeld::~WriteSignalsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
-// A signal of this kind goes to the thread that wrote, so none of somebody else's is taken, unless one was pending for
-// the process already.
+// A signal of this kind goes to the thread that wrote, so none of somebody else's is taken, unless one was
+// pending for the process already.
 void WriteSignalsHeld::discard_raised() const {
     const timespec at_once{};
     if (errno == EPIPE || errno == EFBIG) sigtimedwait(&held_, nullptr, &at_once);

@@ -1,10 +1,12 @@
-// Standard output and standard error as places that can be slow, stuck, closed or full without stopping anybody.
+// Standard output and standard error as places that can be slow, stuck, closed or full
+// without stopping anybody.
 //
-// A terminal that nobody reads blocks its writer for ever, and poll(2) does not tell in time: in its usual mode it is
-// ready with room for one character and then blocks on a newline, which takes two; and on a healthy serial line it is
-// ready only while few characters wait. So terminals and pipes are written through a description of their own,
-// non-blocking, opened anew through the process's descriptor link. The stream itself is shared with whoever started the
-// process and stays as it is. Regular files keep their description, or a redirected one would lose its place.
+// A terminal that nobody reads blocks its writer for ever, and poll(2) does not tell in time: in its usual
+// mode it is ready with room for one character and then blocks on a newline, which takes two; and on a
+// healthy serial line it is ready only while few characters wait. So terminals and pipes are written through
+// a description of their own, non-blocking, opened anew through the process's descriptor link. The stream
+// itself is shared with whoever started the process and stays as it is. Regular files keep their description,
+// or a redirected one would lose its place.
 //
 // Safe from any thread, from a clone task, and in a child of vfork() once constructed.
 #pragma once
@@ -16,12 +18,12 @@
 
 namespace marl {
 
-// Opens a standard stream (STDOUT_FILENO, STDERR_FILENO) once more, non-blocking and close-on-exec. The new descriptor,
-// or -1 with errno set.
+// Opens a standard stream (STDOUT_FILENO, STDERR_FILENO) once more, non-blocking and close-on-exec. The new
+// descriptor, or -1 with errno set.
 int reopen_stream(int stream);
 
-// Puts /dev/null in the place of every standard stream that is closed, so that neither a device nor what a shell command
-// opens takes its number.
+// Puts /dev/null in the place of every standard stream that is closed, so that neither a device nor what a
+// shell command opens takes its number.
 void fill_closed_streams();
 
 // One of the two streams, for the length of a message.
@@ -32,8 +34,8 @@ class Console {
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    // Writes once and never waits: the bytes that were taken, or -1 with errno set, EAGAIN when there was no room. The
-    // caller holds the signals of a failed write back (WriteSignalsHeld).
+    // Writes once and never waits: the bytes that were taken, or -1 with errno set, EAGAIN when there was no
+    // room. The caller holds the signals of a failed write back (WriteSignalsHeld).
     ssize_t offer(const char* text, size_t size) const;
 
   private:
@@ -44,9 +46,9 @@ class Console {
     Kind kind_ = Kind::Plain;
 };
 
-// Holds back, for the length of a scope, the signals by which the kernel answers a write: nobody reads any more, the
-// file is at its size limit, a terminal wants no output from the background. A message must not end a program, nor stop
-// it.
+// Holds back, for the length of a scope, the signals by which the kernel answers a write: nobody reads any
+// more, the file is at its size limit, a terminal wants no output from the background. A message must not end
+// a program, nor stop it.
 class WriteSignalsHeld {
   public:
     WriteSignalsHeld();

@@ -23,8 +23,8 @@ constexpr int kLookMs = 5;        // how often a console that is full is tried a
 constexpr int kIdleLooks = 20;    // 100 ms without a character taken
 constexpr int kLooksInAll = 200;  // a second
 
-// Which streams did not take the last message, by whoever writes; and the stack that shares its errno, by the daemon
-// before the stack is used.
+// Which streams did not take the last message, by whoever writes; and the stack that shares its errno, by the
+// daemon before the stack is used.
 struct {
     std::atomic<bool> stuck[2];
     uintptr_t shared_from = 0;
@@ -52,8 +52,8 @@ class Patience {
 
     void note_progress() { idle_left_ = kIdleLooks; }
 
-    // Waits a moment; false when there was enough of that. The kernel is not asked whether there is room: for a
-    // terminal it says so only when most of what waits has gone out.
+    // Waits a moment; false when there was enough of that. The kernel is not asked whether there is room: for
+    // a terminal it says so only when most of what waits has gone out.
     bool wait() {
         if (looks_left_ == 0 || idle_left_ == 0) return false;
         --looks_left_;
@@ -96,8 +96,8 @@ size_t fitted(int printed, size_t size) {
     return static_cast<size_t>(printed) < size ? static_cast<size_t>(printed) : size - 1;
 }
 
-// Formats into `size` bytes and returns the length. A text that is cut keeps the newline at its end, and a colour's end
-// behind that.
+// Formats into `size` bytes and returns the length. A text that is cut keeps the newline at its end, and a
+// colour's end behind that.
 size_t fit(char* buffer, size_t size, const char* format, va_list arguments) {
     const int printed = vsnprintf(buffer, size, format, arguments);
     const size_t length = fitted(printed, size);

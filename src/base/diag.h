@@ -3,10 +3,10 @@
 // error keep their order, nothing waits in a buffer when the board resets, and the small stack of a clone
 // task is enough.
 //
-// A console that is read gets every message whole, however slow it is. One that takes nothing for 100 ms, or not all of a
-// message within a second, counts as stuck: the message is cut there, and those that follow are offered without waiting
-// until one goes through again. Nobody waits longer, and no signal of the console ends or stops a program. A console
-// that is closed or gone drops messages at once.
+// A console that is read gets every message whole, however slow it is. One that takes nothing for 100 ms, or
+// not all of a message within a second, counts as stuck: the message is cut there, and those that follow are
+// offered without waiting until one goes through again. Nobody waits longer, and no signal of the console
+// ends or stops a program. A console that is closed or gone drops messages at once.
 //
 // No call here changes errno. All are safe from any thread and from a clone task.
 #pragma once
@@ -28,9 +28,9 @@ struct Site {
         : source(source_name), function(function_name), line(line_number) {}
 };
 
-// Tells that code on this stack shares its errno with another task, as a clone task does with its creator. Keeping
-// errno there would put an old value over the other's new one, so on this stack messages leave it as their system calls
-// did. One such stack at a time.
+// Tells that code on this stack shares its errno with another task, as a clone task does with its creator.
+// Keeping errno there would put an old value over the other's new one, so on this stack messages leave it as
+// their system calls did. One such stack at a time.
 void share_errno_on(const void* stack, size_t size);
 
 // All return the number of bytes written, or -1 when nothing of the message was.

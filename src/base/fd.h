@@ -9,8 +9,8 @@
 
 namespace marl {
 
-// How often a call is repeated. Signals are rare on the device: what is interrupted more often than this has a
-// driver that will never answer anything else, and nobody may wait for that.
+// How often a call is repeated. Signals are rare on the device: what is interrupted more often than this has
+// a driver that will never answer anything else, and nobody may wait for that.
 inline constexpr int kMostRepeats = 100;
 
 // Makes a system call again when a signal interrupts it; one that stays interrupted has failed, with EINTR.
@@ -21,12 +21,13 @@ auto repeat_interrupted(Call call) {
     return result;
 }
 
-// Moves a descriptor above those of the standard streams when it is one of theirs: where one of them was closed, what is
-// opened next takes its number, and messages would be written into a device. Returns the descriptor, or -1 with errno
-// set, with nothing left open.
+// Moves a descriptor above those of the standard streams when it is one of theirs: where one of them was
+// closed, what is opened next takes its number, and messages would be written into a device. Returns the
+// descriptor, or -1 with errno set, with nothing left open.
 int above_standard(int fd);
 
-// open(2) and socket(2), close-on-exec; a descriptor above those of the standard streams, or -1 with errno set.
+// open(2) and socket(2), close-on-exec; a descriptor above those of the standard streams, or -1
+// with errno set.
 int open_file(const char* path, int flags, mode_t mode = 0);
 int open_socket(int domain, int type, int protocol);
 

@@ -1,5 +1,6 @@
-// The names by which messages tell where they come from: the first field of ERROR and WARN lines, and the file of an
-// assertion. They belong to the texts of the system, so they stay as they are wherever the code lies.
+// The names by which messages tell where they come from: the first field of ERROR and WARN lines, and
+// the file of an assertion. They belong to the texts of the system, so they stay as they are wherever
+// the code lies.
 #pragma once
 
 namespace marl::module {

@@ -1,9 +1,10 @@
 // The pattern of the library's objects: a public record whose first member `priv` points to a
 // private record that begins with `ObjectCommon`; one object of each kind at a time.
 //
-// Holders of an object keep their pointers after its last release, and call it through the entries of the public
-// record. So that record stays, without a private one, for the life of the process, and the next object of the kind
-// moves in: who comes late finds an object without private record, and memory that is freed is never looked at.
+// Holders of an object keep their pointers after its last release, and call it through the entries of the
+// public record. So that record stays, without a private one, for the life of the process, and the next
+// object of the kind moves in: who comes late finds an object without private record, and memory that is
+// freed is never looked at.
 #pragma once
 
 #include <cstdint>
@@ -31,8 +32,9 @@ namespace detail {
 int check_object(bool given, const ObjectCommon* common, const char* operation, Need need);
 }
 
-// Opens every operation: 0 when `thiz` has what is needed. Otherwise a line with the operation's name on
-// standard error and -1 (no object), -2 (no private record, or one of an object that is gone) or -3 (no descriptor).
+// Opens every operation: 0 when `thiz` has what is needed. Otherwise a line with the operation's name
+// on standard error and -1 (no object), -2 (no private record, or one of an object that is gone) or
+// -3 (no descriptor).
 template <typename Object>
 int check_object(const ObjectKind& kind, const Object* thiz, const char* operation, Need need) {
     const bool given = thiz != nullptr;

@@ -14,7 +14,8 @@ namespace marl {
 int SharedWord::open(const char* path, bool create) {
     constexpr int kAsItIs = O_RDWR | O_NOFOLLOW | O_NONBLOCK;
     int fd = open_file(path, kAsItIs);
-    // O_CREAT only for a missing file: in /tmp the kernel may refuse it for one that is there and somebody else's.
+    // O_CREAT only for a missing file: in /tmp the kernel may refuse it for one that is there
+    // and somebody else's.
     if (fd < 0 && errno == ENOENT && create) fd = open_file(path, kAsItIs | O_CREAT, 0777);
     if (fd < 0) return errno;
     // The 64-bit form, because an inode number too large for the other one is no reason to refuse a file.

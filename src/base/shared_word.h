@@ -1,4 +1,5 @@
-// A 32-bit word at the start of a small file that other processes change, truncate, delete and make anew at any time.
+// A 32-bit word at the start of a small file that other processes change, truncate, delete and make anew
+// at any time.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +16,8 @@ class SharedWord {
     bool is_open() const { return fd_ >= 0; }
     bool is_mapped() const { return address_ != nullptr; }
 
-    // Sees to it that the file that bears the name is the one that is open (read-write): opens it, or moves to
-    // it when the one that is open has lost its name to it. A file that is missing is made with `create`
+    // Sees to it that the file that bears the name is the one that is open (read-write): opens it, or moves
+    // to it when the one that is open has lost its name to it. A file that is missing is made with `create`
     // (mode 0777); without, one that is open and has only been deleted stays open. 0, or the errno of the
     // failure, after which all is as it was.
     //

@@ -40,11 +40,12 @@ class LineReader {
     explicit LineReader(int fd) : fd_(fd) {}
 
     // The next piece: up to and including a newline, at most `size` - 1 characters, NUL-terminated. False at
-    // the end of the file or at an error, which also takes the piece that it came in the middle of: a value cut
-    // short is a wrong value.
+    // the end of the file or at an error, which also takes the piece that it came in the middle of: a value
+    // cut short is a wrong value.
     bool next(char* line, size_t size);
 
-    // Whether it ended with an error, which is in errno, instead of the end of the file. Nothing is read after one.
+    // Whether it ended with an error, which is in errno, instead of the end of the file. Nothing is
+    // read after one.
     bool failed() const { return failed_; }
 
   private:

@@ -16,8 +16,8 @@ namespace {
 
 using namespace marl;
 
-// With SIGCHLD ignored the kernel forgets how a child ended. For as long as anybody waits for one, it is not; children of
-// the caller's own that end meanwhile stay to be waited for.
+// With SIGCHLD ignored the kernel forgets how a child ended. For as long as anybody waits for one, it is not;
+// children of the caller's own that end meanwhile stay to be waited for.
 class ChildrenRemembered {
   public:
     ChildrenRemembered() {
@@ -62,8 +62,8 @@ Announcement prepare_announcement() {
     return announcement;
 }
 
-// The child shares the parent's memory, and the parent stands still, until it executes the shell. So what runs in it is
-// system calls and nothing more, and its one write never waits.
+// The child shares the parent's memory, and the parent stands still, until it executes the shell. So what
+// runs in it is system calls and nothing more, and its one write never waits.
 
 void announce(Announcement& announcement, const Console& console, unsigned pid) {
     char digits[16];
@@ -85,7 +85,8 @@ void drop_handlers() {
     }
 }
 
-// The child's pid, or -1. All signals are held back from before vfork until the child has dropped its handlers.
+// The child's pid, or -1. All signals are held back from before vfork until the child has
+// dropped its handlers.
 pid_t start_shell(const char* command) {
     Announcement announcement = prepare_announcement();
     const Console console(STDOUT_FILENO);

@@ -1,5 +1,6 @@
-// The DM365 video co-processor as its host sees it: the requests of the SPI link's driver, what the words that travel
-// there mean, and the record of its version. The daemon's monitor, the firmware upgrade and the summaries share them.
+// The DM365 video co-processor as its host sees it: the requests of the SPI link's driver, what the words
+// that travel there mean, and the record of its version. The daemon's monitor, the firmware upgrade and the
+// summaries share them.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +26,9 @@ inline constexpr uint32_t kUpgrading =
 inline constexpr uint32_t kAlive = 0x6984;
 inline constexpr uint32_t kAbnormal2a = 1;
 
-// The version record as the driver fills it and the file keeps it. The texts are NUL-terminated where they fit. The
-// monitor makes the file when it is missing; an upgrade removes it, so that the new firmware is asked.
+// The version record as the driver fills it and the file keeps it. The texts are NUL-terminated where
+// they fit. The monitor makes the file when it is missing; an upgrade removes it, so that the new
+// firmware is asked.
 inline constexpr const char* kVersionPath = "/mnt/mtd/dm365_version";
 
 struct VersionRecord {

@@ -19,8 +19,8 @@ struct {
     uint32_t total = 0;
 } constinit g_ticks;
 
-// The kernel's count of idle ticks may step back a little, which is no idle time; a step back over half its range is
-// the count passing its end.
+// The kernel's count of idle ticks may step back a little, which is no idle time; a step back over half its
+// range is the count passing its end.
 uint32_t idle_elapsed(uint32_t idle) {
     const bool steps_back = idle < g_ticks.idle && g_ticks.idle - idle <= UINT32_MAX / 2;
     return steps_back ? 0 : idle - g_ticks.idle;

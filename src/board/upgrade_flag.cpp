@@ -15,8 +15,8 @@ constexpr const char* kPath = "/tmp/upgrade_ing";
 constexpr uint32_t kIdle = 0;
 constexpr uint32_t kUpgrading = 1;
 
-// Each belongs to the operation of its name, which opens it on first use and keeps it. The lock is for a file made
-// anew while one thread of the process looks at the flag and another one writes it.
+// Each belongs to the operation of its name, which opens it on first use and keeps it. The lock is for a file
+// made anew while one thread of the process looks at the flag and another one writes it.
 struct {
     pthread_mutex_t lock = PTHREAD_MUTEX_INITIALIZER;
     SharedWord check;
@@ -34,7 +34,8 @@ int write_flag(SharedWord& flag, uint32_t value, bool create) {
     return is_written ? 0 : report("open");
 }
 
-// A file that this process raised the flag in may have lost its name since. Whoever had it open looks at it still.
+// A file that this process raised the flag in may have lost its name since. Whoever had it open looks
+// at it still.
 void lower_nameless_flag() {
     if (g_flag.set.is_open() && !g_flag.set.is_named(kPath)) g_flag.set.write(kIdle);
 }

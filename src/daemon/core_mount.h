@@ -1,5 +1,6 @@
-// The `coremnt` command of the boot environment: run once, on a thread of its own, and told to stop 20 s later. A command
-// of more than 255 characters is not run, because a part of a command may be another command; a line says so.
+// The `coremnt` command of the boot environment: run once, on a thread of its own, and told to stop 20 s
+// later. A command of more than 255 characters is not run, because a part of a command may be another
+// command; a line says so.
 #pragma once
 
 namespace sentrel {

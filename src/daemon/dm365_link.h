@@ -15,10 +15,10 @@ inline constexpr int kCoprocessorBoard = 23;
 // Written by the co-processor monitor, read by the reset button; -1 until opened.
 extern std::atomic<int32_t> spi0_fd;
 
-// One guarded exchange on `fd`. Stores the driver's answer through `out`: `dm365::kUpgrading` while a firmware
-// upgrade is in progress, else the word that the query leaves, 0 when it fails. A version query writes the
-// record to `dm365::kVersionPath`, the whole of it or no file, and leaves `out` alone. "@@: spi0 device is not open" when `fd` is negative;
-// nothing happens then.
+// One guarded exchange on `fd`. Stores the driver's answer through `out`: `dm365::kUpgrading` while a
+// firmware upgrade is in progress, else the word that the query leaves, 0 when it fails. A version query
+// writes the record to `dm365::kVersionPath`, the whole of it or no file, and leaves `out` alone. "@@: spi0
+// device is not open" when `fd` is negative; nothing happens then.
 void dm365_spi_query(int fd, uint32_t* out, unsigned long request);
 
 // Pulses a reset line of the GPIO device: low for 20 ms, then high for 500 ms. 0, or -1 when it

@@ -67,8 +67,8 @@ int open_reporting(const char* path) {
     return fd;
 }
 
-// A file that is there but cannot be read is no reason to reset the co-processor. The main thread shares errno and may
-// have written it meanwhile, so a look that needs none must agree.
+// A file that is there but cannot be read is no reason to reset the co-processor. The main thread shares
+// errno and may have written it meanwhile, so a look that needs none must agree.
 bool is_version_missing() {
     const Fd file(open_file(dm365::kVersionPath, O_RDONLY));
     return !file.is_open() && errno == ENOENT && access(dm365::kVersionPath, F_OK) < 0;

@@ -41,8 +41,8 @@ bool attach(Heartbeat& heartbeat) {
     return heartbeat.word.is_mapped() || heartbeat.word.map(heartbeat.mapped_writable);
 }
 
-// The watch begins at the value that counts as seen, which also makes sure that the word is there. Later the word is
-// the process's alone: what it makes anew is read, never written.
+// The watch begins at the value that counts as seen, which also makes sure that the word is there. Later the
+// word is the process's alone: what it makes anew is read, never written.
 void begin(Heartbeat& heartbeat) {
     if (heartbeat.begun) return;
     heartbeat.word.write(heartbeat.last_value);

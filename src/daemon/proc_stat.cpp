@@ -13,8 +13,8 @@ namespace {
 
 using namespace marl;
 
-// The name may hold blanks and parentheses of its own, and behind the last one come only a letter and numbers.
-// Without parentheses it is the first word.
+// The name may hold blanks and parentheses of its own, and behind the last one come only a letter and
+// numbers. Without parentheses it is the first word.
 std::string_view command_in(std::string_view text) {
     const size_t end = text.rfind(')');
     if (end == std::string_view::npos) return first_word(text);

@@ -94,8 +94,9 @@ void Supervisor::count_pass() {
     if (passes_ <= kRecorderModemAfterPasses) ++passes_;
 }
 
-// A source of the identity that could not be read is asked again, ever more rarely. Once all have answered, what
-// start-up did without knowing the board is made up for; the boot environment is one of them, so `appauto` is known then.
+// A source of the identity that could not be read is asked again, ever more rarely. Once all have answered,
+// what start-up did without knowing the board is made up for; the boot environment is one of them, so
+// `appauto` is known then.
 void Supervisor::identify_when_due() {
     if (identified_ || --identity_countdown_ > 0) return;
     identity_pause_ = std::min(identity_pause_ * 2, kLongestIdentityPause);

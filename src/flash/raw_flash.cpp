@@ -64,8 +64,8 @@ bool is_fpga_address(uint32_t addr) { return addr >= kFpgaBase; }
 
 bool wraps(uint32_t addr, uint32_t len) { return len > UINT32_MAX - addr; }
 
-// A range in one of the host's two stores. What lies above the base of the FPGA flash is the FPGA's, even where
-// the partitions go on.
+// A range in one of the host's two stores. What lies above the base of the FPGA flash is the FPGA's, even
+// where the partitions go on.
 bool is_range(uint32_t addr, uint32_t len) {
     return is_fpga_address(addr) ? !wraps(addr, len) : len <= kFpgaBase - addr;
 }
@@ -84,8 +84,9 @@ void raise_flag() {
     if (set_upgrade_map() == 0) g_flash.flag_raised = true;
 }
 
-// A flag that stays raised keeps the supervisor from rebooting a stalled board, so a failure is not the last word:
-// it is tried again, here and by the next release. A flag that was not raised here is lowered once, come what may.
+// A flag that stays raised keeps the supervisor from rebooting a stalled board, so a failure is not the last
+// word: it is tried again, here and by the next release. A flag that was not raised here is lowered once,
+// come what may.
 bool lower_flag() {
     int tries = 1;
     while (clear_upgrade_map() < 0) {
@@ -249,8 +250,8 @@ uint8_t* complete_sector(RawFlash* thiz, const uint8_t* piece, uint32_t addr, ui
     return sector;
 }
 
-// The first partition is erased and written in one go, without a look at what is stored. It has to hold all of
-// the range: a write that is bound to fail must not erase.
+// The first partition is erased and written in one go, without a look at what is stored. It has to hold all
+// of the range: a write that is bound to fail must not erase.
 int write_first_partition(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
     if (len > g_partitions.MTD_START[1] - addr) return -1;
     const uint32_t tail = len % sector_size();

@@ -36,8 +36,8 @@ constexpr const char* kDefinitionPath = "/mnt/custom/ProductDefinition";
 // The sources whose failure leaves the identity open, a bit each.
 enum Source : uint8_t { kEnvironment = 1, kBootParameters = 2, kIdRecord = 4, kDefinition = 8 };
 
-// What one identification finds out. It is made aside and published as a whole, because programs read the public
-// record at any time.
+// What one identification finds out. It is made aside and published as a whole, because programs read the
+// public record at any time.
 struct Identity {
     marl_hwinfo info;
     uint8_t id[MARL_HWID_SIZE];
@@ -339,9 +339,9 @@ Identity identify() {
     return board;
 }
 
-// Other threads may be reading. Each number changes at once from what it was to what it is; the name matches nothing
-// while its end changes, because its first character goes first and comes last. The board has one processor, so the
-// order is the compiler's to keep.
+// Other threads may be reading. Each number changes at once from what it was to what it is; the name matches
+// nothing while its end changes, because its first character goes first and comes last. The board has one
+// processor, so the order is the compiler's to keep.
 void publish(const Identity& board) {
     char* model = HWINFO.product_model;
     const std::atomic_ref<char> first(model[0]);

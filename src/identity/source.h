@@ -15,8 +15,8 @@ constexpr bool is_absent(int error) {
     return error == ENOENT || error == ENOTDIR || error == ENODEV || error == ENXIO;
 }
 
-// get_armboot_para that tells a variable that does not exist from an image that could not be loaded. `value` is not
-// empty.
+// get_armboot_para that tells a variable that does not exist from an image that could not be loaded. `value`
+// is not empty.
 Answer look_up_environment(const char* key, std::span<char> value);
 
 bool environment_is_loaded();

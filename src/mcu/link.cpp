@@ -22,8 +22,9 @@ using namespace marl;
 // must not hang on it.
 constexpr int kFailedWritesAccepted = 300;
 
-// The descriptor is written by mcu_open under `open_lock`; once it has had a reader it stays. `write_lock` keeps
-// the frames of several writers apart. `reader` is set under `open_lock`, and cleared by the reader at its end.
+// The descriptor is written by mcu_open under `open_lock`; once it has had a reader it stays. `write_lock`
+// keeps the frames of several writers apart. `reader` is set under `open_lock`, and cleared by the reader
+// at its end.
 struct {
     pthread_mutex_t open_lock = PTHREAD_MUTEX_INITIALIZER;
     pthread_mutex_t write_lock = PTHREAD_MUTEX_INITIALIZER;

@@ -40,8 +40,8 @@ void feed(FrameAssembler& assembler, uint8_t byte) {
     }
 }
 
-// False after an error. The device answers a read that finds nothing with EAGAIN or with no bytes, and one that a
-// signal keeps from it is no error either.
+// False after an error. The device answers a read that finds nothing with EAGAIN or with no bytes, and one
+// that a signal keeps from it is no error either.
 bool read_block(int fd, uint8_t (&block)[kBlockSize]) {
     size_t have = 0;
     while (have < kBlockSize) {

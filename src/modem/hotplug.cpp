@@ -66,8 +66,8 @@ class Events {
     bool any() const { return used_ > 0; }
     void clear() { used_ = 0; }
 
-    // Takes the events that are waiting; whether there was one. No more than could wait when it began, so that
-    // a storm of them does not hold it. Any program may send such datagrams: only the kernel's count.
+    // Takes the events that are waiting; whether there was one. No more than could wait when it began, so
+    // that a storm of them does not hold it. Any program may send such datagrams: only the kernel's count.
     bool gather(int fd) {
         const size_t used_before = used_;
         for (int taken = 0; taken < kEventsPerPoll; ++taken) {
@@ -88,8 +88,8 @@ class Events {
     }
 
   private:
-    // An event is received whole, because a datagram socket throws away what a receive leaves of it; MSG_TRUNC
-    // tells its size all the same.
+    // An event is received whole, because a datagram socket throws away what a receive leaves of it;
+    // MSG_TRUNC tells its size all the same.
     static ssize_t receive(int fd, char* event, size_t room, sockaddr_nl& sender) {
         auto* address = reinterpret_cast<sockaddr*>(&sender);
         return repeat_interrupted([&] {

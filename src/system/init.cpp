@@ -44,9 +44,9 @@ int get_keyboard_bootpara() {
     return decimal(token);
 }
 
-// Reads nothing that another static initialiser sets up: the library's state is constant-initialised. It has the first
-// priority that is not reserved, so that the constructors of a program that links the library statically find the
-// board identified, as they do with the shared library.
+// Reads nothing that another static initialiser sets up: the library's state is constant-initialised. It has
+// the first priority that is not reserved, so that the constructors of a program that links the library
+// statically find the board identified, as they do with the shared library.
 [[gnu::constructor(101)]] void libmarl_init() {
     fill_closed_streams();
     keyboard_type = get_keyboard_bootpara();

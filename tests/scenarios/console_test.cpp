@@ -1,4 +1,5 @@
-// The daemon on consoles that nobody reads, and on none: it supervises, and writes nothing where it does not belong.
+// The daemon on consoles that nobody reads, and on none: it supervises, and writes nothing where it
+// does not belong.
 #include "helpers/console.h"
 
 #include "helpers/board.h"

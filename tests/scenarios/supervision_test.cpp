@@ -70,7 +70,8 @@ TEST(Heartbeat, AnUpgradeDelaysTheReboot) {
         EXPECT_TRUE(run.journal.follows(at(check, {"out \"[sentrel] MediaGuard is killed\\n\"", skips})));
     }
     EXPECT_TRUE(run.journal.follows(reboot_from(104.0)));
-    // One that starts after the decision, by ten minutes: the second look at the flag, and every later one, finds it.
+    // One that starts after the decision, by ten minutes: the second look at the flag, and every later
+    // one, finds it.
     const auto later = run_sentrel(kStall + "fault " + kUpgrade + " read 2+ EIO\n", 900);
     EXPECT_TRUE(later.journal.follows(reboot_from(683.2)));
     const auto unmapped = run_sentrel(kStall + "fault " + kUpgrade + " mmap 1+ ENOMEM\n", 100);
