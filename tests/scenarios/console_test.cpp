@@ -13,7 +13,7 @@ TEST(StuckConsole, StopsNoSupervision) {
     for (const console::Kind kind : console::kKinds) {
         SCOPED_TRACE(static_cast<int>(kind));
         const console::Console console(kind);
-        console.fill();
+        console.fill(1);  // where a newline takes two, poll(2) calls it ready, and a write blocks
         const scenario::Options options{.streams = [&] { console::become_streams(console.writer()); }};
         const auto stall = run_sentrel(kTraffic + kEncodeBeats + kMediaGuardStalls, 300, options);
         EXPECT_NEAR(stall.journal.time_of("/dev/misc/gpio write 2: 23 01"), 84.42, 0.1);
