@@ -43,10 +43,14 @@ int end_of(pid_t child) {
 }
 
 // Reads `rate` bytes a second until the process has ended well and everything is there.
-std::string drain(const Console& console, pid_t child, size_t rate) {
+// `longest` takes the longest time between two looks, where somebody wants to know.
+std::string drain(const Console& console, pid_t child, size_t rate, Clock::duration* longest = nullptr) {
     std::string text;
     int status = -1;
+    auto before = Clock::now();
     for (bool last = false; !last;) {
+        if (longest != nullptr) *longest = std::max(*longest, Clock::now() - before);
+        before = Clock::now();
         last = waitpid(child, &status, WNOHANG) != 0;
         const std::string piece = console.take(rate / 100);
         text += piece;
@@ -60,12 +64,18 @@ std::string drain(const Console& console, pid_t child, size_t rate) {
 TEST(Console, ThatIsSlowGetsEveryLine) {
     for (const Kind kind : {Kind::CookedTerminal, Kind::RawTerminal}) {
         SCOPED_TRACE(static_cast<int>(kind));
-        const Console console(kind);
-        console.fill(300);
-        const pid_t writer = start(console.writer(), [] {
-            for (int i = 0; i < 8; ++i) print_system_info();
-        });
-        const std::string text = drain(console, writer, 11'500);
+        std::string text;
+        // A reader that a busy machine kept from reading was not slow but away: another try.
+        Clock::duration longest = std::chrono::seconds(1);
+        for (int tries = 0; tries < 5 && longest > std::chrono::milliseconds(50); ++tries) {
+            const Console console(kind);
+            console.fill(300);
+            const pid_t writer = start(console.writer(), [] {
+                for (int i = 0; i < 8; ++i) print_system_info();
+            });
+            longest = {};
+            text = drain(console, writer, 11'500, &longest);
+        }
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 8 * 23);
     }
 }
