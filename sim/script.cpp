@@ -212,7 +212,7 @@ bool do_mtd(Words& words) {
     const char* name = words.word();
     const uint32_t size = words.number();
     const uint32_t erase_size = words.is("erase") ? words.number() : kEraseSize;
-    const char* file = words.next();
+    const char* file = words.rest();
     const int image = real.open(file, O_RDONLY | O_CLOEXEC);
     words.wants(image >= 0 || *file == '\0', "a file", file);
     words.wants(number != 1 || state().environment_used == 0, "before the first env", name);
