@@ -49,6 +49,21 @@ TEST(Command, RunsNoHandlerOfItsParentAndIsToldEvenWhereChildrenAreIgnored) {
     EXPECT_EQ(signal(SIGUSR1, SIG_DFL), handle);
 }
 
+// What the announcement of the child raises must not end it before it has become the shell.
+TEST(Command, RunsWhenNobodyReadsThePipeOfItsAnnouncement) {
+    load("");
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const int kept = dup(STDOUT_FILENO);
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+    const int status = my_system_call("true");
+    dup2(kept, STDOUT_FILENO);
+    close(kept);
+    EXPECT_EQ(status, 3 << 8);
+}
+
 TEST(Daemon, OutlivesItsTerminalAndALogFileAtItsLimit) {
     const pid_t child = fork();
     if (child == 0) {

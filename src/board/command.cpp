@@ -73,7 +73,9 @@ void announce(Announcement& announcement, const Console& console, unsigned pid) 
     while (count > 0) announcement.text[announcement.length++] = digits[--count];
     announcement.text[announcement.length++] = ' ';
     announcement.text[announcement.length++] = '\n';
-    console.offer(announcement.text, announcement.length);
+    // What a failed write raises would end the child when its signals come through again.
+    const WriteSignalsHeld signals;
+    if (console.offer(announcement.text, announcement.length) < 0) signals.discard_raised();
 }
 
 // No handler of the parent may run in the child, on the parent's memory, when its signals come through again.
