@@ -2,6 +2,8 @@
 
 #include <sys/select.h>
 
+#include <cstdlib>
+
 namespace marl {
 
 namespace {
@@ -21,14 +23,16 @@ void sleep_for(timeval left) {
 
 }  // namespace
 
+// The board's processor does not divide. The C library's routine is there already, the compiler's would be one
+// more in every program.
 void sleep_ms(uint32_t milliseconds) {
-    sleep_for(
-        {static_cast<time_t>(milliseconds / 1000), static_cast<suseconds_t>(milliseconds % 1000 * 1000)});
+    const lldiv_t time = lldiv(milliseconds, 1000);
+    sleep_for({static_cast<time_t>(time.quot), static_cast<suseconds_t>(time.rem * 1000)});
 }
 
 void sleep_for_us(uint32_t microseconds) {
-    sleep_for(
-        {static_cast<time_t>(microseconds / 1'000'000), static_cast<suseconds_t>(microseconds % 1'000'000)});
+    const lldiv_t time = lldiv(microseconds, 1'000'000);
+    sleep_for({static_cast<time_t>(time.quot), static_cast<suseconds_t>(time.rem)});
 }
 
 }  // namespace marl

@@ -7,6 +7,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <optional>
 
 #include "base/clock.h"
@@ -86,7 +87,7 @@ void rtc_to_system_clock() {
         return;
     }
     // As it stands before this conversion: the C library loads the zone with the first mktime.
-    const struct timezone zone { static_cast<int>(timezone / 60 - daylight * 60L), 0 };
+    const struct timezone zone { static_cast<int>(ldiv(timezone, 60).quot - daylight * 60L), 0 };
     const auto reading = wait_for_next_second(rtc.get());
     if (!reading) return;
     if (!set_clock(to_epoch(*reading), zone)) diag::line("settimeofday failed");

@@ -32,9 +32,8 @@ int read_stat(int32_t pid, ProcStatInfo& info) {
     const std::string_view command = command_in(raw);
     ProcStatInfo read{};
     copy_text(read.command, sizeof read.command, command);
-    const int fields = sscanf(command.data() + command.size(), " %c %" SCNd32 " %" SCNd32, &read.state,
-                              &read.parent, &read.process_group);
-    if (command.empty() || fields < 3) {
+    const char* rest = command.empty() ? "" : command.data() + command.size();
+    if (sscanf(rest, " %c %" SCNd32 " %" SCNd32, &read.state, &read.parent, &read.process_group) < 3) {
         diag::err("sscanf");
         return -1;
     }

@@ -1,8 +1,6 @@
 #include "identity/catalogue.h"
 
-#include <algorithm>
 #include <cstdio>
-#include <iterator>
 
 // The product types and their models. A type without models in the colon-separated identification holds its
 // own number; the boards of types 1 and 4 carry packed IDs only.
@@ -49,17 +47,20 @@ extern const char* const MODEL_TABLE[MARL_MODEL_ROWS][MARL_MODEL_SLOTS] = {
 namespace marl::catalogue {
 namespace {
 
-constexpr Condition is(uint16_t marl_hwinfo::*field, std::initializer_list<unsigned> values) {
+constexpr uint16_t marl_hwinfo::*kFields[] = {
+    nullptr,
+    &marl_hwinfo::intelleg_analyse,
+    &marl_hwinfo::fvideo_chip,
+    &marl_hwinfo::hd_ver,
+    &marl_hwinfo::video_interface,
+    &marl_hwinfo::net_interface,
+};
+
+constexpr Condition is(Field field, std::initializer_list<unsigned> values) {
     Condition condition{field, 0};
-    for (const unsigned value : values) condition.values |= 1U << value;
+    for (const unsigned value : values) condition.values |= static_cast<uint16_t>(1U << value);
     return condition;
 }
-
-constexpr auto kAnalyse = &marl_hwinfo::intelleg_analyse;
-constexpr auto kSensor = &marl_hwinfo::fvideo_chip;
-constexpr auto kHardware = &marl_hwinfo::hd_ver;
-constexpr auto kVideo = &marl_hwinfo::video_interface;
-constexpr auto kNet = &marl_hwinfo::net_interface;
 
 constexpr uint8_t kUnknown = 0;
 constexpr uint8_t kItc = 1;
@@ -67,32 +68,32 @@ constexpr uint8_t kIpc = 2;
 
 constexpr ModelRule kRules[] = {
     {0, {}, "unknow", kUnknown},
-    {1, {is(kAnalyse, {1})}, "TRV-A2-I", kItc},
+    {1, {is(Field::Analyse, {1})}, "TRV-A2-I", kItc},
     {1, {}, "TRV-A2-S", kItc},
-    {2, {is(kNet, {1})}, "IPC-KN1F", kIpc},
-    {2, {is(kVideo, {5}), is(kSensor, {12})}, "IPC-KN1P", kUnknown},
-    {2, {is(kVideo, {5}), is(kSensor, {13})}, "IPC-KN1Q", kUnknown},
-    {2, {is(kSensor, {4, 5, 9})}, "IPC-KN1S", kIpc},
+    {2, {is(Field::Net, {1})}, "IPC-KN1F", kIpc},
+    {2, {is(Field::Video, {5}), is(Field::Sensor, {12})}, "IPC-KN1P", kUnknown},
+    {2, {is(Field::Video, {5}), is(Field::Sensor, {13})}, "IPC-KN1Q", kUnknown},
+    {2, {is(Field::Sensor, {4, 5, 9})}, "IPC-KN1S", kIpc},
     {2, {}, "IPC-KN1E", kIpc},
-    {3, {is(kVideo, {1})}, "IPC-KB1", kIpc},
+    {3, {is(Field::Video, {1})}, "IPC-KB1", kIpc},
     {3, {}, "IPC-KB2", kIpc},
     {4, {}, "TRV-A5-S", kItc},
-    {5, {is(kAnalyse, {1})}, "TRV-A1-I", kItc},
+    {5, {is(Field::Analyse, {1})}, "TRV-A1-I", kItc},
     {5, {}, "TRV-A1-S", kItc},
-    {6, {is(kHardware, {2})}, "KXE4AH", kIpc},
+    {6, {is(Field::Hardware, {2})}, "KXE4AH", kIpc},
     {6, {}, "KXE4AF", kIpc},
-    {7, {is(kSensor, {1}), is(kHardware, {1})}, "IPC-KD1", kIpc},
-    {7, {is(kSensor, {1})}, "IPC-KD2", kIpc},
-    {7, {is(kSensor, {7})}, "IPC-KD3", kIpc},
-    {7, {is(kSensor, {10})}, "IPC-KD4", kIpc},
-    {7, {is(kSensor, {15})}, "IPC-KD5", kIpc},
+    {7, {is(Field::Sensor, {1}), is(Field::Hardware, {1})}, "IPC-KD1", kIpc},
+    {7, {is(Field::Sensor, {1})}, "IPC-KD2", kIpc},
+    {7, {is(Field::Sensor, {7})}, "IPC-KD3", kIpc},
+    {7, {is(Field::Sensor, {10})}, "IPC-KD4", kIpc},
+    {7, {is(Field::Sensor, {15})}, "IPC-KD5", kIpc},
     {7, {}, "Unkown Type", kIpc},
-    {8, {is(kSensor, {1}), is(kHardware, {1})}, "IPC-KE1", kIpc},
-    {8, {is(kSensor, {1})}, "IPC-KE2", kIpc},
-    {8, {is(kHardware, {0, 1})}, "IPC-KE3", kIpc},
-    {8, {is(kHardware, {2})}, "IPC-KE4", kIpc},
-    {8, {is(kHardware, {3})}, "IPC-KE5", kIpc},
-    {8, {is(kHardware, {4})}, "IPC-KE6", kIpc},
+    {8, {is(Field::Sensor, {1}), is(Field::Hardware, {1})}, "IPC-KE1", kIpc},
+    {8, {is(Field::Sensor, {1})}, "IPC-KE2", kIpc},
+    {8, {is(Field::Hardware, {0, 1})}, "IPC-KE3", kIpc},
+    {8, {is(Field::Hardware, {2})}, "IPC-KE4", kIpc},
+    {8, {is(Field::Hardware, {3})}, "IPC-KE5", kIpc},
+    {8, {is(Field::Hardware, {4})}, "IPC-KE6", kIpc},
     {8, {}, "", kIpc, Remark::BadHardwareVersion},
     {kRecorderCode, {}, "QZ-NRX2", kItc},
     {10, {}, "IPC-KA2", kIpc},
@@ -103,8 +104,8 @@ constexpr ModelRule kRules[] = {
     {15, {}, "Q5", kIpc},
     {16, {}, "unknow", kUnknown},
     {17, {}, "IPC-KP1", kIpc},
-    {18, {is(kHardware, {0})}, "IPC-KM1", kIpc},
-    {18, {is(kHardware, {1})}, "IPC-KM2", kIpc},
+    {18, {is(Field::Hardware, {0})}, "IPC-KM1", kIpc},
+    {18, {is(Field::Hardware, {1})}, "IPC-KM2", kIpc},
     {18, {}, "IPC-KM1", kIpc, Remark::UnsupportedHardwareVersion},
     {19, {}, "IPC-KN1S", kUnknown},
     {20, {}, "unknow", kUnknown},
@@ -112,29 +113,34 @@ constexpr ModelRule kRules[] = {
     {22, {}, "IPC-KW1", kIpc},
     {23, {}, "unknow", kUnknown},
     {24, {}, "IPC-KW2", kIpc},
-    {25, {is(kSensor, {5})}, "IPC-KR1", kIpc},
+    {25, {is(Field::Sensor, {5})}, "IPC-KR1", kIpc},
     {25, {}, "IPC-KR2", kIpc},
     {26, {}, "TRV-A6-S", kItc},
     {27, {}, "VMK51F", kUnknown},
-    {28, {is(kAnalyse, {1})}, "TRV-A4-I", kItc},
+    {28, {is(Field::Analyse, {1})}, "TRV-A4-I", kItc},
     {28, {}, "TRV-B4-S", kItc},
-    {29, {is(kSensor, {7})}, "IPC-KS1", kIpc},
-    {29, {is(kSensor, {8})}, "IPC-KS2", kIpc},
+    {29, {is(Field::Sensor, {7})}, "IPC-KS1", kIpc},
+    {29, {is(Field::Sensor, {8})}, "IPC-KS2", kIpc},
     {29, {}, "IPC-KS3", kIpc},
     {30, {}, "QZ-TRX5-KB-A", kUnknown},
-    {31, {is(kAnalyse, {1})}, "TRV-A3-I", kItc},
+    {31, {is(Field::Analyse, {1})}, "TRV-A3-I", kItc},
     {31, {}, "TRV-A3-S", kItc},
 };
 
-static_assert(std::size(kCameras) == 20);
-
 }  // namespace
+
+bool holds(const Condition& condition, const marl_hwinfo& info) {
+    if (condition.field == Field::None) return true;
+    return (condition.values >> (info.*kFields[static_cast<size_t>(condition.field)]) & 1) != 0;
+}
 
 std::span<const ModelRule> model_rules() { return kRules; }
 
 bool is_model_of(Group group) {
-    return std::any_of(group.begin(), group.end(),
-                       [](const char* name) { return check_product_model(name) == 1; });
+    for (const char* name : group) {
+        if (check_product_model(name) == 1) return true;
+    }
+    return false;
 }
 
 bool is_encoder(Encoder family) {

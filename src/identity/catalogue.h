@@ -5,23 +5,28 @@
 #include <cstdint>
 #include <span>
 
+#include "base/words.h"
 #include "libmarl/hwid.h"
 #include "libmarl/hwinfo.h"
 
 namespace marl::catalogue {
 
 // How the model name of a packed hardware ID is found: the first rule of the code whose conditions all hold.
+enum class Field : uint8_t { None, Analyse, Sensor, Hardware, Video, Net };
+
 struct Condition {
-    uint16_t marl_hwinfo::*field = nullptr;  // null: always holds
-    uint32_t values = 0;                     // bit n: value n is accepted
+    Field field = Field::None;  // none: always holds
+    uint16_t values = 0;        // bit n: value n is accepted
 };
+
+bool holds(const Condition& condition, const marl_hwinfo& info);
 
 enum class Remark : uint8_t { None, BadHardwareVersion, UnsupportedHardwareVersion };
 
 struct ModelRule {
     uint8_t code;
     Condition conditions[2];
-    const char* model;
+    char model[13];
     uint8_t category;
     Remark remark = Remark::None;
 };
@@ -34,29 +39,28 @@ inline constexpr uint32_t kDefinedByFile =
     1U << 1 | 1U << 4 | 1U << 5 | 1U << 9 | 1U << 26 | 1U << 28 | 1U << 31;
 inline constexpr uint8_t kRecorderCode = 9;
 
-using Group = std::span<const char* const>;
+using Group = Words;
 
-inline constexpr const char* kKa2[] = {"IPC-KA2"};
-inline constexpr const char* kKl7[] = {"IPC-KL7"};
-inline constexpr const char* kKq3[] = {"IPC-KQ3"};
-inline constexpr const char* kKt1[] = {"IPC-KT1"};
-inline constexpr const char* kVmk51f[] = {"VMK51F"};
-inline constexpr const char* kKbA[] = {"QZ-TRX5-KB-A"};
-inline constexpr const char* kCmosExempt[] = {"QZ-CA-KZ9-N"};
-inline constexpr const char* kRecorders[] = {"QZ-NRX2", "QZ-NRX1"};
-inline constexpr const char* kTraffic[] = {"TRV-A1", "TRV-A2", "TRV-A3", "TRV-A4", "TRV-A5", "TRV-A6"};
-inline constexpr const char* kHubModels[] = {"Q3", "Q4", "Q5"};
-inline constexpr const char* kFirstPair[] = {"IPC-KP1", "IPC-KP2"};
-inline constexpr const char* kSecondPair[] = {"IPC-KT1", "IPC-KT2"};
-inline constexpr const char* kModulePair[] = {"VMK51F", "VMK52F"};
-inline constexpr const char* kRefused[] = {"IPC-KR1", "IPC-KR2", "IPC-KR3"};
-inline constexpr const char* kKl7Group[] = {"IPC-KL7", "IPC-KL8", "IPC-KL9"};
-inline constexpr const char* kMultiPort[] = {"IPC-KM1", "IPC-KM2", "IPC-KM3", "IPC-KM4",
-                                             "IPC-KM5", "IPC-KM6", "IPC-KM7"};
-inline constexpr const char* kCameras[] = {"QZ-CA-KZ9-N", "QZ-CB-KZ1-N", "IPC-KN1F", "IPC-KN1P", "IPC-KN1Q",
-                                           "IPC-KN1S",    "IPC-KN1E",    "IPC-KB1",  "IPC-KB2",  "IPC-KD1",
-                                           "IPC-KD2",     "IPC-KD3",     "IPC-KD4",  "IPC-KD5",  "IPC-KE1",
-                                           "IPC-KE2",     "IPC-KE3",     "IPC-KE4",  "IPC-KE5",  "IPC-KE6"};
+inline constexpr Group kKa2 = "IPC-KA2";
+inline constexpr Group kKl7 = "IPC-KL7";
+inline constexpr Group kKq3 = "IPC-KQ3";
+inline constexpr Group kKt1 = "IPC-KT1";
+inline constexpr Group kVmk51f = "VMK51F";
+inline constexpr Group kKbA = "QZ-TRX5-KB-A";
+inline constexpr Group kCmosExempt = "QZ-CA-KZ9-N";
+inline constexpr Group kRecorders = "QZ-NRX2\0QZ-NRX1";
+inline constexpr Group kTraffic = "TRV-A1\0TRV-A2\0TRV-A3\0TRV-A4\0TRV-A5\0TRV-A6";
+inline constexpr Group kHubModels = "Q3\0Q4\0Q5";
+inline constexpr Group kFirstPair = "IPC-KP1\0IPC-KP2";
+inline constexpr Group kSecondPair = "IPC-KT1\0IPC-KT2";
+inline constexpr Group kModulePair = "VMK51F\0VMK52F";
+inline constexpr Group kRefused = "IPC-KR1\0IPC-KR2\0IPC-KR3";
+inline constexpr Group kKl7Group = "IPC-KL7\0IPC-KL8\0IPC-KL9";
+inline constexpr Group kMultiPort = "IPC-KM1\0IPC-KM2\0IPC-KM3\0IPC-KM4\0IPC-KM5\0IPC-KM6\0IPC-KM7";
+inline constexpr Group kCameras =
+    "QZ-CA-KZ9-N\0QZ-CB-KZ1-N\0IPC-KN1F\0IPC-KN1P\0IPC-KN1Q\0IPC-KN1S\0IPC-KN1E\0IPC-KB1\0IPC-KB2\0"
+    "IPC-KD1\0IPC-KD2\0IPC-KD3\0IPC-KD4\0IPC-KD5\0IPC-KE1\0IPC-KE2\0IPC-KE3\0IPC-KE4\0IPC-KE5\0"
+    "IPC-KE6";
 
 // The main processor chip whose boards have the modem switch of the traffic models and their modules.
 inline constexpr int kMainChipDm368 = 6;

@@ -20,6 +20,7 @@
 #include "base/lock.h"
 #include "base/module.h"
 #include "base/text.h"
+#include "identity/env_image.h"
 #include "identity/source.h"
 
 namespace {
@@ -30,7 +31,7 @@ constexpr const char* kDevice = "/dev/mtd/1";
 constexpr unsigned long kSetCameraModule = 0x80045609;
 
 constexpr uint32_t kFlashOffset = 0x40000;
-constexpr uint32_t kImageSize = 0x20000;
+constexpr uint32_t kImageSize = EnvImage::kSize;
 constexpr size_t kCrcSize = 4;
 constexpr size_t kCrcCovered =
     0x4000;  // the boot loader checks this much of the image, whatever the list's length
@@ -47,54 +48,28 @@ struct EnvDevice {
 struct {
     pthread_mutex_t load_lock = PTHREAD_MUTEX_INITIALIZER;
     EnvDevice device{-1, 0, 0, 0x1000};
-    uint8_t* image = nullptr;  // null until a whole image has been read; kept for the life of the process
+    EnvImage image;
+    bool loaded = false;  // a whole image has been read; it is kept for the life of the process
 } constinit g_env;
 
-// Null with errno set.
-uint8_t* read_image(int fd) {
-    auto* image = static_cast<uint8_t*>(calloc(1, kImageSize));
-    if (image == nullptr) {
+// False with errno set.
+bool read_image(int fd) {
+    if (!g_env.image.allocate()) {
         diag::error({module::kEnvironment, "env_init", 161}, "Cannot malloc memory for buff at %s\n",
                     "env_init");
-        errno = ENOMEM;
-        return nullptr;
+        return false;
     }
-    if (!read_whole(fd, image, kImageSize)) {
-        const int error = errno;
-        diag::library_system_error("read mtd", error);
-        free(image);
-        errno = error;
-        return nullptr;
-    }
-    return image;
-}
-
-// 0, or the error that keeps the image from being loaded; errno says the same.
-int load() {
-    const MutexLock lock(g_env.load_lock);
-    if (g_env.image != nullptr) return 0;
-    const int fd = open_file(kDevice, O_RDWR);
-    if (fd < 0) {
-        const int error = errno;
-        diag::library_system_error("open mtd", error);
-        return errno = error;
-    }
-    uint8_t* image = read_image(fd);
-    if (image == nullptr) {
-        const int error = errno;
-        close(fd);
-        return errno = error;
-    }
-    g_env.device.fd = fd;
-    g_env.device.devoff = kFlashOffset;
-    g_env.device.env_size = kImageSize;
-    g_env.image = image;
-    return 0;
+    if (read_whole(fd, g_env.image.bytes(), kImageSize)) return true;
+    const int error = errno;
+    diag::library_system_error("read mtd", error);
+    g_env.image.release();
+    errno = error;
+    return false;
 }
 
 // The variables: the image behind its checksum. Indices into it are the data indices of the list. The list
 // ends at the first variable that starts with a NUL, and with the image at the latest.
-std::span<uint8_t> variables() { return {g_env.image + kCrcSize, kImageSize - kCrcSize}; }
+std::span<uint8_t> variables() { return {g_env.image.bytes() + kCrcSize, kImageSize - kCrcSize}; }
 
 size_t end_of_variable(size_t index) {
     const auto data = variables();
@@ -105,6 +80,39 @@ size_t end_of_variable(size_t index) {
 bool is_variable(size_t index) {
     const auto data = variables();
     return index < data.size() && data[index] != 0;
+}
+
+// Where the list ends: the first variable that starts with a NUL, or the end of the image.
+size_t end_of_list() {
+    size_t index = 0;
+    while (is_variable(index)) index = end_of_variable(index) + 1;
+    return std::min(index, variables().size());
+}
+
+// What a look-up reaches: the list, and the NUL that ends it.
+void give_back_unused() { g_env.image.give_back_behind(kCrcSize + end_of_list() + 1); }
+
+// 0, or the error that keeps the image from being loaded; errno says the same.
+int load() {
+    const MutexLock lock(g_env.load_lock);
+    if (g_env.loaded) return 0;
+    const int fd = open_file(kDevice, O_RDWR);
+    if (fd < 0) {
+        const int error = errno;
+        diag::library_system_error("open mtd", error);
+        return errno = error;
+    }
+    if (!read_image(fd)) {
+        const int error = errno;
+        close(fd);
+        return errno = error;
+    }
+    g_env.device.fd = fd;
+    g_env.device.devoff = kFlashOffset;
+    g_env.device.env_size = kImageSize;
+    give_back_unused();
+    g_env.loaded = true;
+    return 0;
 }
 
 // Matches `key` against the variable at `index`: the index of the value's first byte. A key that brings its
@@ -152,10 +160,8 @@ void remove_variable(const Variable& variable) {
 
 // Where a new variable goes: behind the last one, whose NUL a second one must follow.
 std::optional<size_t> append_position() {
-    const auto data = variables();
-    size_t index = 0;
-    while (is_variable(index)) index = end_of_variable(index) + 1;
-    if (index >= data.size()) return std::nullopt;
+    const size_t index = end_of_list();
+    if (index >= variables().size()) return std::nullopt;
     return index;
 }
 
@@ -179,7 +185,7 @@ bool do_setenv(const char* name, const char* value) {
                    "## Error: environment overflow, \"%s\" deleted\n", name);
         return false;
     }
-    store_le(g_env.image, crc32({g_env.image + kCrcSize, kCrcCovered - kCrcSize}));
+    store_le(g_env.image.bytes(), crc32({g_env.image.bytes() + kCrcSize, kCrcCovered - kCrcSize}));
     return true;
 }
 
@@ -199,7 +205,7 @@ bool do_saveenv() {
         return false;
     }
     if (lseek(device.fd, static_cast<off_t>(start), SEEK_SET) < 0 ||
-        !write_whole(device.fd, g_env.image, device.env_size)) {
+        !write_whole(device.fd, g_env.image.bytes(), device.env_size)) {
         diag::library_system_error("write mtd", errno);
         return false;
     }
@@ -232,7 +238,7 @@ marl::Answer marl::look_up_environment(const char* key, std::span<char> value) {
 
 bool marl::environment_is_loaded() {
     const MutexLock lock(g_env.load_lock);
-    return g_env.image != nullptr;
+    return g_env.loaded;
 }
 
 int env_init() { return load() == 0 ? 0 : -1; }
@@ -245,11 +251,13 @@ int get_armboot_para(const char* key, char* value, uint32_t size) {
 int __set_armboot_para(const char* name, const char* value) {
     if (!is_settable(name, value)) return -1;
     if (env_init() < 0) return 0;
+    g_env.image.fetch_back();
     if (!do_setenv(name, value)) {
         diag::error({module::kEnvironment, "__set_armboot_para", 410}, "set environmeent to flash fail\n");
     } else if (!do_saveenv()) {
         diag::error({module::kEnvironment, "__set_armboot_para", 420}, "save environmeent to flash fail\n");
     }
+    give_back_unused();
     return 0;
 }
 

@@ -119,6 +119,8 @@ void take_colon_separated(Identity& board, std::string_view text) {
             slots[slot++] = hexadecimal_part(*part);
         }
     }
+    // A list of clocks that comes early moves a later part there.
+    slots[kCountSlot] = std::min<uint16_t>(slots[kCountSlot], MARL_CPU_MAX);
     memcpy(reinterpret_cast<char*>(&board.info) + kNumbers, slots.data(), sizeof slots);
     board.found = true;
     board.colon_separated = true;
@@ -248,14 +250,11 @@ void decode_raw_id(Identity& board) {
     info.audio_out_channel = mask;
 }
 
-bool holds(const catalogue::Condition& condition, const marl_hwinfo& info) {
-    return condition.field == nullptr || (condition.values >> (info.*condition.field) & 1U) != 0;
-}
-
 const catalogue::ModelRule& rule_of_board(uint16_t code, const marl_hwinfo& info) {
     const auto rules = catalogue::model_rules();
     return *std::find_if(rules.begin(), rules.end(), [code, &info](const catalogue::ModelRule& rule) {
-        return rule.code == code && holds(rule.conditions[0], info) && holds(rule.conditions[1], info);
+        return rule.code == code && catalogue::holds(rule.conditions[0], info) &&
+               catalogue::holds(rule.conditions[1], info);
     });
 }
 

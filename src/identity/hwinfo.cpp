@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
-#include <span>
 
 #include "base/diag.h"
 #include "base/text.h"
+#include "base/words.h"
 #include "identity/raw_id.h"
 
 constinit struct marl_hwinfo HWINFO = {};
@@ -62,22 +62,19 @@ constexpr Info kInfo[MARL_INFO_COUNT] = {
     {&marl_hwinfo::ext_info, {}},
 };
 
-using Names = std::span<const char* const>;
-
-constexpr const char* kCategory[] = {nullptr, "ITC", "IPC", "SPC"};
-constexpr const char* kFvideoChip[] = {
-    nullptr,  "SONY_ITC-1", "TVP5150", "AR0130", "reserved4", "reserved5", "CXD4103_ICX405AK", "MT9M034",
-    "IMX036", "reserved9",  "MT9P006", "OV7720", "AD9920",    "AD9979",    "AD9949",           "IMX122"};
-constexpr const char* kDspChip[] = {nullptr, "hi3510", "hi3511", "dm6441", "dm6446",
-                                    "dm365", "dm368",  "dm6448", "st710x", "dm8148"};
-constexpr const char* kBvideoChip[] = {"no chip", "tw2835", "pnx1700", "dm6441", "dm365", "dm368"};
-constexpr const char* kAnalogAudio[] = {"no audio", "TW2835", "TLV320 right channel", "TW2815"};
-constexpr const char* kStoreInterface[] = {"no device", "USB", "PATA", "SATA", "SDIO"};
-constexpr const char* kAlarmMode[] = {nullptr, "NVS-1.0.240", "IPC-1.0.120", "IPC-1.0.110", "SD-1.0.270"};
-constexpr const char* kWirelessInterface[] = {"no device", "SPI", "USB", "SDIO"};
-constexpr const char* kHdEncode[] = {"no device", "CPLD", "encode chip"};
-constexpr const char* kVideoInterface[] = {"no device", "HD-SDI", "FIDDI", "HDMI", "BNC", "SDI_BNC"};
-constexpr const char* kNetInterface[] = {"Ethernet", "Ethernet_FIBER", "EPON", "ETHERNET_RJ45_FDDI"};
+constexpr Words kCategory = "\0ITC\0IPC\0SPC";
+constexpr Words kFvideoChip =
+    "\0SONY_ITC-1\0TVP5150\0AR0130\0reserved4\0reserved5\0CXD4103_ICX405AK\0MT9M034\0IMX036\0"
+    "reserved9\0MT9P006\0OV7720\0AD9920\0AD9979\0AD9949\0IMX122";
+constexpr Words kDspChip = "\0hi3510\0hi3511\0dm6441\0dm6446\0dm365\0dm368\0dm6448\0st710x\0dm8148";
+constexpr Words kBvideoChip = "no chip\0tw2835\0pnx1700\0dm6441\0dm365\0dm368";
+constexpr Words kAnalogAudio = "no audio\0TW2835\0TLV320 right channel\0TW2815";
+constexpr Words kStoreInterface = "no device\0USB\0PATA\0SATA\0SDIO";
+constexpr Words kAlarmMode = "\0NVS-1.0.240\0IPC-1.0.120\0IPC-1.0.110\0SD-1.0.270";
+constexpr Words kWirelessInterface = "no device\0SPI\0USB\0SDIO";
+constexpr Words kHdEncode = "no device\0CPLD\0encode chip";
+constexpr Words kVideoInterface = "no device\0HD-SDI\0FIDDI\0HDMI\0BNC\0SDI_BNC";
+constexpr Words kNetInterface = "Ethernet\0Ethernet_FIBER\0EPON\0ETHERNET_RJ45_FDDI";
 
 enum class Show { Name, NameWithoutColon, YesNo, Decimal, Hexadecimal, Clocks };
 
@@ -86,7 +83,7 @@ struct Line {
     const char* label;
     uint16_t marl_hwinfo::*field;
     Show show;
-    Names names;
+    Words names;  // an empty one is none
 };
 
 constexpr Line kLines[] = {
@@ -121,7 +118,7 @@ void print_clocks(const char* label, uint16_t count) {
 
 void print_line(const Line& line) {
     const uint16_t value = HWINFO.*line.field;
-    const bool named = value < line.names.size() && line.names[value] != nullptr;
+    const char* name = line.names.at(value);
     switch (line.show) {
         case Show::Decimal:
             diag::out("%s%d\n", line.label, value);
@@ -137,8 +134,8 @@ void print_line(const Line& line) {
             break;
         case Show::Name:
         case Show::NameWithoutColon:
-            if (named) {
-                diag::out("%s%s\n", line.label, line.names[value]);
+            if (name != nullptr && *name != '\0') {
+                diag::out("%s%s\n", line.label, name);
             } else {
                 diag::out("%sunknow%s %d\n", line.label, line.show == Show::Name ? ":" : "", value);
             }

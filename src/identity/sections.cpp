@@ -7,6 +7,7 @@
 #include "base/diag.h"
 #include "base/module.h"
 #include "base/text.h"
+#include "base/words.h"
 #include "identity/source.h"
 #include "libmarl/env.h"
 #include "libmarl/hwid.h"
@@ -19,25 +20,22 @@ namespace {
 
 using namespace marl;
 
-constexpr const char* kAlarmMode[] = {"NA",         "NVS-1.0.240", "IPC-1.0.120", "IPC-1.0.110",
-                                      "SD-1.0.270", "IPC-1.0.440", nullptr};
-constexpr const char* kFvideoChip[] = {"NA",        "SONY_ITC-1",       "TVP5150", "MT9M033", "reserved4",
-                                       "reserved5", "CXD4103_ICX405AK", "MT9M034", "IMX036",  "reserved9",
-                                       "MT9P006",   "OV7720",           "AD9920",  "AD9979",  "AD9949",
-                                       "IMX122",    "AD9923",           nullptr};
-constexpr const char* kDspChip[] = {"NA",    "HI3510", "HI3511", "DM6441", "DM6446",
-                                    "DM365", "DM368",  "DM6448", nullptr};
-constexpr const char* kAnalogAudioMode[] = {"NA", "TW2835_CTRL", "TLV320_R_CTRL", "TW2815_CTRL", nullptr};
-constexpr const char* kTalkback[] = {"NA",       "TLV320_L_CTRL", "TLV320_MIC_CTRL", "TWI2837_MIC_CTRL",
-                                     "AUDIO_IN", "AUDIO_OUT",     "AUDIO_IN_OUT",    nullptr};
-constexpr const char* kBvideoChip[] = {"NA", "TW2835", "PNX1700", "DM6441", "DM365", "DM368", nullptr};
-constexpr const char* kStoreInterface[] = {"NA", "USB", "PATA", "SATA", "SDIO", nullptr};
-constexpr const char* kMatrix[] = {"NA", nullptr};
-constexpr const char* kWirelessInterface[] = {"NA", "SPI", "USB", "SDIO", nullptr};
-constexpr const char* kHdEncode[] = {"NA", "CPLD_CODE", "CHIP_CODE", nullptr};
-constexpr const char* kVideoInterface[] = {"NA", "HD-SDI", "FDDI", "HDMI", "BNC", "SDI_BNC", nullptr};
-constexpr const char* kNetInterface[] = {"ETHERNET", "ETHERNET_FDDI", "EPON", "ETHERNET_RJ45_FDDI", nullptr};
-constexpr const char* kIntellegAnalyse[] = {"NO", "YES", nullptr};
+constexpr Words kAlarmMode = "NA\0NVS-1.0.240\0IPC-1.0.120\0IPC-1.0.110\0SD-1.0.270\0IPC-1.0.440";
+constexpr Words kFvideoChip =
+    "NA\0SONY_ITC-1\0TVP5150\0MT9M033\0reserved4\0reserved5\0CXD4103_ICX405AK\0MT9M034\0IMX036\0"
+    "reserved9\0MT9P006\0OV7720\0AD9920\0AD9979\0AD9949\0IMX122\0AD9923";
+constexpr Words kDspChip = "NA\0HI3510\0HI3511\0DM6441\0DM6446\0DM365\0DM368\0DM6448";
+constexpr Words kAnalogAudioMode = "NA\0TW2835_CTRL\0TLV320_R_CTRL\0TW2815_CTRL";
+constexpr Words kTalkback =
+    "NA\0TLV320_L_CTRL\0TLV320_MIC_CTRL\0TWI2837_MIC_CTRL\0AUDIO_IN\0AUDIO_OUT\0AUDIO_IN_OUT";
+constexpr Words kBvideoChip = "NA\0TW2835\0PNX1700\0DM6441\0DM365\0DM368";
+constexpr Words kStoreInterface = "NA\0USB\0PATA\0SATA\0SDIO";
+constexpr Words kMatrix = "NA";
+constexpr Words kWirelessInterface = "NA\0SPI\0USB\0SDIO";
+constexpr Words kHdEncode = "NA\0CPLD_CODE\0CHIP_CODE";
+constexpr Words kVideoInterface = "NA\0HD-SDI\0FDDI\0HDMI\0BNC\0SDI_BNC";
+constexpr Words kNetInterface = "ETHERNET\0ETHERNET_FDDI\0EPON\0ETHERNET_RJ45_FDDI";
+constexpr Words kIntellegAnalyse = "NO\0YES";
 
 enum class Kind : uint8_t { Model, Number, Version, Name };
 
@@ -45,7 +43,7 @@ struct Section {
     const char* key;
     uint16_t marl_hwinfo_sections::*field;
     Kind kind;
-    const char* const* names = nullptr;
+    Words names = {};
     int version_line = 0;  // of the warning about a version
 };
 
@@ -63,11 +61,11 @@ constexpr Section kSections[] = {
     {"[matrix]", &marl_hwinfo_sections::matrix, Kind::Name, kMatrix},
     {"[wireless_interface]", &marl_hwinfo_sections::wireless_interface, Kind::Name, kWirelessInterface},
     {"[hd_encode]", &marl_hwinfo_sections::hd_encode, Kind::Name, kHdEncode},
-    {"[hd_ver]", &marl_hwinfo_sections::hd_ver, Kind::Version, nullptr, 1205},
+    {"[hd_ver]", &marl_hwinfo_sections::hd_ver, Kind::Version, {}, 1205},
     {"[video_interface]", &marl_hwinfo_sections::video_interface, Kind::Name, kVideoInterface},
     {"[net_interface]", &marl_hwinfo_sections::net_interface, Kind::Name, kNetInterface},
     {"[intelleg_analyse]", &marl_hwinfo_sections::intelleg_analyse, Kind::Name, kIntellegAnalyse},
-    {"[hwinfo_ver]", &marl_hwinfo_sections::hwinfo_ver, Kind::Version, nullptr, 1250},
+    {"[hwinfo_ver]", &marl_hwinfo_sections::hwinfo_ver, Kind::Version, {}, 1250},
 };
 
 constexpr uint32_t kSectionCount = std::size(kSections);
@@ -77,6 +75,19 @@ constexpr uint32_t kFvideoChipSection = 4;
 int report_undefined(const diag::Site& site, const char* name, uint32_t section) {
     diag::warn(site, "Undefined %s in %s\n", name, kSections[section].key);
     return -1;
+}
+
+int report_unknown(const char* name, uint32_t section) {
+    return report_undefined({module::kIdentity, "string2Value", 1037}, name, section);
+}
+
+int position_of(const char* name, const Words& names, uint32_t section) {
+    int position = 0;
+    for (const char* known : names) {
+        if (strcmp(known, name) == 0) return position;
+        ++position;
+    }
+    return report_unknown(name, section);
 }
 
 // Blanks, signs and leading zeros are as scanf has them; wide numbers, so that a long one stays too large.
@@ -106,7 +117,7 @@ void take_section(uint32_t index, const char* value) {
             take_version(section, value);
             break;
         case Kind::Name:
-            field = static_cast<uint16_t>(string2Value(value, section.names, index));
+            field = static_cast<uint16_t>(position_of(value, section.names, index));
             break;
     }
 }
@@ -152,7 +163,7 @@ int string2Value(const char* name, const char* const* list, uint32_t section) {
     for (int position = 0; list[position] != nullptr; ++position) {
         if (strcmp(list[position], name) == 0) return position;
     }
-    return report_undefined({module::kIdentity, "string2Value", 1037}, name, section);
+    return report_unknown(name, section);
 }
 
 int check_product_type(const char* text) {

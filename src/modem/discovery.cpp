@@ -33,7 +33,7 @@ struct {
 
 // The last of these stands for all vendors without a row.
 struct Vendor {
-    std::string_view id;
+    char id[5];
     int modem_type;
 };
 
@@ -42,9 +42,9 @@ constexpr Vendor kVendors[] = {
 constexpr int kOtherVendorModem = 4;
 
 struct KnownModule {
-    std::string_view manufacturer;
-    std::string_view vendor_id;
-    std::string_view product_id;
+    char manufacturer[23];
+    char vendor_id[5];
+    char product_id[5];
 };
 
 constexpr KnownModule kKnownModules[] = {

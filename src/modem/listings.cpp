@@ -1,8 +1,8 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -99,11 +99,15 @@ int classify(const Listing& listing, std::string_view driver) {
     return listing.other_class;
 }
 
+// The hexadecimal number behind a key: 0 without one, and for one of more than 32 bits.
 uint32_t hexadecimal_after(std::string_view line, std::string_view key) {
-    uint32_t value = 0;
-    const std::string_view text = text_after(line, key).value_or("");
-    std::from_chars(text.data(), text.data() + text.size(), value, 16);
-    return value;
+    uint64_t value = 0;
+    for (const char digit : text_after(line, key).value_or("")) {
+        if (isxdigit(static_cast<unsigned char>(digit)) == 0) break;
+        value = value << 4 | static_cast<uint64_t>(digit <= '9' ? digit - '0' : (digit | 0x20) - 'a' + 10);
+        if (value > UINT32_MAX) return 0;
+    }
+    return static_cast<uint32_t>(value);
 }
 
 bool take_name(std::string_view line, std::string_view key, char (&name)[32]) {

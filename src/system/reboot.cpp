@@ -24,6 +24,7 @@ constexpr uint32_t kExpanderResetLine = 1;
 
 constexpr int kIdleWaits = 60;
 constexpr uint32_t kIdleWaitMs = 10'000;
+constexpr uint32_t kResetLowMs = 20;
 
 // Low, then high.
 void pulse(uint32_t line, uint32_t low_ms) {
@@ -79,14 +80,18 @@ int sys_reboot() {
     mark_orderly_end();
     // The run marker must be the last thing that this process writes there.
     cmos::hold_for_good();
-    pulse(kBoardResetLine, 20);
+    pulse(kBoardResetLine, kResetLowMs);
     return -1;
 }
 
 void reboot_when_idle() {
     for (int waits = 0; check_upgrade_map() != 0 && waits < kIdleWaits; ++waits) sleep_ms(kIdleWaitMs);
     sys_reboot();
-    for (;;) sleep_ms(kIdleWaitMs);
+    // Who is still here has a line that did not take its pulse.
+    for (;;) {
+        sleep_ms(kIdleWaitMs);
+        pulse(kBoardResetLine, kResetLowMs);
+    }
 }
 
 void sync_and_reboot() {
