@@ -9,7 +9,6 @@
 #include "build_word.h"
 #include "clock.h"
 #include "clone.h"
-#include "control.h"
 #include "devices.h"
 #include "journal.h"
 #include "launch/run.h"
@@ -39,7 +38,6 @@ constexpr const char* kWritable[] = {"/dev/null", "/proc/self/fd"};
 constexpr const char* kDirectories[] = {
     "/dev/mtd/", "/proc/", "/mnt/mtd/Config/", "/mnt/mtd/Log/", "/mnt/backup/Config/", "/mnt/custom/",
     "/tmp/",     "/etc/"};
-constexpr const char* kBootsFile = "/.boots";
 constexpr size_t kDescriptors = 1024;
 constexpr size_t kLengthInEntry = 16, kNameInEntry = 19;  // of getdents64(2)
 
@@ -49,6 +47,7 @@ char home_path[kPathSize / 2] = "";  // the directory of this run, if it has one
 bool made_before = false;
 uint32_t boots = 0;
 pid_t owner = 0;
+pid_t process = 0;  // whose board it is: the owner, or a child of its that loaded one anew
 bool launched = false;
 int pending_exit = 0;
 constinit OpenFile files[kDescriptors];
@@ -89,11 +88,12 @@ void choose_root() {
     owner = getpid();
 }
 
-void power_on(const char* script_text, const char* script_name) {
+void power_on(char* orders) {
     char path[kPathSize];
+    process = getpid();
     clone_task::prepare();
     boots = 0;
-    read_file(kBootsFile, &boots, sizeof boots);
+    read_file(launch::kBootsFile, &boots, sizeof boots);
     made_before = boots++ > 0;
     for (const char* volatile_part : {"/tmp", "/proc", "/sys"}) {
         if (made_before && place_inside(volatile_part, path)) remove_tree(path, true);
@@ -104,9 +104,9 @@ void power_on(const char* script_text, const char* script_name) {
     devices::reset();
     script::reset();
     record::Line("board").add(" start");
-    script::apply(script_text, script_name);
+    script::begin(orders);
     made_before = false;
-    write_file(kBootsFile, O_CREAT, &boots, sizeof boots);
+    write_file(launch::kBootsFile, O_CREAT, &boots, sizeof boots);
 }
 
 // What is in a file of the host; negative when it cannot be read.
@@ -117,9 +117,13 @@ ssize_t read_host_file(const char* path, void* data, size_t size) {
     return got;
 }
 
-const char* read_script(const char* path) {
-    static char text[256U << 10];
-    if (read_host_file(path, text, sizeof text - 1) < 0) end("cannot read its script", kBadScript);
+// What the launcher has made of the script.
+char* read_orders() {
+    static char text[512U << 10];
+    char path[kPathSize];
+    snprintf(path, sizeof path, "%s/%s", home_path, launch::kOrders);
+    const ssize_t got = launched ? read_host_file(path, text, sizeof text) : 0;
+    if (got < 0 || got == sizeof text) end("cannot read its orders", kBadScript);
     return text;
 }
 
@@ -147,14 +151,13 @@ void boot() {
     clock::start(!real_time);
     clone_task::use_threads(is("MARL_SIM_CLONE", "thread"));
     choose_root();
-    record::open(getenv("MARL_SIM_JOURNAL"));
+    record::open(getenv("MARL_SIM_JOURNAL"), getenv("MARL_SIM_ONLY"));
     signal(end_signal(), [](int) {
         clean_up();
         _exit(pending_exit);
     });
-    const char* script = getenv("MARL_SIM_BOARD");
-    script != nullptr ? power_on(read_script(script), script) : power_on("", "script");
-    if (real_time) control::open(getenv("MARL_SIM_CONTROL"));
+    power_on(read_orders());
+    if (real_time) script::open_control(getenv("MARL_SIM_CONTROL"));
     if (const char* seconds = getenv("MARL_SIM_FOR")) script::end_at(strtod(seconds, nullptr));
 }
 
@@ -170,7 +173,7 @@ void end(const char* reason, ExitCode code) {
     if (code == kBadScript) dprintf(2, "simulated board: %s\n", reason);
     if (clone_task::inside()) {
         pending_exit = code;
-        real.kill(owner, end_signal());
+        real.kill(process, end_signal());
         for (;;) pause();
     }
     clean_up();
@@ -255,22 +258,27 @@ bool remove_tree(const char* path, bool contents_only) {
 }
 
 bool was_made_before() { return made_before; }
-uint32_t boot_number() { return boots; }
 
 }  // namespace board
 
-void load(const char* script_text) {
+void start_again(std::string orders) {
     board::boot();
     clone_task::kill_all();
     clock::restart();
     record::clear();
-    board::remove_tree(board::root_path, true);
-    board::power_on(script_text, "script");
+    board::power_on(orders.data());
 }
 
-void run(const char* script_lines) {
+void start_anew(std::string orders) {
     board::boot();
-    script::apply(script_lines, "script");
+    board::remove_tree(board::root_path, true);
+    start_again(std::move(orders));
+}
+
+void follow(std::string orders) {
+    board::boot();
+    script::apply(orders.data());
+    script::run_due();
 }
 
 const char* root() {

@@ -51,6 +51,5 @@ bool write_file(const char* path, int open_flags, const void* data, size_t size,
 void read_file(const char* path, void* data, size_t size);
 bool remove_tree(const char* path, bool contents_only);  // a path of the host
 bool was_made_before();
-uint32_t boot_number();  // how often the board was switched on
 
 }  // namespace sim::board

@@ -11,7 +11,6 @@
 
 #include "board.h"
 #include "clone.h"
-#include "control.h"
 #include "real.h"
 #include "script.h"
 
@@ -22,6 +21,7 @@ constexpr size_t kParticipants = 128;
 constexpr Nanos kAtOnce = -1;  // the deadline of those that are ready: before any event
 
 constinit Participant table[kParticipants];
+Participant* table_end = table;  // behind the last that was ever used
 __thread Participant* own __attribute__((tls_model("initial-exec"))) = nullptr;
 constinit Lock table_lock;  // real time only: in virtual time the baton is one
 std::atomic<size_t> alive{0};
@@ -62,7 +62,7 @@ bool earlier(const Participant& one, const Participant& other) {
 // then.
 Participant& choose() {
     for (;;) {
-        Participant* best = std::min_element(std::begin(table), std::end(table), earlier);
+        Participant* best = std::min_element(table, table_end, earlier);
         const Nanos wake = best->used ? best->deadline : kNever;
         const Nanos event = script::next_due();
         if (wake == kNever && event == kNever) {
@@ -91,7 +91,7 @@ void real_wait(Nanos duration) {
 // In slices, so that events come in time and a killall is seen.
 bool real_sleep(const Participant* me, Nanos deadline) {
     for (;;) {
-        control::poll();
+        script::take_control();
         script::run_due();
         if (me != nullptr && me->killed) return false;
         const Nanos time = now();
@@ -176,6 +176,7 @@ Participant* add() {
         each.deadline = kAtOnce;
         each.order = ++orders;
         each.used = true;
+        table_end = std::max(table_end, &each + 1);
         ++alive;
         return &each;
     }

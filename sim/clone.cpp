@@ -17,12 +17,15 @@ __attribute__((weak)) void __tsan_acquire(void* address);
 __attribute__((weak)) void __tsan_release(void* address);
 }
 
-// void call_on(char* stack_top, void (*function)(void*), void* argument), for x86-64 and for 32-bit ARM.
-asm(".text; .globl call_on; .hidden call_on; call_on:");
+// void call_on(char* stack_top, void (*function)(void*), void* argument), for x86-64 and for 32-bit ARM in whose
+// Thumb code it stands as ARM code.
+asm(".text; .globl call_on; .hidden call_on; .type call_on, %function");
 #if defined(__x86_64__)
-asm("push %rbx; mov %rsp, %rbx; mov %rdi, %rsp; mov %rdx, %rdi; call *%rsi; mov %rbx, %rsp; pop %rbx; ret");
+asm("call_on: push %rbx; mov %rsp, %rbx; mov %rdi, %rsp; mov %rdx, %rdi; call *%rsi; mov %rbx, %rsp; pop "
+    "%rbx; ret");
 #else
-asm("push {r4, lr}; mov r4, sp; mov sp, r0; mov r0, r2; blx r1; mov sp, r4; pop {r4, pc}");
+asm(".arm; .balign 4; call_on: push {r4, lr}; mov r4, sp; mov sp, r0; mov r0, r2; blx r1; mov sp, r4; pop "
+    "{r4, pc}");
 #endif
 
 namespace sim::clone_task {

@@ -88,6 +88,7 @@ constexpr BuiltIn kBuiltIns[] = {
 };
 
 int perform(const char* name, Words& words) {
+    count_change();
     if (const Answer* answer = scripted_answer(name))
         return take_time(name, answer->duration, answer->status);
     for (const BuiltIn& each : kBuiltIns) {

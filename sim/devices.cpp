@@ -6,6 +6,7 @@
 #include "board.h"
 #include "real.h"
 #include "script.h"
+#include "script/devices.h"
 
 namespace sim::devices {
 
@@ -101,6 +102,10 @@ constexpr Model kModels[] = {
     {"", false, true, nullptr, nullptr, nullptr},  // ordinary files, and the end of the list
 };
 
+static_assert(std::all_of(std::begin(kModels), std::end(kModels), [](const Model& model) {
+    return model.path[0] != '/' || script::is_device(model.path);
+}));
+
 // --- Requests
 
 int64_t nothing(int, void*, Line&) { return 0; }
@@ -151,10 +156,8 @@ int64_t set_link_mode(int descriptor, void* argument, Line& line) {
 }
 
 int64_t acknowledge(int, void* argument, Line& line) {
-    const bool scripted = state.acks_taken < state.acks_used;
-    const uint32_t answer = scripted             ? state.acks[state.acks_taken++]
-                            : state.acknowledges ? state.link_ack
-                                                 : 0;
+    auto& [taken, of_all] = state.acks_taken;
+    const uint32_t answer = taken < of_all ? state.acks[taken++] : state.acknowledges ? state.link_ack : 0;
     memcpy(argument, &answer, sizeof answer);
     line.add(" -> 0x%x", answer);
     return 0;
@@ -179,16 +182,17 @@ int64_t version(int, void* argument, Line& line) {
 // Not by gmtime(): that would set the time zone of a program which has not asked for it yet.
 int64_t read_rtc(int, void* argument, Line& line) {
     using namespace std::chrono;
-    const auto gone = static_cast<int>(state.rtc_stopped ? 0 : clock::now() / clock::kSecond);
-    const sys_days day = sys_days{2026y / January / 1} + days{gone / 86400};
+    const seconds time{state.rtc_start + (state.rtc_stopped ? 0 : clock::now() / clock::kSecond)};
+    const sys_days day{floor<days>(time)};
     const year_month_day date{day};
+    const auto gone = static_cast<int>((time - day.time_since_epoch()).count());
     const int year = int{date.year()};
     const int month = static_cast<int>(unsigned{date.month()});
     const int month_day = static_cast<int>(unsigned{date.day()});
     const int year_day = static_cast<int>((day - sys_days{date.year() / January / 1}).count());
     const int week_day = static_cast<int>(weekday{day}.c_encoding());
-    const int record[9] = {gone % 60,   gone / 60 % 60, gone / 3600 % 24, month_day, month - 1,
-                           year - 1900, week_day,       year_day,         0};
+    const int record[9] = {gone % 60,   gone / 60 % 60, gone / 3600, month_day, month - 1,
+                           year - 1900, week_day,       year_day,    0};
     memcpy(argument, record, sizeof record);
     line.add(" -> %04d-%02d-%02d %02d:%02d:%02d", year, month, month_day, record[2], record[1], record[0]);
     return 0;
@@ -246,17 +250,6 @@ const Model& find(const char* path) {
         if (below || strcmp(path, model->path) == 0) break;
     }
     return *model;
-}
-
-bool is_known(const char* path) { return find(path).path[0] == '/'; }
-
-const char* known() {
-    static char list[1024];
-    char* end = list + sprintf(list, "one of");
-    for (const Model& model : kModels) {
-        if (model.path[0] == '/') end += sprintf(end, " %s", model.path);
-    }
-    return list;
 }
 
 int64_t erase(int descriptor, uint32_t from, uint32_t length) {

@@ -21,10 +21,8 @@ struct Model {
 
 const Model& find(const char* path);  // ordinary files and sockets have one too
 int64_t control(const Model& model, int descriptor, uint32_t request, void* argument, record::Line& line);
-bool is_known(const char* path);  // it is none of the ordinary files
 int64_t erase(int descriptor, uint32_t from, uint32_t length);
-const char* known();  // all that are
-void reset();         // power on; the files of those that exist are made
+void reset();  // power on; the files of those that exist are made
 
 // What the script sets and the models answer with.
 struct State {
@@ -33,6 +31,7 @@ struct State {
     uint8_t cmos[256] = {};
     uint32_t expander = 0;
     bool rtc_stopped = false;
+    int64_t rtc_start = 1767225600;  // what it shows at power on: 2026-01-01, in seconds of the epoch
     uint32_t alive = 0x6984;
     uint32_t link_status = 0;
     uint32_t query_2a = 0;
@@ -43,14 +42,12 @@ struct State {
     bool armed = false;                      // the watchdog runs
     clock::Nanos fed_until = clock::kNever;  // other programs feed it up to then
     uint32_t fpga_id = 500;
-    uint32_t link_ack = 0;   // acknowledges the last frame on the link
-    uint32_t acks[16] = {};  // scripted acknowledgements, which come first
-    uint32_t acks_used = 0, acks_taken = 0;
+    uint32_t link_ack = 0;        // acknowledges the last frame on the link
+    uint32_t acks[16] = {};       // scripted acknowledgements, which come first
+    uint32_t acks_taken[2] = {};  // how many, and of how many
     bool acknowledges = true;
     uint32_t changes_to_cut = 0;  // 0: the power stays
-    // What the script has made.
-    uint32_t environment_used = 0, partitions = 0, serial_ports = 0;
-    bool usb_listed = false;
+    uint32_t environment_used = 0;
 };
 
 extern State state;
@@ -60,8 +57,8 @@ bool save_cmos();
 
 namespace mcu {
 void reset();
-bool say(Words& words);     // HEX...: at once
-bool answer(Words& words);  // COMMAND OPERATION HEX...: to each such frame from now on
+bool say(Words& words);     // BYTE...: at once
+bool answer(Words& words);  // COMMAND OPERATION BYTE...: to each such frame from now on
 int64_t read(uint8_t* data, size_t size);
 int64_t write(uint8_t* data, size_t size);
 }  // namespace mcu

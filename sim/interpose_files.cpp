@@ -17,11 +17,20 @@ constinit uint8_t streams[kStreamDescriptors] = {0, 1, 2};
 int stream_of(int fd) { return fd >= 0 && fd < kStreamDescriptors ? streams[fd] : 0; }
 
 void note_stream(int fd, int stream) {
-    if (fd > 2 && fd < kStreamDescriptors) streams[fd] = static_cast<uint8_t>(stream);
+    if (fd > 0 && fd < kStreamDescriptors) streams[fd] = static_cast<uint8_t>(stream);
 }
 
 int stream_behind(const char* path) {
-    return strcmp(path, "/proc/self/fd/1") == 0 ? 1 : strcmp(path, "/proc/self/fd/2") == 0 ? 2 : 0;
+    return strcmp(path, "/proc/self/fd/1") == 0   ? stream_of(1)
+           : strcmp(path, "/proc/self/fd/2") == 0 ? stream_of(2)
+                                                  : 0;
+}
+
+// A standard stream that is moved stays what it is. Programs move them before anything else is there, so this
+// does without the board.
+int moved(int from, int to, int result) {
+    if (result >= 0) note_stream(to, stream_of(from));
+    return result;
 }
 
 // How much of size passes: a fault that is no error number is a number of bytes.
@@ -146,7 +155,7 @@ EXPORT int close(int fd) {
             Line(file->name).add(" close").failure(fault);
         }
         board::forget(fd);
-        note_stream(fd, 0);
+        if (fd > 2) note_stream(fd, 0);
         const int64_t result = or_errno(real.close(fd));
         return fault < 0 ? fault : result;
     });
@@ -165,6 +174,16 @@ EXPORT int fcntl(int fd, int command, ...) {
         if (copies && result >= 0 && file != nullptr) board::track(static_cast<int>(result), file->name);
         return result;
     });
+}
+
+EXPORT int dup2(int from, int to) noexcept {
+    find_real_functions();
+    return moved(from, to, real.dup2(from, to));
+}
+
+EXPORT int dup3(int from, int to, int flags) noexcept {
+    find_real_functions();
+    return moved(from, to, real.dup3(from, to, flags));
 }
 
 TRANSFER(read, "read", (int fd, void* data, size_t size), (fd, data, most))
@@ -199,6 +218,9 @@ EXPORT int ioctl(int fd, unsigned long number, ...) noexcept {
 
 DESCRIPTOR_CALL(off_t, lseek, offset, (int fd, off_t offset, int whence), (fd, offset, whence))
 DESCRIPTOR_CALL(int, ftruncate, size, (int fd, off_t size), (fd, size))
+EXPORT int fsync(int fd) {
+    return on_file("fsync", fd, 0, [&] { return real.fsync(fd); });
+}
 
 // --- Paths
 

@@ -47,6 +47,14 @@ EXPORT ssize_t sendto(int fd, const void* data, size_t size, int flags, const so
     });
 }
 
+// Asked for over and over, so only its faults are told.
+EXPORT ssize_t recvfrom(int fd, void* data, size_t size, int flags, sockaddr* from, socklen_t* length) {
+    return call<ssize_t>([&]() -> int64_t {
+        const int64_t fault = board::tracked(fd) != nullptr ? script::fault_of("socket", "recvfrom") : 0;
+        return fault < 0 ? fault : or_errno(real.recvfrom(fd, data, size, flags, from, length));
+    });
+}
+
 EXPORT int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
     return on_file("bind", fd, address->sa_family,
                    [&] { return uevent::is_open(fd) ? 0 : real.bind(fd, address, length); });

@@ -72,12 +72,28 @@ EXPORT int clone(int (*function)(void*), void* stack, int flags, void* argument,
 
 // --- Processes
 
+// A child on the caller's stack: who calls vfork() must be who it returns to, so the board only says where to go on.
+extern "C" __attribute__((visibility("hidden"))) void* vfork_to_call() {
+    find_real_functions();
+    const int64_t fault = aside([] { return script::fault_of("process", "vfork"); });
+    if (fault >= 0) return reinterpret_cast<void*>(real.vfork);
+    errno = static_cast<int>(-fault);
+    return reinterpret_cast<void*>(+[] { return -1; });
+}
+asm(".text; .globl vfork; .type vfork, %function; vfork:");
+#if defined(__x86_64__)
+asm("sub $8, %rsp; call vfork_to_call; add $8, %rsp; jmp *%rax");
+#else
+asm("push {r3, lr}; bl vfork_to_call; pop {r3, lr}; bx r0");
+#endif
+
 EXPORT int system(const char* command) {
     return command == nullptr ? 1 : call([&] { return script::run_command(command); });
 }
 
 // A process that ends this way leaves no board behind either. (A vforked child only looks like one.)
 EXPORT void _exit(int code) {
+    board::boot();
     board::clean_up();
     for (;;) real.syscall(SYS_exit_group, code);
 }

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <iterator>
 #include <mutex>
 
+#include "board.h"
 #include "clock.h"
-#include "launch/run.h"
 #include "real.h"
 
 namespace sim::record {
@@ -18,15 +19,34 @@ size_t used = 0;
 int file = -1;
 constinit clock::Lock lock;
 
+// How lines begin that are kept; none: all are.
+char beginnings_text[128];
+const char* beginnings[8];
+size_t beginnings_known = 0;
+
+void keep_only(const char* list) {
+    snprintf(beginnings_text, sizeof beginnings_text, "%s", list);
+    for (char* word = strtok(beginnings_text, " "); word != nullptr; word = strtok(nullptr, " ")) {
+        if (beginnings_known < std::size(beginnings)) beginnings[beginnings_known++] = word;
+    }
+}
+
+bool is_kept(const char* who) {
+    const auto begins_it = [who](const char* each) { return strncmp(who, each, strlen(each)) == 0; };
+    return beginnings_known == 0 || std::any_of(beginnings, beginnings + beginnings_known, begins_it);
+}
+
+// Only a test program asks for the text afterwards.
+bool has_room(size_t size) { return !board::is_launched() && used + size <= kMemory; }
+
 }  // namespace
 
-void open(const char* target) {
+void open(const char* target, const char* only) {
+    if (only != nullptr) keep_only(only);
     if (target == nullptr) return;
-    const int opened = strcmp(target, "-") == 0
-                           ? dup(STDOUT_FILENO)
-                           : real.open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    file = fcntl(opened, F_DUPFD_CLOEXEC, launch::kFirstDescriptor);
-    real.close(opened);
+    file = put_away(strcmp(target, "-") == 0
+                        ? dup(STDOUT_FILENO)
+                        : real.open(target, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
 }
 
 bool is_open() { return file >= 0; }
@@ -42,7 +62,7 @@ std::string text() {
 }
 
 // A line that nothing would keep is not made: a run of many days does not pay for it.
-Line::Line(const char* who) : dropped_(file < 0 && used + kSize > kMemory) {
+Line::Line(const char* who) : dropped_((file < 0 && !has_room(kSize)) || !is_kept(who)) {
     const int64_t millis = clock::now() / 1'000'000;
     add("%lld.%03d %s", static_cast<long long>(millis / 1000), static_cast<int>(millis % 1000), who);
 }
@@ -51,7 +71,7 @@ Line::~Line() {
     if (dropped_) return;
     text_[used_++] = '\n';
     const std::lock_guard guard(lock);
-    if (used + used_ <= kMemory) {
+    if (has_room(used_)) {
         memcpy(memory + used, text_, used_);
         used += used_;
     }

@@ -7,8 +7,9 @@
 
 namespace sim::record {
 
-void open(const char* target);  // a file, or null for the memory only
-bool is_open();                 // somebody reads it while the board runs, or afterwards
+// A file, or null for the memory only; how the lines begin that are kept, or null for all.
+void open(const char* target, const char* only);
+bool is_open();  // somebody reads it while the board runs, or afterwards
 void clear();
 std::string text();
 

@@ -3,7 +3,6 @@
 #include <mutex>
 
 #include "devices.h"
-#include "script.h"
 #include "words.h"
 
 namespace sim::devices::mcu {
@@ -15,7 +14,7 @@ struct Queue {
     size_t first, end;
 
     size_t size() const { return end - first; }
-    bool add(uint32_t byte) {
+    bool add(int64_t byte) {
         if (size() == sizeof data) return false;
         data[end++ % sizeof data] = static_cast<uint8_t>(byte);
         return true;
@@ -32,8 +31,7 @@ Queue said, written, answers[32][2];  // answers by the command and the operatio
 
 bool add(Words& words, Queue& queue) {
     while (words.more()) {
-        const uint32_t byte = words.number(16, UINT8_MAX, "a byte in hexadecimal");
-        if (!script::rehearses() && !queue.add(byte)) return false;
+        if (!queue.add(words.number())) return false;
     }
     return true;
 }
@@ -53,8 +51,8 @@ bool say(Words& words) {
 
 bool answer(Words& words) {
     const std::lock_guard guard(lock);
-    auto& command = answers[words.number(0, 31, "a command, 0 to 31")];
-    return add(words, command[words.number(0, 1, "0 or 1")]);
+    auto& command = answers[words.number()];
+    return add(words, command[words.number()]);
 }
 
 int64_t read(uint8_t* data, size_t size) {

@@ -10,10 +10,18 @@ namespace sim {
 
 // A new board: fresh files, time back to 0, empty journal, no faults. Descriptors of devices that the program
 // still holds go on working; a clone task of the board before is killed.
-SIM_EXPORT void load(const char* script);
+void load(const char* script);
+
+// The same board switched on again: what lasts is as it was.
+void restart(const char* script);
 
 // Applies further script lines at the present board time.
-SIM_EXPORT void run(const char* script_lines);
+void run(const char* script_lines);
+
+// The same with what the compiler, which is no part of the board, has made of them.
+SIM_EXPORT void start_anew(std::string orders);
+SIM_EXPORT void start_again(std::string orders);
+SIM_EXPORT void follow(std::string orders);
 
 SIM_EXPORT const char* root();
 SIM_EXPORT std::string journal();

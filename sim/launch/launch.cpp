@@ -10,10 +10,14 @@
 #include <sys/wait.h>
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -21,12 +25,16 @@
 
 #include "build_word.h"
 #include "run.h"
+#include "script/compiler.h"
 
 namespace {
 
+using sim::launch::kBootsFile;
 using sim::launch::kHomeVariable;
+using sim::script::Compiler;
 
 constexpr int kRefused = 2;
+constexpr char kSeparator = '\x1f';
 constexpr const char* kLibrary = "libmarlsim.so";
 
 char home[PATH_MAX] = "";
@@ -40,8 +48,8 @@ std::string preload;  // the board under a name that the loader leaves whole
     fputs("\n", stderr);
     va_end(arguments);
     if (*home != '\0') {
-        unlink(preload.c_str());
-        rmdir(home);
+        std::error_code ignored;
+        std::filesystem::remove_all(home, ignored);
     }
     exit(kRefused);
 }
@@ -120,27 +128,60 @@ void check_library(const char* library, const Image& own) {
     if (!image.contains(MARL_SIM_BUILD_WORD)) refuse("%s: of another build than this launcher", library);
 }
 
-// --- Network
+// --- The script
 
-void write_text(const char* path, const std::string& text) {
-    const int fd = open(path, O_WRONLY | O_CLOEXEC);
+void write_text(const std::string& path, const std::string& text) {
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     const bool done = fd >= 0 && write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    if (!done) refuse("%s: %s", path, strerror(errno));
+    if (!done) refuse("%s: %s", path.c_str(), strerror(errno));
     close(fd);
 }
 
-// More scripts than those that mean it are welcome to a namespace of their own.
-bool wants_network() {
-    const char* script = getenv("MARL_SIM_BOARD");
-    FILE* file = script != nullptr ? fopen(script, "re") : nullptr;
-    if (file == nullptr) return false;
-    bool wanted = false;
-    for (char line[4096]; !wanted && fgets(line, sizeof line, file) != nullptr;) {
-        wanted = strstr(line, "network real") != nullptr;
+// How often the board was switched on, this time included. It counts in a file of its directory.
+unsigned boot_number() {
+    uint32_t before = 0;
+    if (const char* root = getenv("MARL_SIM_ROOT")) {
+        std::ifstream(std::string(root) + kBootsFile, std::ios::binary)
+            .read(reinterpret_cast<char*>(&before), sizeof before);
     }
-    fclose(file);
-    return wanted;
+    return before + 1;
 }
+
+// Whatever is wrong with a script is told before anything is started.
+std::string compile(Compiler& compiler, const char* script) {
+    errno = 0;
+    std::ifstream file(script, std::ios::binary);
+    if (!file) refuse("%s: %s", script, strerror(errno));
+    std::ostringstream text;
+    text << file.rdbuf();
+    std::string orders = compiler.compile(text.str());
+    for (const auto& [line, problem] : compiler.problems())
+        fprintf(stderr, "simulated board: %s:%u: %s\n", script, line, problem.c_str());
+    if (!compiler.problems().empty()) exit(kRefused);
+    return orders;
+}
+
+// For the runner: lines of standard input are told to a board that runs, after the number of its boot. An
+// answer is one line: "error: ", "help: ", or "ok: " and the orders, separated by kSeparator.
+int answer_lines(const char* script) {
+    Compiler compiler(1);
+    compile(compiler, script);
+    for (std::string line; std::getline(std::cin, line);) {
+        const size_t blank = std::min(line.find(' '), line.size());
+        compiler.set_boot(static_cast<unsigned>(atoi(line.c_str())));
+        line.erase(0, blank + 1);
+        std::string orders = compiler.tell(line);
+        std::replace(orders.begin(), orders.end(), '\n', kSeparator);
+        const auto& problems = compiler.problems();
+        std::cout << (line == "help"     ? "help: " + sim::script::known_lines()
+                      : problems.empty() ? "ok: " + orders
+                                         : "error: " + problems[0].text)
+                  << std::endl;
+    }
+    return 0;
+}
+
+// --- Network
 
 void make_network() {
     const auto user = std::to_string(getuid()), group = std::to_string(getgid());
@@ -160,7 +201,8 @@ void make_network() {
 
 // The program with the variables that are for its loader alone; an emulator hands them to its guest.
 [[noreturn]] void execute(char** program, const std::vector<std::string>& variables) {
-    std::string emulator = MARL_EMULATOR;
+    const char* const given = getenv("MARL_EMULATOR");  // set to nothing where the programs run by themselves
+    std::string emulator = given != nullptr ? given : MARL_EMULATOR;
     std::vector<char*> command;
     for (char* word = strtok(emulator.data(), " "); word != nullptr; word = strtok(nullptr, " ")) {
         command.push_back(word);
@@ -221,11 +263,12 @@ void clear_left_behind() {
     }
 }
 
-void preload_board(const std::string& library) {
+void preload_board(const std::string& library, const std::string& orders) {
     clear_left_behind();
     if (!sim::launch::make_home(home, true))
         refuse("no directory below %s: %s", sim::launch::kParent, strerror(errno));
     setenv(kHomeVariable, home, 1);
+    write_text(std::string(home) + "/" + sim::launch::kOrders, orders);
     preload = std::string(home) + "/" + kLibrary;
     if (symlink(library.c_str(), preload.c_str()) != 0) refuse("%s: %s", preload.c_str(), strerror(errno));
 }
@@ -233,6 +276,7 @@ void preload_board(const std::string& library) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 3 && strcmp(argv[1], "--tell") == 0) return answer_lines(argv[2]);
     if (argc < 2) refuse("usage: %s PROGRAM [ARGUMENT...]", argv[0]);
     char own_path[PATH_MAX] = {};
     if (readlink("/proc/self/exe", own_path, sizeof own_path - 1) < 0) refuse("/proc: %s", strerror(errno));
@@ -241,8 +285,11 @@ int main(int argc, char** argv) {
     check_privileges(argv[1]);
     check_program(argv[1], own);
     check_library(library.c_str(), own);
-    if (wants_network() && !sim::launch::has_own_network()) make_network();
-    preload_board(library);
+    Compiler compiler(boot_number());
+    const char* script = getenv("MARL_SIM_BOARD");
+    const std::string orders = script != nullptr ? compile(compiler, script) : "";
+    if (compiler.wants_network() && !sim::launch::has_own_network()) make_network();
+    preload_board(library, orders);
     if (ask_loader(argv + 1).find("\t" + preload + " (") == std::string::npos) {
         refuse("%s: the loader leaves out the board", argv[1]);
     }

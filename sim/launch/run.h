@@ -18,7 +18,9 @@ namespace sim::launch {
 constexpr const char* kHomeVariable = "MARL_SIM_HOME";
 constexpr const char* kParent = "/tmp";
 constexpr const char* kStart = "marl-board.";
-constexpr int kFirstDescriptor = 900;  // out of the way: some programs count theirs
+constexpr const char* kOrders = "orders";      // the script, as the board takes it
+constexpr const char* kBootsFile = "/.boots";  // in the board's directory: how often it was switched on
+constexpr int kFirstDescriptor = 900;          // out of the way: some programs count theirs
 
 // The descriptor that holds the lock; -1 when somebody else has it, or has removed the directory meanwhile.
 inline int lock(const char* path, int how) {

@@ -6,11 +6,10 @@ import sys
 import options as command_line
 import summary
 from options import Usage, is_program
+from places import BOARDS, COMMAND, programs, usage
 from runner import Runner
 from view import Chosen, RawView, StoryView, terminal_width
 
-TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
-BOARDS = os.path.join(TOP, "sim", "boards")
 SUFFIX = ".board"
 
 
@@ -36,7 +35,7 @@ def find_board(name):
         return known
     if os.path.isfile(name):
         return os.path.abspath(name)
-    raise Usage(f"no such board: {name} (scripts/run --list shows them)")
+    raise Usage(f"no such board: {name} ({COMMAND} --list shows them)")
 
 
 def find_program(options, build):
@@ -109,7 +108,7 @@ class Result:
 
 def run(options):
     """The run that the options ask for; its exit status."""
-    build = os.path.join(TOP, "build", options.preset)
+    build = programs(options.preset)
     script = find_board(options.board)
     find_program(options, build)
     text = read(script)
@@ -151,19 +150,19 @@ def main(words):
         sys.stdout.reconfigure(errors="replace")
         options = command_line.parse(words)
         if options.wants_help or options.wants_list:
-            print(command_line.USAGE) if options.wants_help else list_boards()
+            print(usage(command_line.USAGE)) if options.wants_help else list_boards()
             return 0
         status = run(options)
         sys.stdout.flush()
         return status
     except Usage as problem:
-        print(f"scripts/run: {problem}\n{command_line.USAGE}", file=sys.stderr)
+        print(f"{COMMAND}: {problem}\n{usage(command_line.USAGE)}", file=sys.stderr)
         return 2
     except BrokenPipeError:  # whoever read this has seen enough
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         return 141
     except OSError as problem:
-        print(f"scripts/run: {problem}", file=sys.stderr)
+        print(f"{COMMAND}: {problem}", file=sys.stderr)
         return 2
 
 

@@ -2,28 +2,63 @@
 
 import os
 import socket
+import subprocess
 import sys
 import threading
-import time
 
-PATIENCE = 3.0  # seconds for a board that is just starting, again
+SEPARATOR = "\x1f"  # of the orders in an answer of the launcher
 
 
-def ask(path, line):
-    """What the board answers to a line; None when there is no board."""
-    until = time.monotonic() + PATIENCE
-    while True:
+class Live:
+    """Has orders made of lines, and hands these to whichever boot comes to take them."""
+
+    def __init__(self, launcher, script, orders, boot):
+        self.command, self.boot = [*launcher, "--tell", script], boot
+        self.compiler, self.lock = None, threading.Lock()
+        os.mkfifo(orders, 0o600)
+        self.orders = os.open(orders, os.O_RDWR | os.O_CLOEXEC)
+
+    def tell(self, line):
+        """Does a line; what is answered."""
+        with self.lock:
+            if self.compiler is None:
+                self.compiler = subprocess.Popen(self.command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True,
+                                                 errors="replace", start_new_session=True)
+            print(self.boot(), line, file=self.compiler.stdin, flush=True)
+            word, _, rest = self.compiler.stdout.readline().rstrip("\n").partition(": ")
+            if word == "help":
+                return f"ok: {rest}"
+            if word != "ok":
+                return f"error: {rest}"
+            os.write(self.orders, rest.replace(SEPARATOR, "\n").encode())
+            return "ok"
+
+    def take_typed(self):
+        """Lines of standard input. What the board has done shows in the story; the rest is answered here."""
+        for line in sys.stdin:
+            answer = self.tell(line.strip()) if line.strip() else "ok"
+            if answer != "ok":
+                print(answer.replace("; ", "\n"), file=sys.stderr, flush=True)
+
+    def take_written(self, listener):
+        """Lines of whoever connects to the socket."""
+        while True:
+            client, _ = listener.accept()
+            start(self.serve, client)
+
+    def serve(self, client):
+        """An answer to each line."""
         try:
-            with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as board:
-                board.settimeout(PATIENCE)
-                board.connect(path)
-                board.sendall(line.encode() + b"\n")
-                with board.makefile("r", encoding="utf-8", errors="replace") as answer:
-                    return answer.readline().rstrip("\n") or None
-        except OSError:
-            if time.monotonic() > until:
-                return None
-            time.sleep(0.05)
+            with client, client.makefile("rw", encoding="utf-8", errors="replace") as stream:
+                for line in stream:
+                    print(self.tell(line.strip()), file=stream, flush=True)
+        except OSError:  # gone
+            pass
+
+
+def start(work, *arguments):
+    """Beside the run, which does not wait for it."""
+    threading.Thread(target=work, args=arguments, daemon=True).start()
 
 
 def is_ours():
@@ -34,18 +69,14 @@ def is_ours():
         return False
 
 
-def forward(path):
-    """Tells the board what comes in. What it has done shows in the story; the rest is answered here."""
-    for line in sys.stdin:
-        line = line.strip()
-        if not line:
-            continue
-        answer = ask(path, line)
-        if answer != "ok":
-            print(answer.replace("; ", "\n") if answer else "no board is listening", file=sys.stderr, flush=True)
-
-
-def listen(path):
-    """Begins to; the run does not wait for it."""
+def listen(live, path):
+    """Begins to, at a socket too where a path is given."""
+    if path is not None:
+        if os.path.exists(path):
+            os.unlink(path)
+        listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        listener.bind(path)
+        listener.listen()
+        start(live.take_written, listener)
     if is_ours():
-        threading.Thread(target=forward, args=(path,), daemon=True).start()
+        start(live.take_typed)

@@ -17,6 +17,7 @@ ROW, GAP, TOP = 22, 7, 34
 CONSOLE_ROWS = 5
 MOST_SHAPES, MOST_LINES, MOST_TICKS = 6000, 3000, 3000
 LABEL = 44
+ON_TOP = ("pulse", "still", "error", "fault")  # as short as they may be
 
 
 class Lane:
@@ -192,7 +193,7 @@ class ReportWriter:
             names.append(f'<rect class="lane" x="{LEFT}" y="{y}" width="{WIDTH}" height="{height}"/>'
                          f'<text class="name" x="{LEFT - 10}" y="{y + 15}">{escape(self._short(lane.name))}</text>')
             labels = []
-            for kind, start, end, text, label in lane.shapes:
+            for kind, start, end, text, label in sorted(lane.shapes, key=lambda shape: shape[0] in ON_TOP):
                 shapes.append(self._shape(kind, start, end, text, y, height))
                 if label:
                     labels.append(f'<text class="label {kind}" data-a="{start:.3f}" data-y="{y}" data-rows="{lane.rows}" '

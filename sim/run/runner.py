@@ -14,6 +14,7 @@ HIGH = 20  # descriptors from here on do not get into each other's way
 MOST_BOOTS_AT_ONCE = 20
 PARENT, START = "/tmp", "marl-board."  # the simulated board's own directories are named so, too
 MESSAGE = "simulated board: "
+ORDERS = ".orders"  # where the board takes those that come while it runs
 PRESET_VARIABLES = {
     "armel": {"MARL_SIM_CLONE": "thread"},
     "tsan": {"MARL_SIM_CLONE": "thread", "TSAN_OPTIONS": "halt_on_error=1:ignore_noninstrumented_modules=1"},
@@ -96,7 +97,9 @@ def pipe():
 
 
 def emulator(build):
-    """What starts the programs of a build that are not for this machine."""
+    """What starts the programs of a build that are not for this machine; told, or the build's own."""
+    if "MARL_EMULATOR" in os.environ:
+        return os.environ["MARL_EMULATOR"].split()
     try:
         with open(os.path.join(build, "emulator"), encoding="utf-8") as file:
             return file.read().split()
@@ -175,7 +178,8 @@ class Runner:
 
     def __init__(self, options, script, build, viewers):
         self.options, self.script, self.viewers = options, script, viewers
-        self.command = [*emulator(build), os.path.join(build, "sim-launch"), options.program, *options.arguments]
+        self.launcher = [*emulator(build), os.path.join(build, "sim-launch")]
+        self.command = [*self.launcher, options.program, *options.arguments]
         self.keeps_output = not options.is_daemon
         self.outcome = Outcome()
         self.boot, self.total, self.last, self.last_of_board = None, 0.0, None, ""
@@ -192,10 +196,10 @@ class Runner:
             signal.signal(number, self.stop)
         started, at_once = time.monotonic(), 0
         with BoardDirectory() as root:
-            self.control = os.path.abspath(self.options.control or os.path.join(root, ".control"))
             if not self.options.is_fast:
                 import live
-                live.listen(self.control)
+                orders = os.path.join(root, ORDERS)
+                live.listen(live.Live(self.launcher, self.script, orders, self._number), self.options.control)
             while True:
                 began = time.monotonic()
                 code = self._boot_once(root)
@@ -210,6 +214,10 @@ class Runner:
         self.outcome.simulated = self.total
         return self.outcome
 
+    def _number(self):
+        """Of the present boot."""
+        return len(self.outcome.boots) + 1
+
     def _is_over(self):
         seconds = self.options.seconds
         return self.outcome.was_interrupted or (seconds is not None and self.total >= seconds)
@@ -218,14 +226,14 @@ class Runner:
         variables = {"MARL_SIM_BOARD": self.script, "MARL_SIM_ROOT": root, "MARL_SIM_JOURNAL": "/proc/self/fd/3",
                      "MARL_SIM_TIME": "virtual" if self.options.is_fast else "real"}
         if not self.options.is_fast:
-            variables["MARL_SIM_CONTROL"] = self.control
+            variables["MARL_SIM_CONTROL"] = os.path.join(root, ORDERS)
         if self.options.seconds is not None:
             variables["MARL_SIM_FOR"] = f"{self.options.seconds - self.total:.3f}"
         return {**variables, **PRESET_VARIABLES.get(os.path.basename(self.options.preset), {})}
 
     def _boot_once(self, root):
         offset, outcome = self.total, self.outcome
-        number = len(outcome.boots) + 1
+        number = self._number()
         self.boot = Boot(self.command, self._variables(root), self.keeps_output)
         self.last, self.last_of_board, seen, rest = None, "", {"out": [], "err": []}, b""
         try:

@@ -33,7 +33,7 @@ class Launcher : public testing::Test {
     Launcher() : build_(scratch_.path() + "/my work: tree") {
         fs::create_directories(build_ + "/tests");
         for (const char* file : {"sim-launch", "libmarlsim.so", "libmarl.so.1", "tests/identify"})
-            fs::copy(std::string(MARL_BUILD_DIR) + "/" + file, build_ + "/" + file);
+            fs::copy(scenario::build_directory() + "/" + file, build_ + "/" + file);
     }
     std::string file(const char* name) const { return build_ + "/" + name; }
     scenario::Outcome start(const std::string& script = "env HWID=IPC-KN1E:1:2\n") const {
@@ -147,7 +147,7 @@ scenario::Outcome launch_this_test() {
 
 // Every attempt is harmless should it succeed.
 void reach_for_the_machine() {
-    static const std::string kOutside = std::string(MARL_BUILD_DIR) + "/outside";
+    static const std::string kOutside = scenario::build_directory() + "/outside";
     static const char* const kPath = kOutside.c_str();
     static char* const kNoArguments[] = {nullptr};
     const struct {
