@@ -23,6 +23,7 @@ if ! env -u DESTDIR "$cmake" --install "$build" --prefix "$stage" >"$stage/insta
     exit 1
 fi
 sentrel=$(find "$stage" -path '*/sbin/sentrel')
+tool=$(find "$stage" -path '*/bin/marl')  # in builds that have it
 library=$(find "$stage" -name libmarl.so.1)
 archive=$(find "$stage" -name libmarl.a)
 for file in "$sentrel" "$library" "$archive" "$static_client"; do
@@ -58,6 +59,10 @@ needs "$library" libc.so.6
 needs "$sentrel" libc.so.6 libmarl.so.1
 hardened "$library"
 hardened "$sentrel"
+if [ -n "$tool" ]; then
+    needs "$tool" libc.so.6 libmarl.so.1
+    hardened "$tool"
+fi
 grep -q '(SONAME).*\[libmarl\.so\.1\]' <<<"$("$readelf" -d "$library")" || fail "the soname is not libmarl.so.1"
 
 mapfile -d '' headers < <(find "$include" -name '*.h' -print0)
@@ -73,13 +78,27 @@ exports() {
     [ -z "$extra" ] || fail "$1 exports undeclared names: ${extra//$'\n'/ }"
 }
 
-exports libmarl.so.1 "$("$nm" -D --defined-only "$library" | awk 'NF == 3 { sub(/@.*/, "", $3); print $3 }' | sort -u)"
+exports libmarl.so.1 "$("$nm" -D --defined-only "$library" | awk 'NF == 3 && $2 != "A" { sub(/@.*/, "", $3); print $3 }' | sort -u)"
 exports libmarl.a "$("$nm" -g --defined-only "$archive" | awk 'NF == 3 { print $3 }' | sort -u)"
+
+# A program asks for the version that a name came with, so none may be without.
+bare=$("$nm" -D --defined-only "$library" | awk 'NF == 3 && $2 != "A" && $3 !~ /@@LIBMARL_[0-9.]+$/ { print $3 }')
+[ -z "$bare" ] || fail "names without a version: ${bare//$'\n'/ }"
 
 # The client calls nothing of the library and must carry its initialiser all the same.
 grep -q ' libmarl_init$' <<<"$("$nm" --defined-only "$static_client")" || fail "a static client lacks the initialiser"
 
+# The flash of the board is small. What counts is what is loaded, not the names and tables for debuggers.
+loaded() {
+    "$readelf" -SW "$1" | awk '/^ *\[ *[0-9]+\]/ { sub(/^ *\[ *[0-9]+\] /, ""); if ($7 ~ /A/ && $2 != "NOBITS") print "0x" $5 }' |
+        { sum=0; while read -r size; do sum=$((sum + size)); done; echo $sum; }
+}
+size=$(($(loaded "$library") + $(loaded "$sentrel")))
+if grep -q 'Machine: *ARM$' <<<"$("$readelf" -h "$sentrel")" && [ "$size" -ge $((100 * 1024)) ]; then
+    fail "the board's binaries have grown to $size bytes"
+fi
+
 if [ "$failures" -ne 0 ]; then
     exit 1
 fi
-printf 'binaries are as they should be, %d exported names\n' "$(wc -l <<<"$declared")"
+printf 'binaries are as they should be, %d exported names, %d bytes\n' "$(wc -l <<<"$declared")" "$size"
