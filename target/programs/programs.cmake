@@ -1,0 +1,16 @@
+# Programs for the emulated machines: they run on a kernel of their own, without the simulated board, and nowhere else.
+set(target_programs devices figures clock_call flash_check unaligned)
+foreach(name IN LISTS target_programs)
+    add_executable(target_${name} EXCLUDE_FROM_ALL ${CMAKE_CURRENT_LIST_DIR}/${name}.cpp)
+    target_include_directories(target_${name} PRIVATE ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(target_${name} PRIVATE marl_warnings)
+    set_target_properties(target_${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/target
+                                                    OUTPUT_NAME ${name})
+endforeach()
+target_link_libraries(target_clock_call PRIVATE sentrel_core marl)
+target_link_libraries(target_flash_check PRIVATE marl)
+add_custom_target(target_programs)
+add_dependencies(target_programs sentrel)
+foreach(name IN LISTS target_programs)
+    add_dependencies(target_programs target_${name})
+endforeach()
