@@ -1,0 +1,198 @@
+// What other processes and threads do at the same time, and to the names in /tmp, which are anybody's.
+#include <libmarl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <random>
+#include <thread>
+
+#include "helpers/board.h"
+
+// What another process sees between two steps of a save.
+static void (*g_between)() = nullptr;
+
+extern "C" off_t lseek(int fd, off_t to, int from) noexcept {
+    if (const auto look = std::exchange(g_between, nullptr)) {
+        look();
+        g_between = look;
+    }
+    return board::behind(lseek, "lseek")(fd, to, from);
+}
+
+namespace {
+
+using namespace board;
+namespace fs = std::filesystem;
+
+const std::string kFlag = "/tmp/upgrade_ing", kMediaGuard = "/tmp/mediaguard_to_sentrel",
+                  kEncode = "/tmp/encode_to_sentrel";
+
+void make_sparse(const std::string& path) {
+    std::ofstream(path) << "";
+    fs::resize_file(path, uintmax_t{1} << 40);
+}
+
+// What stands in the place of each file before the daemon starts, and when the stall of a process whose own file is in
+// order resets the board. A flag that is there and cannot be opened counts as an upgrade: its stall is told, no more.
+TEST(Neighbours, CannotStopTheSupervision) {
+    const std::pair<const char*, void (*)(const std::string&)> intruders[] = {
+        {"link", [](const std::string& path) { fs::create_symlink("../precious", path); }},
+        {"link to a device", [](const std::string& path) { fs::create_symlink("/dev/zero", path); }},
+        {"FIFO", [](const std::string& path) { EXPECT_EQ(mkfifo(path.c_str(), 0777), 0); }},
+        {"directory", [](const std::string& path) { fs::create_directories(path + "/full"); }},
+        {"sparse", make_sparse}};
+    const std::string encode_stalls = "beat " + kEncode + " every 1 until 60\n";
+    const std::pair<std::string, std::string> places[] = {{kFlag, kEncodeBeats + kMediaGuardStalls},
+                                                          {kMediaGuard, encode_stalls},
+                                                          {kEncode, kMediaGuardStalls}};
+    for (const auto& [path, beats] : places) {
+        for (const auto& [what, make] : intruders) {
+            SCOPED_TRACE(path + " is a " + what);
+            const scenario::BoardDirectory board;
+            std::ofstream(board.path() + "/precious") << "precious";
+            fs::create_directory(board.path() + "/tmp");
+            make(board.path() + path);
+            const auto run = scenario::run_sentrel(kTraffic + beats, 120, {.root = board.path()});
+            const bool held = path == kFlag && what != std::string("sparse");
+            // A MediaGuard that is a regular file and stays 0 is a stall of its own.
+            const double reset = held                                                   ? -1
+                                 : path == kMediaGuard && what == std::string("sparse") ? 32.42
+                                                                                        : 84.42;
+            EXPECT_NEAR(run.journal.time_of("board reset gpio35"), reset, 0.002) << run.journal.text();
+            EXPECT_EQ(run.status, held ? 0 : kBoardReset);
+            EXPECT_GE(run.journal.count("out \"upgrade is on, skip--\\n\""), held ? 5U : 0U);
+            EXPECT_EQ(board.read("/precious"), "precious");
+        }
+    }
+}
+
+// Signals at any moment, stops included, change nothing of what the daemon does.
+TEST(Neighbours, MaySendSignals) {
+    const std::string script = kTraffic + kEncodeBeats + kMediaGuardStalls;
+    // By a shell, because this process is on the board, where nothing is sent. It ends with whom it sends to.
+    const auto storm = [] {
+        const std::string group = std::to_string(getpid());
+        setpgid(0, 0);
+        if (fork() != 0) return;
+        setpgid(0, 0);
+        constexpr const char* kStorm =
+            "while for s in CHLD STOP CONT WINCH URG; do kill -s $s -- -$0 || exit; done; do :; done";
+        execlp("sh", "sh", "-c", kStorm, group.c_str(), nullptr);
+        _exit(127);
+    };
+    const auto calm = scenario::run_sentrel(script, 100);
+    const auto stormy = scenario::run_sentrel(script, 100, {.streams = storm});
+    EXPECT_EQ(stormy.status, calm.status);
+    EXPECT_EQ(stormy.journal.text(), calm.journal.text());
+}
+
+const Strings kAddresses = {"10.0.0.1", "192.168.100.200"};
+
+bool reads_a_saved_address() {
+    char address[MARL_NET_VALUE_SIZE] = {};
+    return GetEthAttr("eth2", NET_ATTR_IP, address, sizeof address) == 0 &&
+           std::find(kAddresses.begin(), kAddresses.end(), address) != kAddresses.end();
+}
+
+TEST(Processes, ReadASettingWhileItIsSaved) {
+    load("file /mnt/mtd/Config/network2 HOSTIP = 10.0.0.1");
+    static int looks = 0;
+    g_between = [] {
+        ++looks;
+        EXPECT_TRUE(reads_a_saved_address());
+    };
+    for (const std::string& address : {kAddresses[1], kAddresses[0], kAddresses[1]})
+        EXPECT_EQ(NetConfigWriteKey("/mnt/mtd/Config/network2", "HOSTIP", address.c_str()), 0);
+    g_between = nullptr;
+    EXPECT_GE(looks, 9);
+}
+
+// Children that were forked go on with their parent's library, one beside the other.
+TEST(Processes, ShareTheFlagAfterAFork) {
+    load("env a=1\nfile /mnt/mtd/Config/network2 HOSTIP = 10.0.0.1");
+    ASSERT_EQ(init_upgrade_map(), 0);
+    for (int child = 0; child < 4; ++child) {
+        if (fork() != 0) continue;
+        bool holds = true;
+        for (int round = 0; holds && round < 50; ++round) {
+            char value[2] = {};
+            holds = reads_a_saved_address() && get_armboot_para("a", value, sizeof value) == 0 &&
+                    (round % 2 == child % 2 ? set_upgrade_map() : clear_upgrade_map()) == 0 &&
+                    check_upgrade_map() >= 0;
+        }
+        _exit(holds ? 0 : 1);
+    }
+    for (int child = 0, status = -1; child < 4; ++child) {
+        wait(&status);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(clear_upgrade_map() + check_upgrade_map(), 0);
+}
+
+// A call that is safe from any thread, and whether it did what it should beside the others.
+using Call = bool (*)(int round);
+constexpr Call kSafeCalls[] = {
+    [](int) { return reads_a_saved_address(); },
+    [](int) { return check_upgrade_map() >= 0; },
+    [](int round) { return (round % 2 == 0 ? set_upgrade_map() : clear_upgrade_map()) == 0; },
+    [](int) {
+        char value[2] = {};
+        return get_armboot_para("a", value, sizeof value) == 0 && value[0] == '1';
+    },
+    [](int round) {
+        const uint8_t bytes[2] = {static_cast<uint8_t>(round), static_cast<uint8_t>(round)};
+        return writeCMOS(100, bytes, sizeof bytes) >= 0;
+    },
+    [](int) {
+        uint8_t bytes[2] = {};
+        return readCMOS(100, bytes, sizeof bytes) >= 0 && bytes[0] == bytes[1];
+    },
+    [](int round) { return gpio_set_bit(5, static_cast<uint8_t>(round & 1)) >= 0; },
+    [](int) { return gpio_get_bit(5) >= 0; },
+    [](int) { return hwid_retry() == 0 && check_product_model("TRV-A1") == 1 && get_dvr_info(19) == 1; },
+    [](int) {
+        char token[MARL_PROC_TOKEN_SIZE] = {};
+        return get_proc_field("/proc/qorzo/bootpara", "qz_keyboard", ':', token, nullptr) == 0;
+    },
+    [](int) {
+        char names[32];
+        int count = 0;
+        return NetGetEthName(names, sizeof names, &count) == 0 && mii_diag("eth2") <= 0;
+    },
+    [](int) { return NetGetEthIndex("eth2", "") == 2 && get_keyboard_bootpara() == 2 && get_appauto() == 1; },
+};
+
+// In real time, where threads run side by side.
+TEST(Threads, CallWhatIsSafeInAnyOrder) {
+    const char* time = getenv("MARL_SIM_TIME");
+    if (time == nullptr || std::string(time) != "real") {
+        setenv("MARL_SIM_TIME", "real", 1);
+        setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
+        const auto outcome =
+            scenario::run("tests/neighbours_test",
+                          kTraffic +
+                              "env a=1\nfile /mnt/mtd/Config/network2 HOSTIP = 10.0.0.1\n"
+                              "file /proc/net/dev eth0: 0\nword " +
+                              kFlag + " 0\n",
+                          {.seconds = 100, .arguments = {"--gtest_filter=Threads.*"}, .keep_output = true});
+        EXPECT_EQ(outcome.status, 0) << outcome.output;
+        return;
+    }
+    std::atomic<int> failed{-1};
+    const auto run = [&](unsigned seed) {
+        std::minstd_rand random(seed);
+        for (int round = 0; round < 400; ++round) {
+            const size_t which = random() % std::size(kSafeCalls);
+            if (!kSafeCalls[which](round)) failed = static_cast<int>(which);
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned seed = 1; seed <= 4; ++seed) threads.emplace_back(run, seed);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(failed, -1) << "number of the call";
+}
+
+}  // namespace
