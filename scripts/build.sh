@@ -4,10 +4,10 @@ stage() {
     printf '==== %s\n' "$*" >&2
 }
 
-# A build folder that was half made, moved or copied from elsewhere is of no use.
+# A build folder that was half made, moved or copied from elsewhere is of no use, nor is one whose flags have changed since.
 is_configured() {
     local folder=build/$1
-    [ -f "$folder/build.ninja" ] &&
+    [ -f "$folder/build.ninja" ] && [ ! cmake/armel.cmake -nt "$folder/CMakeCache.txt" ] &&
         grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$PWD" "$folder/CMakeCache.txt" 2>/dev/null &&
         grep -qxF "CMAKE_CACHEFILE_DIR:INTERNAL=$PWD/$folder" "$folder/CMakeCache.txt"
 }

@@ -7,6 +7,7 @@
 
 #include <bit>
 #include <climits>
+#include <cstddef>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -20,7 +21,7 @@ namespace {
 // An argument: null or zeros (an empty text or record) when it is a pointer, else a number.
 template <typename T>
 T argument(unsigned given, long long number, size_t place) {
-    static unsigned char room[6][64U << 10];
+    alignas(std::max_align_t) static unsigned char room[6][64U << 10];
     if constexpr (std::is_pointer_v<T>) {
         return reinterpret_cast<T>((given >> place & 1) != 0 ? static_cast<void*>(room[place]) : nullptr);
     } else {

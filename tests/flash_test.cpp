@@ -230,56 +230,6 @@ TEST(Flash, ReleasesTheStorageBusOnce) {
     EXPECT_EQ(count("/dev/misc/rtc"), 0U);
 }
 
-// Whatever call fails, the result says so, nothing stays open, and the next object can do the work.
-TEST(Flash, SurvivesAFaultAtEveryCall) {
-    load_board();
-    Bytes image = pattern(4 * kSector);
-    for (const std::string call : {"/dev/mtd/0 open", "/dev/mtd/2 open", "/dev/mtd/1 read",
-                                   "/dev/mtd/1 ioctl", "/dev/mtd/1 write", "/tmp/upgrade_ing open"}) {
-        for (int nth = 1; nth <= 4; ++nth) {
-            SCOPED_TRACE(call + " " + std::to_string(nth));
-            sim::clear_journal();
-            for (uint32_t sector = 0; sector < 4; ++sector) ++image[sector * kSector];
-            run("fault " + call + " " + std::to_string(nth) + " EIO");
-            RawFlash* flash = nullptr;
-            int tries = 0;
-            for (bool complete = false; !complete; ++tries) {
-                ASSERT_LT(tries, 6);
-                if (createRawFlash(&kHost, &flash) < 0) continue;
-                complete = write(flash, image, kSecond) == static_cast<int>(image.size());
-                EXPECT_EQ(flash->release(flash), 0);
-                EXPECT_EQ(count("/dev/mtd/1 open rw"), count("/dev/mtd/1 close"));
-            }
-            EXPECT_EQ(tries > 1, seen("/dev/mtd") && seen("-> EIO") && call != "/tmp/upgrade_ing open");
-            EXPECT_EQ(stored(kStore, image.size()), image);
-        }
-    }
-}
-
-TEST(Flash, APowerCutIsMendedByWritingTheSameAgain) {
-    const Bytes wanted = pattern(4 * kSector, 0x5A), old = pattern(kSecondSize);
-    int cuts = 0;
-    for (bool finished = false; !finished; ++cuts) {
-        ASSERT_LT(cuts, 30);
-        const scenario::BoardDirectory directory;
-        const scenario::Options options = {.arguments = {"2020000", "40000", "5a"}, .root = directory.path()};
-        std::filesystem::create_directories(directory.path() + "/dev/mtd");
-        for (const char* partition : {"0", "1", "2"})
-            std::ofstream(directory.path() + "/dev/mtd/" + partition) << std::string(old.begin(), old.end());
-        const std::string cut = "cut " + std::to_string(cuts + 1) + "\n";
-        finished = scenario::run("tests/flash_image", kTable + cut, options).status == 0;
-        const std::string before = directory.read(kStore);
-        size_t wrong = 0;
-        for (size_t at = 0; at < wanted.size(); at += kSector)
-            wrong += memcmp(&before[at], &wanted[at], kSector) != 0 ? 1 : 0;
-        const auto again = scenario::run("tests/flash_image", kTable, options);
-        EXPECT_EQ(again.status + memcmp(directory.read(kStore).data(), wanted.data(), wanted.size()), 0)
-            << cuts;
-        EXPECT_EQ(again.journal.count("/dev/mtd/1 ioctl"), wrong) << "what was right already is left alone";
-    }
-    EXPECT_GT(cuts, 8) << "the cuts must reach every erase and write";
-}
-
 #ifdef MARL_MEMORY_IS_LIMITED
 TEST(Flash, NeedsMemoryOnlyToCompareOrToFillUp) {
     load_board();
@@ -360,34 +310,6 @@ TEST(FpgaFlash, IsOpenedOnKnownDevicesOnly) {
         EXPECT_EQ(count("/dev/misc/spi1 open rw"), count("/dev/misc/spi1 close"));
         uint8_t bytes[kFpgaSector];
         EXPECT_EQ(fpga_flash_read(bytes, kFpgaSector, 0) + fpga_flash_write(bytes, kFpgaSector, 0), -2);
-    }
-}
-
-// Whatever call of an image fails, the result says so, and writing the image again completes it.
-TEST(FpgaFlash, SurvivesAFaultAtEveryKindOfCall) {
-    const Bytes image = pattern(kFpgaImage);
-    Bytes before = image;
-    before[5 * kFpgaSector] ^= 1;
-    before[kFpgaImage - 1] ^= 1;
-    const auto struck = [] { return seen("-> EIO") || seen(" 9: "); };
-    for (const std::string call :
-         {"read # EIO", "write # EIO", "lseek # EIO", "ioctl # EIO", "read # short 9", "write # short 9"}) {
-        for (const int nth : {1, 2, 3, 4, 5, 6, 7, 127, 128, 129, 130, 131}) {
-            std::string fault = call;
-            fault.replace(fault.find('#'), 1, std::to_string(nth));
-            SCOPED_TRACE(fault);
-            load(kFpgaBoard + "fault /dev/misc/spi1 " + fault);
-            fill(kFpgaStore, before);
-            const bool opened = fpga_flash_open() == 0;
-            EXPECT_EQ(opened, !struck());
-            EXPECT_TRUE(opened || fpga_flash_open() == 0);
-            const int result = fpga_flash_write(image.data(), kFpgaImage, 0);
-            EXPECT_EQ(result < 0, opened && struck());
-            EXPECT_TRUE(result >= 0 || fpga_flash_write(image.data(), kFpgaImage, 0) > 0);
-            EXPECT_EQ(stored(kFpgaStore, kFpgaImage), image);
-            fpga_flash_close();
-            EXPECT_EQ(count("/dev/misc/spi1 open rw"), count("/dev/misc/spi1 close"));
-        }
     }
 }
 

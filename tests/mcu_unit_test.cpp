@@ -15,7 +15,6 @@
 #include <random>
 
 #include "helpers/board.h"
-#include "mcu/frame_assembler.h"
 #include "mcu/ring.h"
 #include "mcu/ring_table.h"
 
@@ -23,7 +22,6 @@ namespace {
 
 using namespace marl;
 using namespace board;
-using mcu::FrameAssembler;
 using Bytes = std::vector<uint8_t>;
 
 constexpr uint8_t kFiller = 0xFF;
@@ -80,38 +78,6 @@ void run_together(const std::vector<std::function<void()>>& bodies) {
     for (const pthread_t thread : threads) pthread_join(thread, nullptr);
 }
 
-// ---- The assembler: frames as hex, "long!" and "late!" for those given up
-
-std::string assembled(const Bytes& stream) {
-    using Event = FrameAssembler::Event;
-    FrameAssembler assembler;
-    std::string found;
-    for (const uint8_t byte : stream) {
-        const Event event = assembler.feed(byte);
-        found += event == Event::TooLong ? "long! " : event == Event::EndedLate ? "late! " : "";
-        if (event == Event::Frame) found += hex({assembler.frame().begin(), assembler.frame().end()});
-    }
-    return found;
-}
-
-TEST(Assembler, FindsFramesBetweenEverythingElse) {
-    const std::pair<Bytes, const char*> cases[] = {
-        {{1, 0x0A, 0xA0, 6, 1, 2, 3, 4, 0x0A, 0x0A, 9}, "a0 06 01 02 03 04 0a "},
-        {{0xA0, 0x0A, 0x0A, 0x0A, 0x0A, 0x0A, 0x0A}, "a0 0a 0a 0a 0a 0a 0a "},
-        {{0xA0, 0xA0, 0xA0, 0xA0, 0xA0, 0xA0, 0x0A}, "a0 a0 a0 a0 a0 a0 0a "},
-        {{0xA0, 6, 1, 2, 3, 4, 5, 0x0A, 0xA0, 6, 1, 2, 3, 4, 0x0A}, "late! a0 06 01 02 03 04 0a "},
-        {{0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 0x0A}, "late! "},
-        {{0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 1, 2, 3, 4, 5, 6, 0x0A}, "long! "},
-        {Bytes(100, kFiller), ""},
-    };
-    for (const auto& [stream, found] : cases) {
-        EXPECT_EQ(assembled(stream), found);
-        Bytes filled;
-        for (const uint8_t byte : stream) filled.insert(filled.end(), {kFiller, byte, kFiller});
-        EXPECT_EQ(assembled(filled), found) << "filler everywhere";
-    }
-}
-
 TEST(Ring, IsAQueueAcrossItsEndAndTheCounters) {
     std::mt19937 random(7);
     auto fifo = std::make_unique<mcu_fifo>();
@@ -133,20 +99,6 @@ TEST(Ring, IsAQueueAcrossItsEndAndTheCounters) {
 }
 
 // ---- The link
-
-TEST(Link, FramesCrossReadsAndBlocksAtEveryPosition) {
-    load_link("fault /dev/mcu read 120+ short 3", {MCU_MOUSE});
-    for (uint8_t before = 0; before <= 9; ++before) {
-        Bytes stream(before, kFiller);
-        stream.insert(stream.end(), {0xA0, MCU_MOUSE, 0x0A, before, 0x0A, 0x0A, 0x0A});
-        stream.resize(16, kFiller);
-        say({stream.begin(), stream.begin() + 8});
-        usleep(250'000);
-        say({stream.begin() + 8, stream.end()});
-        ASSERT_TRUE(answers_mouse(0x81, 0x0A00 + before, 0x0A0A)) << int{before};
-    }
-    EXPECT_TRUE(journal_follows({"out \"x:2560,y:2570,key:81\\n\"", "/dev/mcu read 3: "}));
-}
 
 TEST(Link, UnknownCommandsAndBrokenFramesAreDropped) {
     load_link("", {MCU_MOUSE_ALTERNATE});

@@ -381,20 +381,6 @@ TEST(ModemWait, FailuresEndWithALastLook) {
     EXPECT_STREQ(g_module.product, "HSPA modem");
     EXPECT_TRUE(
         journal_follows({"err \"Open: No such file or directory\\n\"", "/proc/bus/usb/devices open"}));
-
-    begin("0.01");
-    run("fault socket bind 1 EADDRINUSE");
-    EXPECT_EQ(wait(3), 0) << "on a port of the kernel's choice";
-
-    for (const std::string report : {"socket", "bind"}) {
-        begin();
-        run("fault socket " + std::string(report == "bind" ? "bind" : "open") + " 1+ EADDRINUSE");
-        EXPECT_EQ(wait(0), -1);
-        EXPECT_EQ(sim::now(), 0);
-        EXPECT_TRUE(journal_follows(
-            {"err \"" + report + ": Address already in use\\n\"", "/proc/bus/usb/devices open"}));
-        EXPECT_EQ(count("socket close"), report == "bind" ? 1U : 0U);
-    }
 }
 
 }  // namespace

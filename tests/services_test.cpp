@@ -1,9 +1,6 @@
-// Field reader, upgrade flag, watchdog services and CMOS bytes in a client's process.
-#include <fcntl.h>
+// Upgrade flag, watchdog services and CMOS bytes in a client's process.
 #include <libmarl.h>
-#include <sys/stat.h>
 
-#include <csignal>
 #include <cstring>
 
 #include "helpers/board.h"
@@ -11,35 +8,6 @@
 namespace {
 
 using namespace board;
-
-TEST(FieldReader, FindsTheFirstLineWithTheKey) {
-    const std::string long_key(128, 'k'), long_line = "pad" + std::string(123, '.') + "key:hidden";
-    const struct {
-        std::string file, key;
-        int result;
-        const char *token = "untouched", *raw = "untouched";
-    } cases[] = {
-        {"DEMAC Error               : 0", "DEMAC Error               ", 0, "0", " 0\n"},
-        {"a:1\\nab: 22 33\\na:3", "ab", 0, "22", " 22 33\n"},
-        {"a:1", "b", -1},
-        {"key", "key", 0, "", ""},
-        {"key:", "key", 0, "", "\n"},
-        {"key:12345678901234567890", "key", 0, "123456789012345", "12345678901234567890\n"},
-        {long_line, "key", -1},
-        {"x", long_key, -22},
-        {"", "key", -2},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.file);
-        load(c.file.empty() ? "" : "file /proc/fields " + c.file);
-        char token[MARL_PROC_TOKEN_SIZE] = "untouched";
-        char raw[MARL_PROC_RAW_SIZE] = {};
-        if (c.result != 0) strcpy(raw, "untouched");
-        EXPECT_EQ(get_proc_field("/proc/fields", c.key.c_str(), ':', token, raw), c.result);
-        EXPECT_EQ(Strings({token, raw}), Strings({c.token, c.raw}));
-    }
-    EXPECT_TRUE(journal_follows({"err \"open /proc/fields failed\\n\""}));
-}
 
 const std::string kFlag = "/tmp/upgrade_ing";
 const std::string kFlagUnopened = "err \"open /tmp/upgrade_ing failed\\n\"";
@@ -96,28 +64,6 @@ TEST(UpgradeFlag, FailuresAreReported) {
     const std::string unmapped = "err \"mmap /tmp/upgrade_ing failed\\n\"";
     EXPECT_TRUE(
         journal_follows({kFlagUnopened, unmapped, unmapped, kFlagUnopened, kFlagUnopened, kFlagUnopened}));
-}
-
-// Nothing but a regular file is taken, and nothing is waited for.
-TEST(UpgradeFlag, IsARegularFileOrRefused) {
-    signal(SIGIO, SIG_IGN);
-    const std::pair<const char*, void (*)(const std::string&)> kinds[] = {
-        {"link", [](const std::string& path) { std::filesystem::create_symlink("precious", path); }},
-        {"link to nothing", [](const std::string& path) { std::filesystem::create_symlink("absent", path); }},
-        {"FIFO", [](const std::string& path) { EXPECT_EQ(mkfifo(path.c_str(), 0777), 0); }},
-        {"directory", [](const std::string& path) { std::filesystem::create_directory(path); }},
-        {"lease", [](const std::string& path) {
-             const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0777);
-             EXPECT_EQ(fcntl(fd, F_SETLEASE, F_WRLCK), 0);
-         }}};
-    for (const auto& [what, make] : kinds) {
-        SCOPED_TRACE(what);
-        load("file /tmp/precious precious");
-        make(path_of(kFlag));
-        for (const auto operation : kFlagOperations) EXPECT_EQ(operation(), -1);
-        EXPECT_EQ(read_file("/tmp/precious") + read_file("/tmp/absent"), "precious\n");
-        EXPECT_TRUE(journal_follows(Strings(4, kFlagUnopened)));
-    }
 }
 
 TEST(Watchdog, IsForBoardsThatStartAlone) {

@@ -250,23 +250,13 @@ Strings find(const char* name, const char* directory, int answer = 0) {
     return paths;
 }
 
-TEST(FileSearch, GoesTenLevelsDeepAndFollowsNoLink) {
-    std::string directory = "/sys/devices";
-    Strings expected;
-    for (int level = 1; level <= 12; ++level) {
-        write_file(directory + "/wanted", "");
-        if (level <= 9) expected.push_back(directory + "/wanted");
-        directory += "/" + std::to_string(level);
-    }
-    std::sort(expected.begin(), expected.end());
+TEST(FileSearch, FollowsNoLink) {
     namespace fs = std::filesystem;
     const fs::path there = path_of("/sys/devices");
-    fs::create_directory_symlink(there, there / "round");
-    EXPECT_EQ(find("wanted", "/sys/devices"), expected);
-    EXPECT_EQ(find("wanted", "/sys/devices/"), expected) << "one '/' between the parts";
-
-    load("");
     write_file("/sys/devices/wanted/wanted_too", "");
+    fs::create_directory_symlink(there, there / "round");
+    EXPECT_EQ(find("wanted", "/sys/devices/"), Strings({"/sys/devices/wanted"}))
+        << "one '/' between the parts";
     write_file("/sys/devices/file_wanted", "");
     fs::create_symlink("nowhere", there / "link_wanted");
     EXPECT_EQ(find("wanted", "/sys/devices", -1),

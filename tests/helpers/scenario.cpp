@@ -20,8 +20,12 @@ std::string read_file(const std::string& path) {
     return text.str();
 }
 
+std::string build_directory() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path();
+}
+
 std::string scratch_directory() {
-    std::string path = std::string(MARL_BUILD_DIR) + "/scratch-XXXXXX";
+    std::string path = build_directory() + "/scratch-XXXXXX";
     if (mkdtemp(path.data()) == nullptr) abort();
     return path;
 }
@@ -32,8 +36,9 @@ constexpr double kTimeTolerance = 0.0015;
 
 // The launcher is a program of the build as well: an emulator runs it, and it starts another for the program.
 std::vector<std::string> command_line(const std::string& program, const Options& options) {
-    const std::string build = options.build.empty() ? MARL_BUILD_DIR : options.build;
-    std::istringstream emulator(MARL_EMULATOR);
+    const std::string build = options.build.empty() ? build_directory() : options.build;
+    const char* const given = getenv("MARL_EMULATOR");  // set to nothing where the programs run by themselves
+    std::istringstream emulator(given != nullptr ? given : MARL_EMULATOR);
     std::vector<std::string> command;
     for (std::string word; emulator >> word;) command.push_back(word);
     command.insert(command.end(), {build + "/sim-launch", build + "/" + program});

@@ -64,6 +64,7 @@ inline Outcome run_sentrel(const std::string& script, double seconds, Options op
 }
 
 std::string read_file(const std::string& path);
+std::string build_directory();    // of this test program, wherever it was taken to
 std::string scratch_directory();  // where tests keep their files: not on the board
 
 // A board directory for several runs; removed at the end.

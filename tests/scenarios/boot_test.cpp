@@ -78,18 +78,6 @@ TEST(Boot, RecorderPowersItsModemInPass51) {
                                               "/dev/mcu write 7: a1 19 00 01 00 00 0a", "/dev/mcu close",
                                               "out \"NRX2 3G open ok\\n\""})));
     EXPECT_EQ(run.journal.count("/dev/mcu open"), 1U);
-    const auto late = run_sentrel(kRecorder + "at 11.1 present /dev/mcu\n", 40);
-    EXPECT_EQ(
-        counts({"out \"set before, fd_mcu_spi=-1\\n\"", "out \"NRX2 3G open failed\\n\""}, late.journal),
-        Ints(2, 5));
-    EXPECT_EQ(late.journal.time_of("out \"NRX2 3G open ok\\n\""), 11.2);
-    // Five failed writes, 10 ms apart, end the try of a pass; a frame cut short is finished.
-    const auto broken = run_sentrel(
-        kRecorder + "present /dev/mcu\nfault /dev/mcu write 1..5 EIO\nfault /dev/mcu write 6 short 3\n", 40);
-    EXPECT_TRUE(
-        broken.journal.follows(at(10.24, {"/dev/mcu close"}) +
-                               at(10.44, {"/dev/mcu open rw", "/dev/mcu write 3: a1 19 00",
-                                          "/dev/mcu write 4: 01 00 00 0a", "out \"NRX2 3G open ok\\n\""})));
 }
 
 TEST(CoreMount, RunsItsCommandAndIsToldToStop) {

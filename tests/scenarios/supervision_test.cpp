@@ -1,5 +1,7 @@
 // What the daemon notices, decides and does: heartbeats, the reset button, the co-processor.
 
+#include <cstdio>
+
 #include "helpers/board.h"
 
 namespace {
@@ -80,59 +82,6 @@ TEST(Heartbeat, AnUpgradeDelaysTheReboot) {
               Ints({0, 0, 4}));
 }
 
-// MediaGuard's file, a second before each of `checks` deleted and made anew by a line.
-std::string anew(const std::vector<int>& checks, const std::string& line) {
-    std::string script;
-    for (const int check : checks) {
-        const std::string at = "at " + std::to_string(5.2 * check - 1) + " ";
-        script += at + "delete " + kMediaGuard + "\n" + at + line + "\n";
-    }
-    return script;
-}
-
-TEST(Heartbeat, AFileMadeAnewIsJudgedAsTheOldOne) {
-    const std::string word = "word " + kMediaGuard + " ";
-    const std::vector<int> always = {2, 3, 4, 5, 6, 7, 8};
-    const std::pair<std::string, double> cases[] = {
-        {anew(always, word + "7"), 32.42},  // starts over and over
-        {anew(always, word + "0"), 32.42},
-        {anew(always, "file! " + kMediaGuard), 32.42},
-        {anew({2}, word + "1") + anew({6}, word + "2") + anew({10}, word + "3"), -1},  // beats, slowly
-    };
-    for (const auto& [script, reset] : cases) {
-        const auto run = run_sentrel(kTraffic + kEncodeBeats + script, 70);
-        EXPECT_NEAR(run.journal.time_of("board reset gpio35"), reset, 0.01) << run.journal.text();
-        EXPECT_EQ(run.journal.count(kMediaGuard + " write"), 1U) << "only the daemon's own file";
-    }
-}
-
-TEST(Heartbeat, ALinkLeadsNowhereAndStopsNothing) {
-    const scenario::BoardDirectory board;
-    std::ofstream(board.path() + "/precious") << "precious";
-    std::filesystem::create_directory(board.path() + "/tmp");
-    std::filesystem::create_symlink("../precious", board.path() + kMediaGuard);
-    const auto run = run_sentrel(kTraffic + kEncodeBeats, 40, {.root = board.path()});
-    EXPECT_EQ(run.journal.count("out \"open " + kMediaGuard + " failed\\n\""), 7U);
-    EXPECT_EQ(board.read("/precious"), "precious");
-}
-
-// Whatever else is broken, the stall is noticed and the board comes back.
-TEST(Heartbeat, NoFaultOfAnotherDeviceStopsTheSupervision) {
-    for (const char* fault :
-         {"missing /dev/misc/rtc", "missing /dev/misc/gio_expander", "fault /dev/misc/gpio read 1+ EIO",
-          "fault /dev/misc/gpio read 3..90 EINTR", "fault /dev/misc/gpio read 5+ short 0",
-          "fault /dev/misc/gpio open 2..40 EMFILE", "fault /dev/misc/rtc write 1+ EIO",
-          "fault /tmp/encode_to_sentrel open 1+ EACCES", "fault /tmp/encode_to_sentrel mmap 1+ ENOMEM",
-          "fault /tmp/mediaguard_to_sentrel open 1..3 ENFILE",
-          "fault /tmp/mediaguard_to_sentrel read 2..5 EINTR", "fault /tmp/upgrade_ing open 1 EROFS",
-          "fault * pthread_create 1 EAGAIN"}) {
-        const auto run = run_sentrel(kStall + fault + "\n", 120);
-        EXPECT_NEAR(run.journal.time_of("board reset gpio35"), 84.42, 0.002) << fault << run.journal.text();
-    }
-    EXPECT_EQ(run_sentrel(kStall + "envimage short:100\n", 120).status, 0)
-        << "without its environment the board is not supervised, but it lives";
-}
-
 TEST(ResetButton, HeldFor25PassesWipesAndReboots) {
     const scenario::BoardDirectory board;
     const std::string files =
@@ -187,6 +136,7 @@ void expect_room_on_the_stack([[maybe_unused]] const scenario::Outcome& run) {
     const std::string used = "clone stack used ";
     const auto lines = run.journal.all(used);
     ASSERT_FALSE(lines.empty()) << "not measured";
+    puts(lines.back().text.c_str());
     EXPECT_LE(std::stod(lines.back().text.substr(used.size())), 8096 * 0.75);
 #endif
 }
@@ -240,7 +190,6 @@ TEST(Coprocessor, StartWithoutAVersionRecord) {
 }
 
 // Else no later start would ask again.
-// Else no later start would ask again.
 TEST(Coprocessor, AVersionRecordIsWholeOrNotThere) {
     const std::string fault = "fault /mnt/mtd/dm365_version ", part = fault + "write 1 short 10\n";
     const std::pair<std::string, size_t> cases[] = {{fault + "write 1 ENOSPC\n", 0},
@@ -288,17 +237,6 @@ TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
     EXPECT_EQ(Ints({counts({kPulseLow}, silent.journal)[0], counts({kPulseLow}, abnormal.journal)[0]}),
               Ints(2, 2));
     expect_room_on_the_stack(silent);
-}
-
-TEST(Coprocessor, AnUpgradeSuspendsEveryReset) {
-    const auto run =
-        run_sentrel(kKnown + "spi0 status 0x2468\nspi0 alive 0\nspi0 2a 1\nvpfe stalled 1\n", 900);
-    const char* const upgrading = "out \"now  system is upograde\\n\"";
-    EXPECT_TRUE(run.journal.follows(
-        at(30, {upgrading}) + at(60, {upgrading}) +
-        at(65, {"out \"-------------:dm365 UPGRADING: step 1-----------------\\n\""}) +
-        at(75.02, {"out \"-------------:dm365 UPGRADING: step 2-----------------\\n\""})));
-    EXPECT_EQ(counts({kPulseLow, kLink + "5"}, run.journal), Ints(2, 0));
 }
 
 TEST(Coprocessor, DevicesThatAppearLateOrNever) {
