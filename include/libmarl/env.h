@@ -17,6 +17,13 @@
  * An image that cannot be loaded makes every look-up return -1 and every set return 0 without effect; each
  * call tries again. No set reports a failed save: look the variable up again, and watch the messages.
  *
+ * @par Loss of power
+ * The boot loader's format has one copy. Everything is made ready before the erase and nothing is done between
+ * it and the write, but power that goes from the start of the erase to the end of the write costs all
+ * variables: that is the time the flash takes to erase and to program 128 KiB, on NOR flash one to a few
+ * seconds, `time marl env set` tells it for a board. Set a variable only when its value
+ * changes, and never from a loop.
+ *
  * @par Messages
  * An image that cannot be loaded is the system error `open mtd` or `read mtd`, its prefix
  * `[libmarl] [libmarl] ` on standard output. A save is announced on standard output.
