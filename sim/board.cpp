@@ -14,6 +14,7 @@
 #include "launch/run.h"
 #include "real.h"
 #include "script.h"
+#include "script/devices.h"
 #include "sim.h"
 
 namespace sim {
@@ -34,18 +35,12 @@ namespace {
 constexpr const char* kPrefixes[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
 constexpr const char* kPassed[] = {"/dev/null", "/proc/self"};  // what stays the machine's own
 constexpr const char* kWritable[] = {"/dev/null", "/proc/self/fd"};
-// What the program finds empty; the rest comes with the script's files.
-constexpr const char* kDirectories[] = {
-    "/dev/mtd/", "/proc/", "/mnt/mtd/Config/", "/mnt/mtd/Log/", "/mnt/backup/Config/", "/mnt/custom/",
-    "/tmp/",     "/etc/"};
 constexpr size_t kDescriptors = 1024;
 constexpr size_t kLengthInEntry = 16, kNameInEntry = 19;  // of getdents64(2)
 
 std::atomic<int> stage{0};
 char root_path[kPathSize / 2] = "";
 char home_path[kPathSize / 2] = "";  // the directory of this run, if it has one; it goes with it
-bool made_before = false;
-uint32_t boots = 0;
 pid_t owner = 0;
 pid_t process = 0;  // whose board it is: the owner, or a child of its that loaded one anew
 bool launched = false;
@@ -65,14 +60,6 @@ bool is_under(const char* const (&list)[kCount], const char* path) {
     return false;
 }
 
-void make_parents(char* path) {
-    for (char* slash = path + strlen(root_path) + 1; (slash = strchr(slash, '/')) != nullptr; ++slash) {
-        *slash = '\0';
-        real.mkdir(path, 0755);
-        *slash = '/';
-    }
-}
-
 void choose_root() {
     const char* wanted = getenv("MARL_SIM_ROOT");
     const char* home = getenv(launch::kHomeVariable);
@@ -89,40 +76,29 @@ void choose_root() {
 }
 
 void power_on(char* orders) {
-    char path[kPathSize];
     process = getpid();
     clone_task::prepare();
-    boots = 0;
-    read_file(launch::kBootsFile, &boots, sizeof boots);
-    made_before = boots++ > 0;
-    for (const char* volatile_part : {"/tmp", "/proc", "/sys"}) {
-        if (made_before && place_inside(volatile_part, path)) remove_tree(path, true);
-    }
-    for (const char* directory : kDirectories) {
-        if (place_inside(directory, path)) make_parents(path);
-    }
     devices::reset();
     script::reset();
-    record::Line("board").add(" start");
-    script::begin(orders);
-    made_before = false;
-    write_file(launch::kBootsFile, O_CREAT, &boots, sizeof boots);
+    script::apply(orders);
+    script::run_due();
 }
 
-// What is in a file of the host; negative when it cannot be read.
-ssize_t read_host_file(const char* path, void* data, size_t size) {
+// Of the host; negative when it cannot be read.
+ssize_t read_host_file(const char* path, void* data, size_t size, off_t offset) {
     const int fd = real.open(path, O_RDONLY | O_CLOEXEC);
-    const ssize_t got = real.read(fd, data, size);
+    const ssize_t got = real.pread(fd, data, size, offset);
     real.close(fd);
     return got;
 }
 
-// What the launcher has made of the script.
+// What the launcher has made of the script. A test program starts with a board that is as good as empty.
 char* read_orders() {
     static char text[512U << 10];
+    if (!launched) return strcpy(text, script::kEmptyBoard);
     char path[kPathSize];
     snprintf(path, sizeof path, "%s/%s", home_path, launch::kOrders);
-    const ssize_t got = launched ? read_host_file(path, text, sizeof text) : 0;
+    const ssize_t got = read_host_file(path, text, sizeof text, 0);
     if (got < 0 || got == sizeof text) end("cannot read its orders", kBadScript);
     return text;
 }
@@ -158,7 +134,6 @@ void boot() {
     });
     power_on(read_orders());
     if (real_time) script::open_control(getenv("MARL_SIM_CONTROL"));
-    if (const char* seconds = getenv("MARL_SIM_FOR")) script::end_at(strtod(seconds, nullptr));
 }
 
 void clean_up() {
@@ -231,9 +206,17 @@ bool write_file(const char* path, int open_flags, const void* data, size_t size,
     return done == static_cast<ssize_t>(size);
 }
 
-void read_file(const char* path, void* data, size_t size) {
+void read_file(const char* path, void* data, size_t size, off_t offset) {
     char there[kPathSize];
-    if (place_inside(path, there)) read_host_file(there, data, size);
+    if (place_inside(path, there)) read_host_file(there, data, size, offset);
+}
+
+void make_parents(char* place) {
+    for (char* slash = place + strlen(root_path) + 1; (slash = strchr(slash, '/')) != nullptr; ++slash) {
+        *slash = '\0';
+        real.mkdir(place, 0755);
+        *slash = '/';
+    }
 }
 
 // By the bare system calls: opendir() would take memory, which a clone task must not.
@@ -256,8 +239,6 @@ bool remove_tree(const char* path, bool contents_only) {
     real.close(fd);
     return contents_only || real.rmdir(path) == 0;
 }
-
-bool was_made_before() { return made_before; }
 
 }  // namespace board
 

@@ -48,8 +48,8 @@ void forget(int descriptor);
 
 // Files of the board, by the path the program uses; none of these is journaled.
 bool write_file(const char* path, int open_flags, const void* data, size_t size, off_t offset = 0);
-void read_file(const char* path, void* data, size_t size);
+void read_file(const char* path, void* data, size_t size, off_t offset);
+void make_parents(char* place);                          // the directories above a place
 bool remove_tree(const char* path, bool contents_only);  // a path of the host
-bool was_made_before();
 
 }  // namespace sim::board

@@ -17,6 +17,8 @@ namespace {
 using record::Line;
 
 constexpr unsigned kResetOutput = 35;
+constexpr const char* kCmosFile = "/.cmos";  // as it outlasts the board's power
+constexpr size_t kCmosSize = 256;
 
 uint32_t get_u32(const void* from, size_t offset = 0) {
     uint32_t value = 0;
@@ -29,16 +31,18 @@ uint32_t get_u32(const void* from, size_t offset = 0) {
 int64_t refuse(uint8_t*, size_t) { return -EINVAL; }
 int64_t take_two(uint8_t*, size_t size) { return size == 2 ? 2 : -EINVAL; }
 
+// The first byte is the offset; what was never written is 0.
 int64_t cmos_read(uint8_t* data, size_t size) {
     const size_t offset = size > 0 ? data[0] : 0;
-    for (size_t i = 0; i < size; ++i) data[i] = offset + i < sizeof state.cmos ? state.cmos[offset + i] : 0;
+    memset(data, 0, size);
+    board::read_file(kCmosFile, data, std::min(size, kCmosSize - offset), static_cast<off_t>(offset));
     return static_cast<int64_t>(size);
 }
 
 int64_t cmos_write(uint8_t* data, size_t size) {
-    const size_t before = size > 0 ? size_t{data[0]} - 1 : 0;
-    for (size_t i = 1; i < size && before + i < sizeof state.cmos; ++i) state.cmos[before + i] = data[i];
-    save_cmos();
+    const size_t offset = size > 0 ? data[0] : kCmosSize;
+    const size_t most = std::min(size - 1, kCmosSize - offset);
+    board::write_file(kCmosFile, O_CREAT, data + 1, most, static_cast<off_t>(offset));
     return static_cast<int64_t>(size);
 }
 
@@ -52,7 +56,7 @@ int64_t gpio_write(uint8_t* data, size_t size) {
     if (size != 2) return -EINVAL;
     const bool raised = state.outputs[data[0]] == 0 && data[1] != 0;
     state.outputs[data[0]] = data[1];
-    if (data[0] == kResetOutput && raised) script::reset_board("reset gpio35", 0);
+    if (data[0] == kResetOutput && raised) script::add_order(clock::now(), 0, "end 3 reset gpio35");
     return 2;
 }
 
@@ -83,23 +87,23 @@ int64_t take_frame(uint8_t* data, size_t size) {
 }
 
 constexpr Model kModels[] = {
-    {"/dev/misc/wdt", true, false, nullptr, refuse, refuse},
-    {"/dev/misc/rtc", true, true, "at", cmos_read, cmos_write},
-    {"/dev/misc/gpio", true, false, "line", gpio_read, gpio_write},
-    {"/dev/misc/gio_expd_in", true, false, nullptr, expander_read, refuse},
-    {"/dev/misc/gio_expander", true, false, nullptr, refuse, take_two},
-    {"/dev/mcu", false, false, nullptr, mcu::read, mcu::write},
-    {"/dev/misc/spi0", false, false, nullptr, refuse, take_frame},
-    {"/dev/misc/spi1", false, true, nullptr, nullptr, nullptr},
-    {"/dev/davinci_vpfe", false, false, nullptr, refuse, refuse},
-    {"/dev/misc/ataen", false, true, nullptr, nullptr, nullptr},
-    {"/dev/mem", false, true, nullptr, nullptr, nullptr},
-    {"/dev/dm6480", false, true, nullptr, nullptr, nullptr},
-    {"/dev/ad9920_dev", false, true, nullptr, nullptr, nullptr},
-    {"/dev/ad9979_dev", false, true, nullptr, nullptr, nullptr},
-    {"/dev/mtd/", false, true, nullptr, nullptr, nullptr},
-    {"socket", false, false, nullptr, nullptr, nullptr},
-    {"", false, true, nullptr, nullptr, nullptr},  // ordinary files, and the end of the list
+    {"/dev/misc/wdt", false, nullptr, refuse, refuse},
+    {"/dev/misc/rtc", true, "at", cmos_read, cmos_write},
+    {"/dev/misc/gpio", false, "line", gpio_read, gpio_write},
+    {"/dev/misc/gio_expd_in", false, nullptr, expander_read, refuse},
+    {"/dev/misc/gio_expander", false, nullptr, refuse, take_two},
+    {"/dev/mcu", false, nullptr, mcu::read, mcu::write},
+    {"/dev/misc/spi0", false, nullptr, refuse, take_frame},
+    {"/dev/misc/spi1", true, nullptr, nullptr, nullptr},
+    {"/dev/davinci_vpfe", false, nullptr, refuse, refuse},
+    {"/dev/misc/ataen", true, nullptr, nullptr, nullptr},
+    {"/dev/mem", true, nullptr, nullptr, nullptr},
+    {"/dev/dm6480", true, nullptr, nullptr, nullptr},
+    {"/dev/ad9920_dev", true, nullptr, nullptr, nullptr},
+    {"/dev/ad9979_dev", true, nullptr, nullptr, nullptr},
+    {"/dev/mtd/", true, nullptr, nullptr, nullptr},
+    {"socket", false, nullptr, nullptr, nullptr},
+    {"", true, nullptr, nullptr, nullptr},  // ordinary files, and the end of the list
 };
 
 static_assert(std::all_of(std::begin(kModels), std::end(kModels), [](const Model& model) {
@@ -156,8 +160,9 @@ int64_t set_link_mode(int descriptor, void* argument, Line& line) {
 }
 
 int64_t acknowledge(int, void* argument, Line& line) {
-    auto& [taken, of_all] = state.acks_taken;
-    const uint32_t answer = taken < of_all ? state.acks[taken++] : state.acknowledges ? state.link_ack : 0;
+    uint32_t& taken = state.acks[0];
+    const uint32_t usual = state.acknowledges ? state.link_ack : 0;
+    const uint32_t answer = taken < state.acks[1] ? state.acks[2 + taken++] : usual;
     memcpy(argument, &answer, sizeof answer);
     line.add(" -> 0x%x", answer);
     return 0;
@@ -275,12 +280,6 @@ void reset() {
     mcu::reset();
     memset(state.levels, 1, sizeof state.levels);
     memset(state.outputs, 1, sizeof state.outputs);
-    for (const Model& model : kModels) {
-        if (model.present) board::write_file(model.path, O_CREAT, "", 0);
-    }
-    board::read_file(kCmosFile, state.cmos, sizeof state.cmos);
 }
-
-bool save_cmos() { return board::write_file(kCmosFile, O_CREAT, state.cmos, sizeof state.cmos); }
 
 }  // namespace sim::devices

@@ -12,7 +12,6 @@ using Transfer = int64_t (*)(uint8_t* data, size_t size);
 
 struct Model {
     const char* path;     // one that ends in '/' stands for all below it
-    bool present;         // without a script line about it
     bool lasting;         // what is written to it is there after a power cut
     const char* address;  // what the first byte of a read buffer selects, if anything
     Transfer read;        // null: the real file's
@@ -22,13 +21,12 @@ struct Model {
 const Model& find(const char* path);  // ordinary files and sockets have one too
 int64_t control(const Model& model, int descriptor, uint32_t request, void* argument, record::Line& line);
 int64_t erase(int descriptor, uint32_t from, uint32_t length);
-void reset();  // power on; the files of those that exist are made
+void reset();  // power on
 
 // What the script sets and the models answer with.
 struct State {
     uint8_t levels[256] = {};
     uint8_t outputs[256] = {};
-    uint8_t cmos[256] = {};
     uint32_t expander = 0;
     bool rtc_stopped = false;
     int64_t rtc_start = 1767225600;  // what it shows at power on: 2026-01-01, in seconds of the epoch
@@ -42,18 +40,15 @@ struct State {
     bool armed = false;                      // the watchdog runs
     clock::Nanos fed_until = clock::kNever;  // other programs feed it up to then
     uint32_t fpga_id = 500;
-    uint32_t link_ack = 0;        // acknowledges the last frame on the link
-    uint32_t acks[16] = {};       // scripted acknowledgements, which come first
-    uint32_t acks_taken[2] = {};  // how many, and of how many
+    uint32_t link_ack = 0;  // acknowledges the last frame on the link
+    uint32_t acks[2 + 16] =
+        {};  // scripted acknowledgements come first: how many were taken, of how many, which
     bool acknowledges = true;
     uint32_t changes_to_cut = 0;  // 0: the power stays
     uint32_t environment_used = 0;
 };
 
 extern State state;
-
-constexpr const char* kCmosFile = "/.cmos";
-bool save_cmos();
 
 namespace mcu {
 void reset();

@@ -19,7 +19,7 @@ using clock::Nanos;
 
 struct Event {
     Nanos at;  // kNever once it is over
-    const char* text;
+    char* text;
     unsigned line;
     Nanos every;  // 0: an order
     Nanos until;
@@ -29,10 +29,7 @@ struct Event {
 
 Table<Event, 1024> events;
 Nanos earliest = kNever;  // of them, so that a sleep need not look at each
-Nanos end_time = kNever;
-Nanos reset_time = kNever;
 Nanos watchdog_time = kNever;
-const char* reset_reason = "";
 
 void add(const Event& event) {
     if (!events.add(event)) board::end("cannot do its script: too many events", board::kBadScript);
@@ -60,7 +57,7 @@ void run_events(Nanos until) {
             if (event.at == at) {
                 event.at = at + event.every < event.until ? at + event.every : kNever;
                 ++event.count;
-                event.every > 0 ? beat(event) : run_order(event.line, const_cast<char*>(event.text));
+                event.every > 0 ? beat(event) : run_order(event.line, event.text);
             }
             earliest = std::min(earliest, event.at);
         }
@@ -69,9 +66,9 @@ void run_events(Nanos until) {
 
 }  // namespace
 
-void add_order(Nanos at, unsigned line, const char* order) { add({at, order, line, 0, 0, 0, -1}); }
+void add_order(Nanos at, unsigned line, const char* order) { add({at, keep(order), line, 0, 0, 0, -1}); }
 void add_beat(const char* path, Nanos every, Nanos until) {
-    add({clock::now(), path, 0, every, until, 0, -1});
+    add({clock::now(), keep(path), 0, every, until, 0, -1});
 }
 
 void forget_events() {
@@ -79,27 +76,17 @@ void forget_events() {
         if (event.descriptor >= 0) real.close(event.descriptor);
     }
     events.used = 0;
-    earliest = end_time = reset_time = watchdog_time = kNever;
+    earliest = watchdog_time = kNever;
 }
 
-Nanos next_due() { return std::min({earliest, reset_time, watchdog_time, end_time}); }
+Nanos next_due() { return std::min(earliest, watchdog_time); }
 
 void run_due() {
     if (next_due() > clock::now()) return;
     const std::lock_guard guard(event_lock);
     const Nanos time = clock::now();
     run_events(time);
-    if (reset_time <= time) board::end(reset_reason, board::kReset);
     if (watchdog_time <= time) board::end("reset watchdog", board::kReset);
-    if (end_time <= time) board::end("end time", board::kEndOfTime);
-}
-
-void end_at(double seconds) { end_time = static_cast<Nanos>(std::min(seconds, 9e9) * 1e6 + 0.5) * 1000; }
-
-void reset_board(const char* reason, Nanos delay) {
-    if (reset_time != kNever) return;
-    reset_reason = reason;
-    reset_time = clock::now() + delay;
 }
 
 void watchdog_at(Nanos time) { watchdog_time = time; }

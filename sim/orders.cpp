@@ -2,6 +2,7 @@
 #include <sys/sendfile.h>
 
 #include <mutex>
+#include <utility>
 
 #include "board.h"
 #include "devices.h"
@@ -25,7 +26,6 @@ constexpr off_t kEnvironmentSize = 0x20000;
 Table<Answer, 64> answers;
 char kept_text[kTextSize];
 size_t kept = 0;
-bool starting = false;  // the script's first pass over a board
 int control = -1;
 pid_t control_owner = 0;
 
@@ -33,34 +33,22 @@ bool starts(const char* text, const char* prefix) { return strncmp(text, prefix,
 
 // --- Files
 
-// What survives a restart of the board is not made a second time.
-bool survives(const char* path) {
-    if (!starting || !board::was_made_before()) return false;
-    return starts(path, "/mnt") || starts(path, "/dev/mtd") || starts(path, "/etc") || starts(path, "/.");
-}
-
-bool put(const char* path, int flags, const void* data, size_t size, off_t offset = 0) {
-    return survives(path) || board::write_file(path, flags | O_CREAT, data, size, offset);
-}
-
 // Does something with a file of the board by its place on the host.
 template <class Body>
 bool at_place(const char* path, Body body) {
     char there[board::kPathSize];
-    return survives(path) || (board::place_inside(path, there) && body(there));
+    return board::place_inside(path, there) && body(there);
 }
 
 // Makes of \n and \xHH what they stand for; the new size.
 size_t unescape(char* text) {
     char* out = text;
     for (const char* from = text; *from != '\0'; ++out) {
-        unsigned byte = 0;
-        int length = 2;
-        if (starts(from, "\\n")) {
+        unsigned byte = static_cast<unsigned char>(*from);
+        int length = 1;
+        if (sscanf(from, "\\x%2x%n", &byte, &length) != 1 && starts(from, "\\n")) {
             byte = '\n';
-        } else if (sscanf(from, "\\x%2x%n", &byte, &length) != 1) {
-            byte = static_cast<unsigned char>(*from);
-            length = 1;
+            length = 2;
         }
         *out = static_cast<char>(byte);
         from += length;
@@ -75,9 +63,13 @@ bool do_put(Words& words) {
     char* text = words.rest();
     const size_t size = unescape(text);
     const int flags = starts(how, "all") ? O_TRUNC : starts(how, "end") ? O_APPEND : 0;
-    char there[board::kPathSize];
-    const bool is_there = board::place_inside(path, there) && real.access(there, F_OK) == 0;
-    return (starts(how, "new") && is_there) || put(path, flags, text, size, atoi(how));
+    const auto is_there = [](const char* there) { return real.access(there, F_OK) == 0; };
+    if (starts(how, "new") && at_place(path, is_there)) return true;
+    return board::write_file(path, flags | O_CREAT, text, size, atoi(how));
+}
+
+bool do_directory(Words& words) {
+    return at_place(words.next(), [](char* there) { return board::make_parents(there), true; });
 }
 
 bool do_size(Words& words) {
@@ -95,9 +87,9 @@ bool do_env(Words& words) {
     const size_t size = strlen(text) + 1;
     const auto offset = static_cast<off_t>(4 + state.environment_used);
     state.environment_used += static_cast<uint32_t>(size);
-    return put(kEnvironment, 0, text, size, offset) &&
-           put(kEnvironment, 0, "", 1, offset + static_cast<off_t>(size)) &&
-           put(kEnvironment, 0, "", 1, kEnvironmentSize - 1);
+    return board::write_file(kEnvironment, O_CREAT, text, size, offset) &&
+           board::write_file(kEnvironment, O_CREAT, "", 1, offset + static_cast<off_t>(size)) &&
+           board::write_file(kEnvironment, O_CREAT, "", 1, kEnvironmentSize - 1);
 }
 
 // PATH SIZE [FILE]: erased, with what a file of the host has for its beginning.
@@ -130,7 +122,6 @@ struct Register {
 
 const Register kRegisters[] = {
     {"level", state.levels, 1},
-    {"cmos", state.cmos, 1},
     {"version", state.version, 1},
     {"expander", &state.expander, sizeof state.expander},
     {"alive", &state.alive, sizeof state.alive},
@@ -143,8 +134,8 @@ const Register kRegisters[] = {
     {"rtc-stopped", &state.rtc_stopped, sizeof state.rtc_stopped},
     {"acknowledges", &state.acknowledges, sizeof state.acknowledges},
     {"acks", state.acks, sizeof state.acks[0]},
-    {"acks-taken", state.acks_taken, sizeof state.acks_taken[0]},
     {"changes-to-cut", &state.changes_to_cut, sizeof state.changes_to_cut},
+    {"environment", &state.environment_used, sizeof state.environment_used},
 };
 
 // REGISTER PLACE NUMBER...
@@ -152,14 +143,12 @@ bool do_set(Words& words) {
     const char* name = words.next();
     const auto* found = std::begin(kRegisters);
     while (strcmp(found->name, name) != 0) ++found;
-    const bool is_cmos = found->first == state.cmos;
-    if (is_cmos && survives(devices::kCmosFile)) return true;
     char* to = static_cast<char*>(found->first) + found->width * static_cast<size_t>(words.number());
     for (; words.more(); to += found->width) {
         const int64_t value = words.number();
         memcpy(to, &value, found->width);
     }
-    return !is_cmos || devices::save_cmos();
+    return true;
 }
 
 bool do_network(Words&) {
@@ -195,7 +184,7 @@ bool do_storm(Words& words) {
 }
 
 bool do_beat(Words& words) {
-    const char* path = keep(words.next());
+    const char* path = words.next();
     const Nanos every = words.number();
     add_beat(path, every, words.number());
     return true;
@@ -207,6 +196,12 @@ bool do_log(Words& words) {
     return true;
 }
 
+// STATUS REASON
+bool do_end(Words& words) {
+    const auto status = static_cast<board::ExitCode>(words.number());
+    board::end(words.rest(), status);
+}
+
 struct Order {
     const char* name;
     bool (*run)(Words& words);
@@ -214,6 +209,7 @@ struct Order {
 
 constexpr Order kOrders[] = {
     {"put", do_put},
+    {"directory", do_directory},
     {"size", do_size},
     {"remove", do_remove},
     {"env", do_env},
@@ -229,7 +225,7 @@ constexpr Order kOrders[] = {
     {"unfault", [](Words&) { return forget_faults(), true; }},
     {"beat", do_beat},
     {"log", do_log},
-    {"cut", [](Words&) { return board::end("cut", board::kCut), true; }},
+    {"end", do_end},
 };
 
 [[noreturn]] void fail(const char* why, unsigned line) {
@@ -267,15 +263,9 @@ void apply(char* orders) {
         if (*time == '-') {
             run_order(line, words.rest());
         } else {
-            add_order(atoll(time), line, keep(words.rest()));
+            add_order(atoll(time), line, words.rest());
         }
     }
-}
-
-void begin(char* orders) {
-    apply(orders);
-    starting = false;
-    run_due();
 }
 
 void open_control(const char* path) {
@@ -284,29 +274,23 @@ void open_control(const char* path) {
     control_owner = getpid();
 }
 
-// Orders come in whole lines, and no more at once than fits. A child has none of them.
+// An order is done when its line is whole. A child has none of them.
 void take_control() {
     static char text[8192];
     static size_t used = 0;
     if (control < 0 || getpid() != control_owner) return;
     const std::lock_guard guard(event_lock);
-    const ssize_t got = real.read(control, text + used, sizeof text - 1 - used);
-    if (got <= 0) return;
-    used += static_cast<size_t>(got);
-    text[used] = '\0';
-    char* last = strrchr(text, '\n');
-    if (last == nullptr) return;
-    *last++ = '\0';
-    apply(text);
-    used -= static_cast<size_t>(last - text);
-    memmove(text, last, used);
+    while (real.read(control, text + used, 1) == 1) {
+        if (text[used] != '\n' && ++used < sizeof text) continue;
+        text[std::exchange(used, 0)] = '\0';
+        apply(text);
+    }
 }
 
 void reset() {
     forget_events();
     forget_faults();
     answers.used = kept = 0;
-    starting = true;
 }
 
 const Answer* scripted_answer(const char* command) {

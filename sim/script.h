@@ -9,7 +9,6 @@ namespace sim::script {
 void reset();
 // Does the orders of now, and keeps those for later. One that cannot be done ends the board.
 void apply(char* orders);
-void begin(char* orders);  // those that a board starts with
 void run_order(unsigned line, char* order);
 void open_control(const char* path);  // a FIFO that brings orders while the board runs; null: none
 void take_control();
@@ -19,8 +18,6 @@ char* keep(const char* text);  // for as long as the script is in force
 extern clock::Lock event_lock;
 clock::Nanos next_due();
 void run_due();
-void end_at(double seconds);
-void reset_board(const char* reason, clock::Nanos delay);
 void watchdog_at(clock::Nanos time);  // when it bites, unless fed before
 
 // To be done later: an order or, where `every` says so, the beat of a process, a file whose first word it counts up.

@@ -19,6 +19,15 @@ inline constexpr std::string_view kDevices[] = {
     "/dev/ad9979_dev",
 };
 
+// Every board has these files and directories, whatever its script says.
+inline constexpr const char* kEmptyBoard =
+    "0 - log board start\n"
+    "0 - directory /dev/mtd/\n0 - directory /proc/\n0 - directory /tmp/\n0 - directory /etc/\n"
+    "0 - directory /mnt/mtd/Config/\n0 - directory /mnt/mtd/Log/\n0 - directory /mnt/backup/Config/\n"
+    "0 - directory /mnt/custom/\n"
+    "0 - put /dev/misc/wdt 0\n0 - put /dev/misc/rtc 0\n0 - put /dev/misc/gpio 0\n"
+    "0 - put /dev/misc/gio_expd_in 0\n0 - put /dev/misc/gio_expander 0\n";
+
 constexpr bool is_device(std::string_view path) {
     return std::any_of(std::begin(kDevices), std::end(kDevices), [path](std::string_view device) {
         return path == device || (device.ends_with('/') && path.starts_with(device));

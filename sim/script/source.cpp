@@ -15,6 +15,9 @@ constexpr const char* kBlanks = " \t";
 constexpr std::string_view kTops[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
 constexpr std::string_view kOfTheMachine[] = {"/dev/null", "/proc/self"};
 
+constexpr std::string_view kLasting[] = {"/mnt", "/dev/mtd", "/etc", "/."};
+constexpr std::string_view kOfFiles[] = {"put", "size", "remove", "flash"};  // orders
+
 template <size_t kCount>
 bool is_under(const std::string_view (&tops)[kCount], std::string_view path) {
     return std::any_of(std::begin(tops), std::end(tops), [path](std::string_view top) {
@@ -103,12 +106,22 @@ bool Source::wants(bool is_right, std::string_view wanted, std::string_view foun
     return is_right;
 }
 
+bool Source::is_saved(std::string_view path) const {
+    const bool is_at_start = known.outlasts && time_ == kAtOnce;
+    return is_at_start && std::any_of(std::begin(kLasting), std::end(kLasting),
+                                      [path](std::string_view top) { return path.starts_with(top); });
+}
+
 void Source::order(const char* format, ...) {
     char what[4096];
     va_list arguments;
     va_start(arguments, format);
     vsnprintf(what, sizeof what, format, arguments);
     va_end(arguments);
+    char verb[8], path[512];
+    const bool is_of_file = sscanf(what, "%7s %511s", verb, path) == 2 &&
+                            std::find(std::begin(kOfFiles), std::end(kOfFiles), verb) != std::end(kOfFiles);
+    if (is_of_file && is_saved(path)) return;
     const std::string time = time_ == kAtOnce ? "-" : std::to_string(time_);
     orders_.append(std::to_string(line_)).append(" ").append(time).append(" ").append(what).append("\n");
 }

@@ -11,11 +11,21 @@ namespace {
 constexpr const char* kEnvironment = "/dev/mtd/1";
 constexpr const char* kHexByte = "a byte in hexadecimal";
 
+std::string byte_of(uint64_t number) {
+    char text[8];
+    snprintf(text, sizeof text, "\\x%02x", static_cast<unsigned>(number & UINT8_MAX));
+    return text;
+}
+
 void make_env(Source& source) {
     const std::string text = source.rest();
     source.wants(text.find('=') != std::string::npos, "NAME=VALUE", text);
-    source.known.environment = true;
-    source.order("env %s", text.c_str());
+    source.known.environment += static_cast<unsigned>(text.size() + 1);
+    if (source.is_saved("/dev/mtd/1")) {
+        source.order("set environment 0 %u", source.known.environment);
+    } else {
+        source.order("env %s", text.c_str());
+    }
 }
 
 void make_short_env(Source& source) {
@@ -35,9 +45,7 @@ void make_whole_file(Source& source) {
 
 void make_word(Source& source) {
     const std::string path = source.path();
-    const auto value = static_cast<uint32_t>(source.number());
-    source.order("put %s 0 \\x%02x\\x%02x\\x%02x\\x%02x", path.c_str(), value & 255, value >> 8 & 255,
-                 value >> 16 & 255, value >> 24);
+    source.order("put %s 0 %s", path.c_str(), bytes_of(static_cast<uint32_t>(source.number())).c_str());
 }
 
 void make_truncate(Source& source) {
@@ -87,7 +95,11 @@ void make_storm(Source& source) {
 
 void make_cmos(Source& source) {
     const auto offset = static_cast<unsigned>(source.number(0, UINT8_MAX, "an offset, 0 to 255"));
-    source.order("set cmos %u%s", offset, numbers(source, 16, UINT8_MAX, kHexByte).c_str());
+    std::string list;
+    do {
+        list += byte_of(source.number(16, UINT8_MAX, kHexByte));
+    } while (source.more());
+    source.order("put /.cmos %u %s", offset, list.c_str());
 }
 
 // A text of so many bytes at most, the last of which is NUL.
@@ -111,8 +123,7 @@ void make_acks(Source& source) {
     std::string list;
     for (; source.more(); ++count) list += " " + std::to_string(source.number(16));
     source.wants(count <= kMost, "16 at most", std::to_string(count));
-    source.order("set acks-taken 0 0 %zu", count);
-    if (count > 0) source.order("set acks 0%s", list.c_str());
+    source.order("set acks 0 0 %zu%s", count, list.c_str());
 }
 
 void make_mcu_say(Source& source) { source.order("say%s", numbers(source, 16, UINT8_MAX, kHexByte).c_str()); }
@@ -225,11 +236,15 @@ constexpr Verb kVerbs[] = {
     {"spi0 status", "N", nullptr, "set status 0"},
     {"spi0 2a", "N", nullptr, "set 2a 0"},
     {"vpfe stalled", "N", nullptr, "set stalled 0"},
-    {"cut now", "", nullptr, "cut"},
+    {"cut now", "", nullptr, "end 6 cut"},
     {"cut", "N", nullptr, "set changes-to-cut 0"},
 };
 
 }  // namespace
+
+std::string bytes_of(uint32_t number) {
+    return byte_of(number) + byte_of(number >> 8) + byte_of(number >> 16) + byte_of(number >> 24);
+}
 
 std::string known_lines() {
     std::string list;
