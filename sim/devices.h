@@ -50,10 +50,13 @@ struct State {
 
 extern State state;
 
+// An event as the kernel sends it, filled up with NULs to `size` bytes. Without a listener it is lost.
+bool send_event(std::string_view text, size_t size);
+
 namespace mcu {
 void reset();
-bool say(Words& words);     // BYTE...: at once
-bool answer(Words& words);  // COMMAND OPERATION BYTE...: to each such frame from now on
+bool say(Words& words);     // BYTES: at once
+bool answer(Words& words);  // COMMAND OPERATION BYTES: to each such frame from now on
 int64_t read(uint8_t* data, size_t size);
 int64_t write(uint8_t* data, size_t size);
 }  // namespace mcu

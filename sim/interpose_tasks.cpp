@@ -1,6 +1,8 @@
-// Threads, tasks and processes.
+// Threads, tasks, processes, and how they wait.
 #include <dlfcn.h>
 #include <sys/syscall.h>
+
+#include <algorithm>
 
 #include "interpose.h"
 
@@ -26,6 +28,14 @@ void unwrap(int (*&function)(void*), void*& argument) {
     const Wrapped wrapped = *static_cast<Wrapped*>(argument);
     function = wrapped.function;
     argument = wrapped.argument;
+}
+
+int do_sleep(int64_t duration) {
+    return call([&] {
+        const int64_t fault = script::fault_of("*", "sleep");
+        if (fault >= 0) clock::sleep(duration);
+        return std::min<int64_t>(fault, 0);
+    });
 }
 
 }  // namespace
@@ -97,3 +107,15 @@ EXPORT void _exit(int code) {
     board::clean_up();
     for (;;) real.syscall(SYS_exit_group, code);
 }
+
+// --- Waiting
+
+EXPORT int select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* timeout) {
+    find_real_functions();
+    if (timeout == nullptr || count > 0) return real.select(count, in, out, except, timeout);
+    const int result = do_sleep(timeout->tv_sec * clock::kSecond + timeout->tv_usec * 1000LL);
+    if (result == 0) *timeout = {};
+    return result;
+}
+
+EXPORT int usleep(useconds_t micros) { return do_sleep(int64_t{micros} * 1000); }

@@ -10,7 +10,6 @@
 #include "launch/run.h"
 #include "real.h"
 #include "script.h"
-#include "uevent.h"
 #include "words.h"
 
 namespace sim::script {
@@ -40,32 +39,15 @@ bool at_place(const char* path, Body body) {
     return board::place_inside(path, there) && body(there);
 }
 
-// Makes of \n and \xHH what they stand for; the new size.
-size_t unescape(char* text) {
-    char* out = text;
-    for (const char* from = text; *from != '\0'; ++out) {
-        unsigned byte = static_cast<unsigned char>(*from);
-        int length = 1;
-        if (sscanf(from, "\\x%2x%n", &byte, &length) != 1 && starts(from, "\\n")) {
-            byte = '\n';
-            length = 2;
-        }
-        *out = static_cast<char>(byte);
-        from += length;
-    }
-    return static_cast<size_t>(out - text);
-}
-
 // PATH new|all|end|OFFSET TEXT: of a file that is not there yet, of the whole, behind its end, from there on.
 bool do_put(Words& words) {
     const char* path = words.next();
     const char* how = words.next();
-    char* text = words.rest();
-    const size_t size = unescape(text);
+    const std::string_view text = words.bytes();
     const int flags = starts(how, "all") ? O_TRUNC : starts(how, "end") ? O_APPEND : 0;
     const auto is_there = [](const char* there) { return real.access(there, F_OK) == 0; };
     if (starts(how, "new") && at_place(path, is_there)) return true;
-    return board::write_file(path, flags | O_CREAT, text, size, atoi(how));
+    return board::write_file(path, flags | O_CREAT, text.data(), text.size(), atoi(how));
 }
 
 bool do_directory(Words& words) {
@@ -108,8 +90,7 @@ bool do_flash(Words& words) {
 
 bool do_uevent(Words& words) {
     const auto size = static_cast<size_t>(words.number());
-    char* text = words.rest();
-    return uevent::send(text, unescape(text), size);
+    return devices::send_event(words.bytes(), size);
 }
 
 // --- The state of devices

@@ -9,7 +9,6 @@ namespace {
 
 // The first four bytes are a checksum that readers do not look at.
 constexpr const char* kEnvironment = "/dev/mtd/1";
-constexpr const char* kHexByte = "a byte in hexadecimal";
 
 std::string byte_of(uint64_t number) {
     char text[8];
@@ -59,18 +58,22 @@ void make_padded_uevent(Source& source) {
     source.order("uevent %u %s", size, source.rest().c_str());
 }
 
-// A list of numbers, as the board takes them.
-std::string numbers(Source& source, int base, uint64_t most, const char* wanted) {
+// BYTE..., as the board takes them.
+std::string hex_bytes(Source& source) {
     std::string list;
     do {
-        list += " " + std::to_string(source.number(base, most, wanted));
+        list += byte_of(source.number(16, UINT8_MAX, "a byte in hexadecimal"));
     } while (source.more());
     return list;
 }
 
 void make_level(Source& source) {
     const auto line = static_cast<unsigned>(source.number(0, 71, "a GPIO line, 0 to 71"));
-    source.order("set level %u%s", line, numbers(source, 10, 1, "0 or 1").c_str());
+    std::string levels;
+    do {
+        levels += source.number(10, 1, "0 or 1") == 0 ? " 0" : " 1";
+    } while (source.more());
+    source.order("set level %u%s", line, levels.c_str());
 }
 
 void make_rtc(Source& source) {
@@ -95,11 +98,7 @@ void make_storm(Source& source) {
 
 void make_cmos(Source& source) {
     const auto offset = static_cast<unsigned>(source.number(0, UINT8_MAX, "an offset, 0 to 255"));
-    std::string list;
-    do {
-        list += byte_of(source.number(16, UINT8_MAX, kHexByte));
-    } while (source.more());
-    source.order("put /.cmos %u %s", offset, list.c_str());
+    source.order("put /.cmos %u %s", offset, hex_bytes(source).c_str());
 }
 
 // A text of so many bytes at most, the last of which is NUL.
@@ -126,13 +125,13 @@ void make_acks(Source& source) {
     source.order("set acks 0 0 %zu%s", count, list.c_str());
 }
 
-void make_mcu_say(Source& source) { source.order("say%s", numbers(source, 16, UINT8_MAX, kHexByte).c_str()); }
+void make_mcu_say(Source& source) { source.order("say %s", hex_bytes(source).c_str()); }
 
 void make_mcu_answer(Source& source) {
     const auto command = static_cast<unsigned>(source.number(0, 31, "a command, 0 to 31"));
     const auto operation = static_cast<unsigned>(source.number(0, 1, "0 or 1"));
-    const std::string bytes = source.more() ? numbers(source, 16, UINT8_MAX, kHexByte) : "";
-    source.order("answer %u %u%s", command, operation, bytes.c_str());
+    const std::string bytes = source.more() ? hex_bytes(source) : "";
+    source.order("answer %u %u %s", command, operation, bytes.c_str());
 }
 
 void make_command(Source& source) {
