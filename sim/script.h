@@ -45,8 +45,6 @@ void forget_faults();
 
 // From now on, about every so often, the next of some call fails in a way that fits it. 0: the storm is over.
 void begin_storm(uint64_t seed, clock::Nanos every);
-bool is_stormy();
-int64_t effect_of_storm(const char* what, const char* op, uint32_t request);
 bool may_fail(const char* what);  // the script has a fault of it
 
 // To be called before anything takes effect that outlasts the board's power: it may be cut here.
