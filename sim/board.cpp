@@ -32,9 +32,7 @@ void find_real_functions() {
 namespace board {
 namespace {
 
-constexpr const char* kPrefixes[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
-constexpr const char* kPassed[] = {"/dev/null", "/proc/self"};  // what stays the machine's own
-constexpr const char* kWritable[] = {"/dev/null", "/proc/self/fd"};
+constexpr std::string_view kWritable[] = {"/dev/null", "/proc/self/fd"};
 constexpr size_t kDescriptors = 1024;
 constexpr size_t kLengthInEntry = 16, kNameInEntry = 19;  // of getdents64(2)
 
@@ -49,16 +47,6 @@ constinit OpenFile files[kDescriptors];
 
 // By which a clone task asks for the end of the process that it shares.
 int end_signal() { return SIGRTMIN + 7; }
-
-// Whether path is one of the list or lies below it.
-template <size_t kCount>
-bool is_under(const char* const (&list)[kCount], const char* path) {
-    for (const char* prefix : list) {
-        const size_t length = strlen(prefix);
-        if (strncmp(path, prefix, length) == 0 && (path[length] == '/' || path[length] == '\0')) return true;
-    }
-    return false;
-}
 
 void choose_root() {
     const char* wanted = getenv("MARL_SIM_ROOT");
@@ -84,21 +72,15 @@ void power_on(char* orders) {
     script::run_due();
 }
 
-// Of the host; negative when it cannot be read.
-ssize_t read_host_file(const char* path, void* data, size_t size, off_t offset) {
-    const int fd = real.open(path, O_RDONLY | O_CLOEXEC);
-    const ssize_t got = real.pread(fd, data, size, offset);
-    real.close(fd);
-    return got;
-}
-
 // What the launcher has made of the script. A test program starts with a board that is as good as empty.
 char* read_orders() {
     static char text[512U << 10];
     if (!launched) return strcpy(text, script::kEmptyBoard);
     char path[kPathSize];
     snprintf(path, sizeof path, "%s/%s", home_path, launch::kOrders);
-    const ssize_t got = read_host_file(path, text, sizeof text, 0);
+    const int fd = real.open(path, O_RDONLY | O_CLOEXEC);
+    const ssize_t got = real.read(fd, text, sizeof text);
+    real.close(fd);
     if (got < 0 || got == sizeof text) end("cannot read its orders", kBadScript);
     return text;
 }
@@ -156,8 +138,7 @@ void end(const char* reason, ExitCode code) {
 }
 
 const char* place(const char* path, char (&out)[kPathSize]) {
-    if (path == nullptr || !is_under(kPrefixes, path) || is_under(kPassed, path)) return nullptr;
-    if (strstr(path, "/..") != nullptr) return nullptr;  // it might lead out of the board
+    if (path == nullptr || !script::is_of_the_board(path)) return nullptr;
     // A source tree below /tmp, say, which tests need as it is.
     const char* passed = getenv("MARL_SIM_PASS");
     if (passed != nullptr && strncmp(path, passed, strlen(passed)) == 0) return nullptr;
@@ -170,7 +151,9 @@ const char* place(const char* path, char (&out)[kPathSize]) {
 }
 
 bool is_launched() { return launched; }
-bool may_write(const char* path) { return !launched || (path != nullptr && is_under(kWritable, path)); }
+bool may_write(const char* path) {
+    return !launched || (path != nullptr && script::is_under(kWritable, path));
+}
 
 bool place_inside(const char* path, char (&out)[kPathSize]) {
     if (path[0] != '/' || path[1] == '\0' || strstr(path, "..") != nullptr) return false;
@@ -194,21 +177,20 @@ void forget(int descriptor) {
     if (OpenFile* file = tracked(descriptor)) file->used = false;
 }
 
-bool write_file(const char* path, int open_flags, const void* data, size_t size, off_t offset) {
+int open_file(const char* path, int flags) {
     char there[kPathSize];
-    if (!place_inside(path, there)) return false;
-    if ((open_flags & O_CREAT) != 0) make_parents(there);
-    const int fd = real.open(there, open_flags | O_WRONLY | O_CLOEXEC, 0644);
-    if (fd < 0) return false;
-    // Where everything is appended, the offset counts for nothing.
-    const ssize_t done = real.pwrite(fd, data, size, offset);
-    real.close(fd);
-    return done == static_cast<ssize_t>(size);
+    if (!place_inside(path, there)) return -1;
+    if ((flags & O_CREAT) != 0) make_parents(there);
+    return real.open(there, flags | O_CLOEXEC, 0644);
 }
 
-void read_file(const char* path, void* data, size_t size, off_t offset) {
-    char there[kPathSize];
-    if (place_inside(path, there)) read_host_file(there, data, size, offset);
+// Where everything is appended, the offset counts for nothing.
+bool write_file(const char* path, int flags, std::string_view data, off_t offset) {
+    const int fd = open_file(path, flags | O_WRONLY | O_CREAT);
+    if (fd < 0) return false;
+    const ssize_t done = real.pwrite(fd, data.data(), data.size(), offset);
+    real.close(fd);
+    return done == static_cast<ssize_t>(data.size());
 }
 
 void make_parents(char* place) {

@@ -35,14 +35,16 @@ int64_t take_two(uint8_t*, size_t size) { return size == 2 ? 2 : -EINVAL; }
 int64_t cmos_read(uint8_t* data, size_t size) {
     const size_t offset = size > 0 ? data[0] : 0;
     memset(data, 0, size);
-    board::read_file(kCmosFile, data, std::min(size, kCmosSize - offset), static_cast<off_t>(offset));
+    const int fd = board::open_file(kCmosFile, O_RDONLY);
+    real.pread(fd, data, std::min(size, kCmosSize - offset), static_cast<off_t>(offset));
+    real.close(fd);
     return static_cast<int64_t>(size);
 }
 
 int64_t cmos_write(uint8_t* data, size_t size) {
     const size_t offset = size > 0 ? data[0] : kCmosSize;
     const size_t most = std::min(size - 1, kCmosSize - offset);
-    board::write_file(kCmosFile, O_CREAT, data + 1, most, static_cast<off_t>(offset));
+    board::write_file(kCmosFile, 0, {reinterpret_cast<char*>(data) + 1, most}, static_cast<off_t>(offset));
     return static_cast<int64_t>(size);
 }
 

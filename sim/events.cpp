@@ -41,11 +41,9 @@ void beat(Event& event) {
     if (record::is_open()) record::Line("beat").add(" %s %u", event.text, event.count);
     struct stat info {};
     const bool is_there = event.descriptor >= 0 && fstat(event.descriptor, &info) == 0 && info.st_nlink > 0;
-    char there[board::kPathSize];
-    if (!is_there && board::place_inside(event.text, there)) {
+    if (!is_there) {
         if (event.descriptor >= 0) real.close(event.descriptor);
-        board::write_file(event.text, O_CREAT, "", 0);
-        event.descriptor = put_away(real.open(there, O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        event.descriptor = put_away(board::open_file(event.text, O_WRONLY | O_CREAT | O_NONBLOCK));
     }
     real.pwrite(event.descriptor, &event.count, sizeof event.count, 0);
 }

@@ -21,6 +21,7 @@ using devices::state;
 constexpr size_t kTextSize = 256U << 10;
 constexpr const char* kEnvironment = "/dev/mtd/1";
 constexpr off_t kEnvironmentSize = 0x20000;
+constexpr std::string_view kNul("", 1);
 
 Table<Answer, 64> answers;
 char kept_text[kTextSize];
@@ -44,10 +45,9 @@ bool do_put(Words& words) {
     const char* path = words.next();
     const char* how = words.next();
     const std::string_view text = words.bytes();
-    const int flags = starts(how, "all") ? O_TRUNC : starts(how, "end") ? O_APPEND : 0;
-    const auto is_there = [](const char* there) { return real.access(there, F_OK) == 0; };
-    if (starts(how, "new") && at_place(path, is_there)) return true;
-    return board::write_file(path, flags | O_CREAT, text.data(), text.size(), atoi(how));
+    const bool is_new = starts(how, "new");
+    const int flags = is_new ? O_EXCL : starts(how, "all") ? O_TRUNC : starts(how, "end") ? O_APPEND : 0;
+    return board::write_file(path, flags, text, atoi(how)) || (is_new && errno == EEXIST);
 }
 
 bool do_directory(Words& words) {
@@ -65,27 +65,23 @@ bool do_remove(Words& words) {
 }
 
 bool do_env(Words& words) {
-    const char* text = words.rest();
-    const size_t size = strlen(text) + 1;
+    const std::string_view text = words.rest();
     const auto offset = static_cast<off_t>(4 + state.environment_used);
-    state.environment_used += static_cast<uint32_t>(size);
-    return board::write_file(kEnvironment, O_CREAT, text, size, offset) &&
-           board::write_file(kEnvironment, O_CREAT, "", 1, offset + static_cast<off_t>(size)) &&
-           board::write_file(kEnvironment, O_CREAT, "", 1, kEnvironmentSize - 1);
+    state.environment_used += static_cast<uint32_t>(text.size() + 1);
+    return board::write_file(kEnvironment, 0, {text.data(), text.size() + 1}, offset) &&
+           board::write_file(kEnvironment, 0, kNul, offset + static_cast<off_t>(text.size() + 1)) &&
+           board::write_file(kEnvironment, 0, kNul, kEnvironmentSize - 1);
 }
 
 // PATH SIZE [FILE]: erased, with what a file of the host has for its beginning.
 bool do_flash(Words& words) {
-    const char* path = words.next();
+    const int fd = board::open_file(words.next(), O_RDWR | O_CREAT);
     const auto size = static_cast<uint32_t>(words.number());
-    return at_place(path, [&](const char* there) {
-        const int image = real.open(words.rest(), O_RDONLY | O_CLOEXEC);
-        const int fd = real.open(there, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        const bool erased = devices::erase(fd, 0, size) == 0;
-        const bool filled = image < 0 || sendfile(fd, image, nullptr, size) >= 0;
-        real.close(image);
-        return real.close(fd) == 0 && erased && filled;
-    });
+    const int image = real.open(words.rest(), O_RDONLY | O_CLOEXEC);
+    const bool erased = devices::erase(fd, 0, size) == 0;
+    const bool filled = image < 0 || sendfile(fd, image, nullptr, size) >= 0;
+    real.close(image);
+    return real.close(fd) == 0 && erased && filled;
 }
 
 bool do_uevent(Words& words) {

@@ -12,18 +12,8 @@ namespace sim::script {
 namespace {
 
 constexpr const char* kBlanks = " \t";
-constexpr std::string_view kTops[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
-constexpr std::string_view kOfTheMachine[] = {"/dev/null", "/proc/self"};
-
 constexpr std::string_view kLasting[] = {"/mnt", "/dev/mtd", "/etc", "/."};
 constexpr std::string_view kOfFiles[] = {"put", "size", "remove", "flash"};  // orders
-
-template <size_t kCount>
-bool is_under(const std::string_view (&tops)[kCount], std::string_view path) {
-    return std::any_of(std::begin(tops), std::end(tops), [path](std::string_view top) {
-        return path.starts_with(top) && (path.size() == top.size() || path[top.size()] == '/');
-    });
-}
 
 std::string one_of_the_devices() {
     std::string list = "one of";
@@ -88,9 +78,7 @@ Nanos Source::seconds() {
 
 std::string Source::path() {
     const std::string found = next();
-    const bool is_inside = is_under(kTops, found) && !is_under(kOfTheMachine, found);
-    wants(is_inside && found.find("..") == std::string::npos,
-          "a path below /dev, /proc, /sys, /mnt, /tmp or /etc", found);
+    wants(is_of_the_board(found), "a path below /dev, /proc, /sys, /mnt, /tmp or /etc", found);
     return found;
 }
 
