@@ -6,7 +6,6 @@
 #include "board.h"
 #include "real.h"
 #include "script.h"
-#include "script/devices.h"
 
 namespace sim::devices {
 
@@ -96,21 +95,17 @@ constexpr Model kModels[] = {
     {"/dev/misc/gio_expander", false, nullptr, refuse, take_two},
     {"/dev/mcu", false, nullptr, mcu::read, mcu::write},
     {"/dev/misc/spi0", false, nullptr, refuse, take_frame},
-    {"/dev/misc/spi1", true, nullptr, nullptr, nullptr},
     {"/dev/davinci_vpfe", false, nullptr, refuse, refuse},
-    {"/dev/misc/ataen", true, nullptr, nullptr, nullptr},
-    {"/dev/mem", true, nullptr, nullptr, nullptr},
-    {"/dev/dm6480", true, nullptr, nullptr, nullptr},
-    {"/dev/ad9920_dev", true, nullptr, nullptr, nullptr},
-    {"/dev/ad9979_dev", true, nullptr, nullptr, nullptr},
-    {"/dev/mtd/", true, nullptr, nullptr, nullptr},
+    {"/dev/", true, nullptr, nullptr, nullptr},
     {"socket", false, nullptr, nullptr, nullptr},
     {"", true, nullptr, nullptr, nullptr},  // ordinary files, and the end of the list
 };
 
-static_assert(std::all_of(std::begin(kModels), std::end(kModels), [](const Model& model) {
-    return model.path[0] != '/' || script::is_device(model.path);
-}));
+// Whether a path is the one of a row; one that ends in '/' stands for all below it.
+bool is_meant(const char* row, const char* path) {
+    const size_t length = strlen(row);
+    return strncmp(path, row, length) == 0 && (path[length] == '\0' || row[length - 1] == '/');
+}
 
 // --- Requests
 
@@ -126,16 +121,26 @@ int64_t show_word(int, void* argument, Line& line) {
     return 0;
 }
 
+template <uint32_t State::*kWord>
+int64_t take(int descriptor, void* argument, Line& line) {
+    state.*kWord = get_u32(argument);
+    return show_word(descriptor, argument, line);
+}
+
 int64_t show_three_bytes(int, void* argument, Line& line) {
     line.bytes(argument, 3);
     return 0;
 }
 
+int64_t give(void* argument, uint32_t word, Line& line) {
+    memcpy(argument, &word, sizeof word);
+    line.add(" -> 0x%x", word);
+    return 0;
+}
+
 template <uint32_t State::*kWord>
 int64_t answer(int, void* argument, Line& line) {
-    memcpy(argument, &(state.*kWord), sizeof(uint32_t));
-    line.add(" -> 0x%x", state.*kWord);
-    return 0;
+    return give(argument, state.*kWord, line);
 }
 
 // Other programs feed the watchdog too; without them the board resets a period after the last feed.
@@ -151,23 +156,10 @@ int64_t resume(int descriptor, void* argument, Line& line) {
     return feed(descriptor, argument, line);
 }
 
-int64_t set_period(int descriptor, void* argument, Line& line) {
-    state.period_ms = get_u32(argument);
-    return show_word(descriptor, argument, line);
-}
-
-int64_t set_link_mode(int descriptor, void* argument, Line& line) {
-    state.link_status = get_u32(argument);
-    return show_word(descriptor, argument, line);
-}
-
 int64_t acknowledge(int, void* argument, Line& line) {
     uint32_t& taken = state.acks[0];
     const uint32_t usual = state.acknowledges ? state.link_ack : 0;
-    const uint32_t answer = taken < state.acks[1] ? state.acks[2 + taken++] : usual;
-    memcpy(argument, &answer, sizeof answer);
-    line.add(" -> 0x%x", answer);
-    return 0;
+    return give(argument, taken < state.acks[1] ? state.acks[2 + taken++] : usual, line);
 }
 
 int64_t identify(int, void*, Line& line) {
@@ -175,9 +167,9 @@ int64_t identify(int, void*, Line& line) {
     return state.fpga_id;
 }
 
-int64_t stall_record(int descriptor, void* argument, Line& line) {
+int64_t stall_record(int, void* argument, Line& line) {
     memset(argument, 0, 20);
-    return answer<&State::stalled>(descriptor, argument, line);
+    return give(argument, state.stalled, line);
 }
 
 int64_t version(int, void* argument, Line& line) {
@@ -222,7 +214,7 @@ struct Request {
 
 constexpr Request kRequests[] = {
     {"/dev/misc/wdt", 4, feed},
-    {"/dev/misc/wdt", 5, set_period},
+    {"/dev/misc/wdt", 5, take<&State::period_ms>},
     {"/dev/misc/wdt", 7, resume},
     {"/dev/misc/rtc", 0x80247009, read_rtc},
     {"/dev/misc/gpio", 1, show_three_bytes},
@@ -235,7 +227,7 @@ constexpr Request kRequests[] = {
     {"/dev/misc/spi0", 0x4004730A, answer<&State::query_2a>},
     {"/dev/misc/spi0", 0x40047309, version},
     {"/dev/misc/spi0", 0x4004730D, version},
-    {"/dev/misc/spi0", 0x40047301, set_link_mode},
+    {"/dev/misc/spi0", 0x40047301, take<&State::link_status>},
     {"/dev/misc/spi0", 0x80047304, acknowledge},
     {"/dev/misc/spi1", 0xC004650C, identify},
     {"/dev/misc/spi1", 0xC0046501, nothing},  // start programming
@@ -251,11 +243,7 @@ constexpr Request kRequests[] = {
 
 const Model& find(const char* path) {
     const Model* model = kModels;
-    for (; *model->path != '\0'; ++model) {
-        const size_t length = strlen(model->path);
-        const bool below = model->path[length - 1] == '/' && strncmp(path, model->path, length) == 0;
-        if (below || strcmp(path, model->path) == 0) break;
-    }
+    while (*model->path != '\0' && !is_meant(model->path, path)) ++model;
     return *model;
 }
 
@@ -269,12 +257,12 @@ int64_t erase(int descriptor, uint32_t from, uint32_t length) {
     return 0;
 }
 
-int64_t control(const Model& model, int descriptor, uint32_t request, void* argument, Line& line) {
+int64_t control(const char* path, int descriptor, uint32_t request, void* argument, Line& line) {
     for (const Request& each : kRequests) {
-        const bool meant = each.number == request && strcmp(each.path, model.path) == 0;
-        if (meant) return each.perform(descriptor, argument, line);
+        if (each.number == request && is_meant(each.path, path))
+            return each.perform(descriptor, argument, line);
     }
-    return model.path[0] == '/' ? -ENOTTY : or_errno(real.ioctl(descriptor, request, argument));
+    return is_meant("/dev/", path) ? -ENOTTY : or_errno(real.ioctl(descriptor, request, argument));
 }
 
 void reset() {

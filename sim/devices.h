@@ -19,7 +19,7 @@ struct Model {
 };
 
 const Model& find(const char* path);  // ordinary files and sockets have one too
-int64_t control(const Model& model, int descriptor, uint32_t request, void* argument, record::Line& line);
+int64_t control(const char* path, int descriptor, uint32_t request, void* argument, record::Line& line);
 int64_t erase(int descriptor, uint32_t from, uint32_t length);
 void reset();  // power on
 

@@ -1,6 +1,8 @@
 // What the functions that stand in for the C library's have in common.
 #pragma once
 
+#include <functional>
+
 #include "board.h"
 #include "clone.h"
 #include "journal.h"
@@ -88,14 +90,13 @@ Result on_file(const char* op, int fd, int64_t number, Kernel kernel) {
     });
 }
 
-// Reads or writes a descriptor, a device's or not; kernel does it for real.
-using Kernel = ssize_t (*)(void* context, size_t most);
-int64_t pass_data(const char* op, int fd, void* data, size_t size, Kernel kernel, void* context);
+// Reads or writes a descriptor, a device's or not; the kernel does it for real.
+using Kernel = std::function<ssize_t(size_t most)>;
+int64_t pass_data(const char* op, int fd, void* data, size_t size, const Kernel& kernel);
 
 template <class Body>
-ssize_t transfer(const char* op, int fd, const void* data, size_t size, Body body) {
-    const Kernel kernel = [](void* context, size_t most) { return (*static_cast<Body*>(context))(most); };
-    return call<ssize_t>([&] { return pass_data(op, fd, const_cast<void*>(data), size, kernel, &body); });
+ssize_t transfer(const char* op, int fd, const void* data, size_t size, Body kernel) {
+    return call<ssize_t>([&] { return pass_data(op, fd, const_cast<void*>(data), size, std::ref(kernel)); });
 }
 
 // What would change the machine is recorded, never done.

@@ -21,9 +21,8 @@ void note_stream(int fd, int stream) {
 }
 
 int stream_behind(const char* path) {
-    return strcmp(path, "/proc/self/fd/1") == 0   ? stream_of(1)
-           : strcmp(path, "/proc/self/fd/2") == 0 ? stream_of(2)
-                                                  : 0;
+    constexpr std::string_view kOwn = "/proc/self/fd/";
+    return std::string_view(path).starts_with(kOwn) ? stream_of(atoi(path + kOwn.size())) : 0;
 }
 
 // A standard stream that is moved stays what it is. Programs move them before anything else is there, so this
@@ -48,8 +47,7 @@ int64_t console(const char* who, const void* data, size_t size, int fd) {
 }
 
 // A read or write of a descriptor of the board: faults, then the model or the real file.
-int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size, Kernel kernel,
-                  void* context) {
+int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size, const Kernel& kernel) {
     const bool reading = op[0] == 'r';
     const devices::Transfer model = reading ? file.model->read : file.model->write;
     const unsigned address = size > 0 ? *static_cast<uint8_t*>(data) : 0;
@@ -58,7 +56,7 @@ int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size,
     size = bounded(size, fault);
     const int64_t result = fault <= 0         ? fault  // an error, or nothing at all
                            : model != nullptr ? model(static_cast<uint8_t*>(data), size)
-                                              : or_errno(kernel(context, size));
+                                              : or_errno(kernel(size));
     Line line(file.name);
     line.add(" %s %lld", op, result < 0 ? static_cast<long long>(size) : static_cast<long long>(result));
     // A frame is shown whole, sent or not.
@@ -94,12 +92,12 @@ int by_path(const char* op, bool changes, const char* path, Kernel kernel) {
 
 }  // namespace
 
-int64_t pass_data(const char* op, int fd, void* data, size_t size, Kernel kernel, void* context) {
+int64_t pass_data(const char* op, int fd, void* data, size_t size, const Kernel& kernel) {
     const OpenFile* file = board::tracked(fd);
     const int stream = op[0] == 'w' ? stream_of(fd) : 0;
     if (file == nullptr && stream != 0) return console(stream == 1 ? "out" : "err", data, size, fd);
-    if (file == nullptr) return or_errno(kernel(context, size));
-    const int64_t result = pass_file(*file, op, data, size, kernel, context);
+    if (file == nullptr) return or_errno(kernel(size));
+    const int64_t result = pass_file(*file, op, data, size, kernel);
     script::run_due();  // it may have reset the board
     return result;
 }
@@ -209,8 +207,7 @@ EXPORT int ioctl(int fd, unsigned long number, ...) noexcept {
         Line line(file->name);
         line.add(" ioctl 0x%x", request);
         const int64_t fault = script::fault_of(file->name, "ioctl", request);
-        const int64_t result =
-            fault < 0 ? fault : devices::control(*file->model, fd, request, argument, line);
+        const int64_t result = fault < 0 ? fault : devices::control(file->name, fd, request, argument, line);
         line.failure(result);
         return result;
     });

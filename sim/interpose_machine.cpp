@@ -104,16 +104,13 @@ EXPORT int kill(pid_t process, int number) noexcept {
     X(symlink) X(symlinkat) X(renameat) X(renameat2) X(remove) X(rmdir) X(unlinkat) X(mkdirat) X(mknod) \
     X(mknodat) X(mkfifo) X(chmod) X(fchmodat) X(chown) X(lchown) X(fchownat) X(utime) X(utimes) X(utimensat) \
     X(setxattr) X(lsetxattr) X(removexattr)
+#define EACH_FOR_TESTS_OR_NULL(X) X(popen) X(fopen) X(fopen64) X(freopen) X(freopen64)
 // clang-format on
 
 EACH_DONE(DONE)
 EACH_NEVER(NEVER)
 STAND_IN(settimeofday, false, EINVAL, -1)
 EACH_FOR_TESTS(FOR_TESTS)
-FOR_TESTS_OR_NULL(popen)
-FOR_TESTS_OR_NULL(fopen)
-FOR_TESTS_OR_NULL(fopen64)
-FOR_TESTS_OR_NULL(freopen)
-FOR_TESTS_OR_NULL(freopen64)
+EACH_FOR_TESTS_OR_NULL(FOR_TESTS_OR_NULL)
 STAND_IN(posix_spawn, true, EPERM, EPERM)
 STAND_IN(posix_spawnp, true, EPERM, EPERM)

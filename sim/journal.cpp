@@ -84,15 +84,10 @@ Line& Line::add(const char* format, ...) {
 }
 
 Line& Line::bytes(const void* data, size_t size, size_t shown) {
-    static constexpr char kDigits[] = "0123456789abcdef";
     const auto* byte = static_cast<const unsigned char*>(data);
     if (size > 0) add(":");
     const size_t most = dropped_ ? 0 : std::min(size, shown);
-    for (size_t i = 0; i < most && used_ + 16 < kSize; ++i) {
-        text_[used_++] = ' ';
-        text_[used_++] = kDigits[byte[i] >> 4];
-        text_[used_++] = kDigits[byte[i] & 15];
-    }
+    for (size_t i = 0; i < most; ++i) add(" %02x", byte[i]);
     return size > shown ? add(" ...") : *this;
 }
 
