@@ -76,17 +76,24 @@ int64_t unless_faulty(const char* what, const char* op, Body body) {
     return or_errno(body());
 }
 
+// The same, told in the journal in these words.
+template <class Body>
+int64_t told(const char* what, const char* op, const char* words, Body body) {
+    const int64_t result = unless_faulty(what, op, body);
+    Line(what).add(" %s", words).failure(result);
+    return result;
+}
+
 // A call on a descriptor that is journaled as its name and one number.
 template <class Result = int, class Kernel>
 Result on_file(const char* op, int fd, int64_t number, Kernel kernel) {
     return call<Result>([&]() -> int64_t {
         const OpenFile* file = board::tracked(fd);
         if (file == nullptr) return or_errno(kernel());
-        const int64_t result = unless_faulty(file->name, op, kernel);
-        Line(file->name)
-            .add(" %s %lld", strcmp(op, "lseek") == 0 ? "seek" : op, static_cast<long long>(number))
-            .failure(result);
-        return result;
+        char words[48];
+        const char* name = strcmp(op, "lseek") == 0 ? "seek" : op;
+        snprintf(words, sizeof words, "%s %lld", name, static_cast<long long>(number));
+        return told(file->name, op, words, kernel);
     });
 }
 

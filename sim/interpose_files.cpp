@@ -84,9 +84,7 @@ int by_path(const char* op, bool changes, const char* path, Kernel kernel) {
         if (board::place(path, there) == nullptr) {
             return changes && !board::may_write(path) ? refuse(path, op) : or_errno(kernel(path));
         }
-        const int64_t result = unless_faulty(path, op, [&] { return kernel(there); });
-        Line(path).add(" %s", op).failure(result);
-        return result;
+        return told(path, op, op, [&] { return kernel(there); });
     });
 }
 

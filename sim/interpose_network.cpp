@@ -42,21 +42,19 @@ using namespace sim;
 EXPORT int socket(int domain, int type, int protocol) noexcept {
     return call([&]() -> int64_t {
         if (domain == AF_UNIX && !board::is_launched()) return or_errno(real.socket(domain, type, protocol));
-        const int64_t result = unless_faulty("socket", "open", [&] {
+        const char* name = domain == AF_INET      ? "open inet"
+                           : domain == AF_PACKET  ? "open packet"
+                           : domain == AF_NETLINK ? "open netlink"
+                                                  : "open other";
+        const int64_t result = told("socket", "open", name, [&] {
             if (domain == AF_NETLINK) return open_events();
             if (devices::state.network && domain != AF_UNIX) return real.socket(domain, type, protocol);
             if (takes_frames(domain, type)) {
                 return real.socket(AF_UNIX, SOCK_DGRAM | (type & SOCK_CLOEXEC), 0);
             }
-            errno = EAFNOSUPPORT;
-            return -1;
+            return errno = EAFNOSUPPORT, -1;
         });
         if (result >= 0) board::track(static_cast<int>(result), "socket");
-        const char* name = domain == AF_INET      ? "inet"
-                           : domain == AF_PACKET  ? "packet"
-                           : domain == AF_NETLINK ? "netlink"
-                                                  : "other";
-        Line("socket").add(" open %s", name).failure(result);
         return result;
     });
 }

@@ -50,11 +50,10 @@ EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
         if (clone_task::making_thread() || (attributes == nullptr && behind_wrapper("pthread_create"))) {
             return real.pthread_create(thread, attributes, start, argument);
         }
-        const int64_t fault = script::fault_of("thread", "pthread_create");
-        const int error =
-            fault < 0 ? static_cast<int>(-fault) : clock::create(thread, attributes, start, argument);
-        Line("thread").add(" start").failure(-error);
-        return error;
+        return -told("thread", "pthread_create", "start", [&] {
+            errno = clock::create(thread, attributes, start, argument);
+            return errno == 0 ? 0 : -1;
+        });
     }));
 }
 
@@ -72,11 +71,10 @@ EXPORT int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
 EXPORT int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) noexcept {
     return call([&]() -> int64_t {
         if ((flags & CLONE_VM) == 0) return or_errno(real.clone(function, stack, flags, argument));
-        const int64_t fault = script::fault_of("clone", "clone");
-        if (fault >= 0) unwrap(function, argument);
-        const int64_t result = fault < 0 ? fault : clone_task::create(function, stack, flags, argument);
-        Line("clone").add(" task").failure(result);
-        return result;
+        return told("clone", "clone", "task", [&] {
+            unwrap(function, argument);
+            return clone_task::create(function, stack, flags, argument);
+        });
     });
 }
 
