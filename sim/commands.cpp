@@ -91,10 +91,8 @@ int perform(const char* name, Words& words) {
     count_change();
     if (const Answer* answer = scripted_answer(name))
         return take_time(name, answer->duration, answer->status);
-    for (const BuiltIn& each : kBuiltIns) {
-        if (strcmp(each.name, name) == 0) return each.run(words);
-    }
-    return 0;
+    const BuiltIn* known = find_row(kBuiltIns, name);
+    return known != nullptr ? known->run(words) : 0;
 }
 
 }  // namespace
@@ -103,9 +101,7 @@ int64_t run_command(const char* text) {
     char copy[kCommandSize];
     snprintf(copy, sizeof copy, "%s", text);
     Words words(copy);
-    const char* path = words.next();
-    const char* slash = strrchr(path, '/');
-    const char* name = slash != nullptr ? slash + 1 : path;
+    const char* name = basename(words.next());
     const int64_t fault = fault_of(name, "system");
     const int64_t status = fault < 0 ? fault : perform(name, words);
     record::Line line("command");

@@ -117,13 +117,11 @@ const Register kRegisters[] = {
 
 // REGISTER PLACE NUMBER...
 bool do_set(Words& words) {
-    const char* name = words.next();
-    const auto* found = std::begin(kRegisters);
-    while (strcmp(found->name, name) != 0) ++found;
-    char* to = static_cast<char*>(found->first) + found->width * static_cast<size_t>(words.number());
-    for (; words.more(); to += found->width) {
+    const Register& known = *find_row(kRegisters, words.next());
+    char* to = static_cast<char*>(known.first) + known.width * static_cast<size_t>(words.number());
+    for (; words.more(); to += known.width) {
         const int64_t value = words.number();
-        memcpy(to, &value, found->width);
+        memcpy(to, &value, known.width);
     }
     return true;
 }
@@ -224,11 +222,8 @@ char* keep(const char* text) {
 void run_order(unsigned line, char* text) {
     Words words(text);
     const char* name = words.next();
-    for (const Order& each : kOrders) {
-        if (strcmp(each.name, name) != 0) continue;
-        if (each.run(words)) return;
-    }
-    fail(name, line);
+    const Order* order = find_row(kOrders, name);
+    if (order == nullptr || !order->run(words)) fail(name, line);
 }
 
 void apply(char* orders) {

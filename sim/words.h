@@ -55,4 +55,13 @@ class Words {
     char* rest_;
 };
 
+// The row of a table that bears a name, or null.
+template <class Row, size_t kRows>
+const Row* find_row(const Row (&rows)[kRows], const char* name) {
+    for (const Row& each : rows) {
+        if (strcmp(each.name, name) == 0) return &each;
+    }
+    return nullptr;
+}
+
 }  // namespace sim
