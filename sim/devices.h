@@ -50,8 +50,8 @@ struct State {
 
 extern State state;
 
-// An event as the kernel sends it, filled up with NULs to `size` bytes. Without a listener it is lost.
-bool send_event(std::string_view text, size_t size);
+// SIZE TEXT: an event as the kernel sends it, filled up with NULs to that size. Without a listener it is lost.
+bool send_event(Words& words);
 
 namespace mcu {
 void reset();

@@ -14,7 +14,18 @@
 namespace sim::script {
 namespace {
 
-Table<Fault, 64> faults;
+struct Fault {
+    const char* what;
+    const char* op;
+    int64_t request;  // 0: any
+    int64_t from, to;
+    int64_t effect;
+    const char* text;
+    uint32_t calls = 0;
+    bool fired = false;
+};
+
+constinit Table<Fault, 64> faults{};
 clock::Lock lock;
 
 // A call that it has met, how often, and what becomes of the next one.
@@ -97,13 +108,16 @@ int64_t effect_of_storm(const char* what, const char* op, uint32_t request) {
 
 }  // namespace
 
-void begin_storm(uint64_t seed, clock::Nanos every) {
-    storm = {seed, every, clock::now() + every};
+bool begin_storm(Words& words) {
+    storm = {static_cast<uint64_t>(words.number()), words.number(), clock::now()};
+    storm.next += storm.every;
     met.used = 0;
+    return true;
 }
 
-void add_fault(const Fault& fault) {
-    if (!faults.add(fault)) board::end("cannot do its script: too many faults", board::kBadScript);
+bool add_fault(Words& words) {
+    return faults.add({keep(words.next()), keep(words.next()), words.number(), words.number(), words.number(),
+                       words.number(), keep(words.rest())});
 }
 
 void report_faults() {
@@ -115,7 +129,7 @@ void report_faults() {
 
 void forget_faults() {
     faults.used = 0;
-    begin_storm(0, 0);
+    storm.every = 0;
 }
 
 int64_t fault_of(const char* what, const char* op, uint32_t request) {

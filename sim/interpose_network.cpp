@@ -12,7 +12,7 @@ namespace {
 int event_ends[2] = {-1, -1};
 
 int open_events() {
-    if (event_ends[1] >= 0) real.close(event_ends[1]);
+    real.close(event_ends[1]);
     if (socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, event_ends) == 0) return event_ends[0];
     return event_ends[0] = event_ends[1] = -1;
 }
@@ -24,14 +24,14 @@ bool takes_frames(int domain, int type) {
 
 }  // namespace
 
-bool devices::send_event(std::string_view text, size_t size) {
+bool devices::send_event(Words& words) {
     char event[8192] = {};
-    if (std::max(text.size(), size) > sizeof event) return false;
+    const auto wanted = static_cast<size_t>(words.number());
+    const std::string_view text = words.bytes();
+    const size_t size = std::max(text.size(), wanted);
+    if (size > sizeof event) return false;
     text.copy(event, text.size());
-    if (event_ends[1] >= 0) {
-        real.sendto(event_ends[1], event, std::max(text.size(), size), MSG_DONTWAIT | MSG_NOSIGNAL, nullptr,
-                    0);
-    }
+    real.sendto(event_ends[1], event, size, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0);
     return true;
 }
 

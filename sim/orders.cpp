@@ -23,7 +23,6 @@ constexpr const char* kEnvironment = "/dev/mtd/1";
 constexpr off_t kEnvironmentSize = 0x20000;
 constexpr std::string_view kNul("", 1);
 
-Table<Answer, 64> answers;
 char kept_text[kTextSize];
 size_t kept = 0;
 int control = -1;
@@ -84,11 +83,6 @@ bool do_flash(Words& words) {
     return real.close(fd) == 0 && erased && filled;
 }
 
-bool do_uevent(Words& words) {
-    const auto size = static_cast<size_t>(words.number());
-    return devices::send_event(words.bytes(), size);
-}
-
 // --- The state of devices
 
 struct Register {
@@ -132,38 +126,7 @@ bool do_network(Words&) {
     return true;
 }
 
-// --- What comes later
-
-bool do_command(Words& words) {
-    const char* name = keep(words.next());
-    const int status = static_cast<int>(words.number()) << 8;
-    return answers.add({name, status, words.number()});
-}
-
-bool do_fault(Words& words) {
-    Fault fault{};
-    fault.what = keep(words.next());
-    fault.op = keep(words.next());
-    for (uint32_t* number : {&fault.request, &fault.from, &fault.to})
-        *number = static_cast<uint32_t>(words.number());
-    fault.effect = words.number();
-    fault.text = keep(words.rest());
-    add_fault(fault);
-    return true;
-}
-
-bool do_storm(Words& words) {
-    const auto seed = static_cast<uint64_t>(words.number());
-    begin_storm(seed, words.number());
-    return true;
-}
-
-bool do_beat(Words& words) {
-    const char* path = words.next();
-    const Nanos every = words.number();
-    add_beat(path, every, words.number());
-    return true;
-}
+// --- The rest
 
 bool do_log(Words& words) {
     const char* who = words.next();
@@ -189,16 +152,16 @@ constexpr Order kOrders[] = {
     {"remove", do_remove},
     {"env", do_env},
     {"flash", do_flash},
-    {"uevent", do_uevent},
+    {"uevent", devices::send_event},
     {"set", do_set},
     {"say", devices::mcu::say},
     {"answer", devices::mcu::answer},
     {"network", do_network},
-    {"command", do_command},
-    {"fault", do_fault},
-    {"storm", do_storm},
+    {"command", add_answer},
+    {"fault", add_fault},
+    {"storm", begin_storm},
     {"unfault", [](Words&) { return forget_faults(), true; }},
-    {"beat", do_beat},
+    {"beat", add_beat},
     {"log", do_log},
     {"end", do_end},
 };
@@ -262,15 +225,8 @@ void take_control() {
 void reset() {
     forget_events();
     forget_faults();
-    answers.used = kept = 0;
-}
-
-const Answer* scripted_answer(const char* command) {
-    const Answer* last = nullptr;  // a later line overrides
-    for (const Answer& each : answers) {
-        if (strcmp(each.command, command) == 0) last = &each;
-    }
-    return last;
+    forget_answers();
+    kept = 0;
 }
 
 }  // namespace sim::script
