@@ -75,7 +75,8 @@ void power_on(char* orders) {
 // What the launcher has made of the script. A test program starts with a board that is as good as empty.
 char* read_orders() {
     static char text[512U << 10];
-    if (!launched) return strcpy(text, script::kEmptyBoard);
+    snprintf(text, sizeof text, "%s", script::kEmptyBoard);
+    if (!launched) return text;
     char path[kPathSize];
     snprintf(path, sizeof path, "%s/%s", home_path, launch::kOrders);
     const int fd = real.open(path, O_RDONLY | O_CLOEXEC);

@@ -137,7 +137,7 @@ int64_t create(int (*function)(void*), void* stack, int flags, void* argument) {
     if (participant == nullptr) return errno = EAGAIN, -1;
     task.used = true;
     task.participant = participant;
-    task.top = reinterpret_cast<char*>(reinterpret_cast<uintptr_t>(stack) & ~uintptr_t{15});
+    task.top = static_cast<char*>(stack) - (reinterpret_cast<uintptr_t>(stack) & 15);
     task.bottom = static_cast<char*>(stack) + sizeof(void*) - kBlock;
     task.function = function;
     task.argument = argument;

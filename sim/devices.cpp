@@ -252,7 +252,8 @@ int64_t erase(int descriptor, uint32_t from, uint32_t length) {
     memset(erased, 0xFF, sizeof erased);
     for (uint32_t done = 0, part = 0; done < length; done += part) {
         part = std::min<uint32_t>(sizeof erased, length - done);
-        if (real.pwrite(descriptor, erased, part, static_cast<off_t>(from + done)) < 0) return -errno;
+        if (real.pwrite(descriptor, erased, part, static_cast<off_t>(int64_t{from} + done)) < 0)
+            return -errno;
     }
     return 0;
 }

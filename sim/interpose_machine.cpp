@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <bit>
 #include <iterator>
 
 #include "interpose.h"
@@ -68,7 +69,7 @@ long sim_syscall(long number, long a, long b, long c, long d, long e, long f) {
     }
     return call([&]() -> int64_t {
         if (number == SYS_settimeofday) {
-            return set_clock(reinterpret_cast<KernelTime*>(a), reinterpret_cast<struct timezone*>(b));
+            return set_clock(std::bit_cast<KernelTime*>(a), std::bit_cast<struct timezone*>(b));
         }
         Line("syscall").add(" %ld", number).failure(-EPERM);
         return -EPERM;

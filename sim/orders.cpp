@@ -21,7 +21,7 @@ using devices::state;
 constexpr size_t kTextSize = 256U << 10;
 constexpr const char* kEnvironment = "/dev/mtd/1";
 constexpr off_t kEnvironmentSize = 0x20000;
-constexpr std::string_view kNul("", 1);
+constexpr std::string_view kNul("\0", 1);
 
 char kept_text[kTextSize];
 size_t kept = 0;
@@ -65,10 +65,11 @@ bool do_remove(Words& words) {
 
 bool do_env(Words& words) {
     const std::string_view text = words.rest();
-    const auto offset = static_cast<off_t>(4 + state.environment_used);
+    const auto end = [] { return static_cast<off_t>(int64_t{state.environment_used} + 4); };
+    const off_t begin = end();
     state.environment_used += static_cast<uint32_t>(text.size() + 1);
-    return board::write_file(kEnvironment, 0, {text.data(), text.size() + 1}, offset) &&
-           board::write_file(kEnvironment, 0, kNul, offset + static_cast<off_t>(text.size() + 1)) &&
+    return board::write_file(kEnvironment, 0, {text.data(), text.size() + 1}, begin) &&
+           board::write_file(kEnvironment, 0, kNul, end()) &&
            board::write_file(kEnvironment, 0, kNul, kEnvironmentSize - 1);
 }
 
