@@ -1,6 +1,8 @@
 // The board's devices: what their drivers answer.
 #pragma once
 
+#include <sys/types.h>
+
 #include "clock.h"
 #include "journal.h"
 #include "words.h"
@@ -45,7 +47,7 @@ struct State {
         {};  // scripted acknowledgements come first: how many were taken, of how many, which
     bool acknowledges = true;
     uint32_t changes_to_cut = 0;  // 0: the power stays
-    uint32_t environment_used = 0;
+    off_t environment_end = 4;    // where the next variable goes, behind a checksum
 };
 
 extern State state;

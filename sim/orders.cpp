@@ -65,11 +65,10 @@ bool do_remove(Words& words) {
 
 bool do_env(Words& words) {
     const std::string_view text = words.rest();
-    const auto end = [] { return static_cast<off_t>(int64_t{state.environment_used} + 4); };
-    const off_t begin = end();
-    state.environment_used += static_cast<uint32_t>(text.size() + 1);
+    const off_t begin = state.environment_end;
+    state.environment_end += static_cast<off_t>(text.size() + 1);
     return board::write_file(kEnvironment, 0, {text.data(), text.size() + 1}, begin) &&
-           board::write_file(kEnvironment, 0, kNul, end()) &&
+           board::write_file(kEnvironment, 0, kNul, state.environment_end) &&
            board::write_file(kEnvironment, 0, kNul, kEnvironmentSize - 1);
 }
 
@@ -107,7 +106,7 @@ const Register kRegisters[] = {
     {"acknowledges", &state.acknowledges, sizeof state.acknowledges},
     {"acks", state.acks, sizeof state.acks[0]},
     {"changes-to-cut", &state.changes_to_cut, sizeof state.changes_to_cut},
-    {"environment", &state.environment_used, sizeof state.environment_used},
+    {"environment", &state.environment_end, sizeof state.environment_end},
 };
 
 // REGISTER PLACE NUMBER...

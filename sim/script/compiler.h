@@ -19,7 +19,7 @@ struct Problem {
 
 // What later lines depend on. Partitions and devices are known in the order of the times they come at.
 struct Known {
-    unsigned environment = 0;  // bytes of it
+    unsigned environment = 0;  // where it ends; 0: there is none
     bool network = false;
     bool outlasts = false;  // what was saved before is there, and not made a second time
     unsigned serial_ports = 0;

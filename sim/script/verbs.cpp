@@ -1,5 +1,6 @@
 #include "verbs.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <iterator>
@@ -7,8 +8,8 @@
 namespace sim::script {
 namespace {
 
-// The first four bytes are a checksum that readers do not look at.
 constexpr const char* kEnvironment = "/dev/mtd/1";
+constexpr unsigned kChecksum = 4;  // bytes that it begins with, and that readers do not look at
 
 std::string byte_of(uint64_t number) {
     char text[8];
@@ -19,9 +20,10 @@ std::string byte_of(uint64_t number) {
 void make_env(Source& source) {
     const std::string text = source.rest();
     source.wants(text.find('=') != std::string::npos, "NAME=VALUE", text);
-    source.known.environment += static_cast<unsigned>(text.size() + 1);
-    if (source.is_saved("/dev/mtd/1")) {
-        source.order("set environment 0 %u", source.known.environment);
+    unsigned& end = source.known.environment;
+    end = std::max(end, kChecksum) + static_cast<unsigned>(text.size() + 1);
+    if (source.is_saved(kEnvironment)) {
+        source.order("set environment 0 %u", end);
     } else {
         source.order("env %s", text.c_str());
     }
