@@ -1,6 +1,5 @@
 // Files and devices: descriptors and paths.
 #include <algorithm>
-#include <cstdarg>
 
 #include "devices.h"
 #include "interpose.h"
@@ -113,11 +112,12 @@ using namespace sim;
 
 // --- Descriptors
 
-EXPORT int open(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
+// What may have a last parameter has it always, as it lies in its register.
+EXPORT int sim_open(const char* path, int flags, mode_t mode) __asm__("open");
+EXPORT int sim_fcntl(int fd, int command, long argument) __asm__("fcntl");
+EXPORT int sim_ioctl(int fd, unsigned long number, void* argument) __asm__("ioctl");
+
+int sim_open(const char* path, int flags, mode_t mode) {
     return call([&]() -> int64_t {
         ++opens;
         char there[board::kPathSize];
@@ -158,11 +158,7 @@ EXPORT int close(int fd) {
 }
 
 // A descriptor that is moved stays what it is.
-EXPORT int fcntl(int fd, int command, ...) {
-    va_list arguments;
-    va_start(arguments, command);
-    const long argument = va_arg(arguments, long);
-    va_end(arguments);
+int sim_fcntl(int fd, int command, long argument) {
     return call([&]() -> int64_t {
         const int64_t result = or_errno(real.fcntl(fd, command, argument));
         const OpenFile* file = board::tracked(fd);
@@ -188,14 +184,10 @@ TRANSFER(write, "write", (int fd, const void* data, size_t size), (fd, data, mos
 TRANSFER(pwrite, "write", (int fd, const void* data, size_t size, off_t offset), (fd, data, most, offset))
 
 // What the C library's checking headers may make of open().
-EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
+EXPORT int __open_2(const char* path, int flags) { return sim_open(path, flags, 0); }
 
-EXPORT int ioctl(int fd, unsigned long number, ...) noexcept {
+int sim_ioctl(int fd, unsigned long number, void* argument) {
     const auto request = static_cast<uint32_t>(number);
-    va_list arguments;
-    va_start(arguments, number);
-    void* argument = va_arg(arguments, void*);
-    va_end(arguments);
     return call([&]() -> int64_t {
         const OpenFile* file = board::tracked(fd);
         // A local socket would do to reach the machine's network, the board's own among them.
