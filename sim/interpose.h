@@ -12,31 +12,10 @@
 
 #define EXPORT extern "C" SIM_EXPORT
 
-extern "C" {
-__attribute__((weak)) void AnnotateIgnoreReadsBegin(const char* file, int line);
-__attribute__((weak)) void AnnotateIgnoreReadsEnd(const char* file, int line);
-__attribute__((weak)) void AnnotateIgnoreWritesBegin(const char* file, int line);
-__attribute__((weak)) void AnnotateIgnoreWritesEnd(const char* file, int line);
-}
-
 namespace sim {
 
 using board::OpenFile;
 using record::Line;
-
-// The thread sanitizer sees what the board asks of the C library, but not the baton that orders it.
-struct UnseenBySanitizer {
-    UnseenBySanitizer() {
-        if (AnnotateIgnoreReadsBegin == nullptr) return;
-        AnnotateIgnoreReadsBegin("", 0);
-        AnnotateIgnoreWritesBegin("", 0);
-    }
-    ~UnseenBySanitizer() {
-        if (AnnotateIgnoreReadsEnd == nullptr) return;
-        AnnotateIgnoreWritesEnd("", 0);
-        AnnotateIgnoreReadsEnd("", 0);
-    }
-};
 
 // On the board's stack, and without a trace in errno.
 template <class Body>
@@ -44,7 +23,6 @@ int64_t aside(Body body) {
     const int saved = errno;
     int64_t result = 0;
     auto whole = [&] {
-        const UnseenBySanitizer unseen;
         board::boot();
         clock::enter();
         result = body();
