@@ -14,6 +14,7 @@
 #include "launch/run.h"
 #include "real.h"
 #include "script.h"
+#include "script/devices.h"
 #include "sim.h"
 
 namespace sim {
@@ -31,21 +32,13 @@ void find_real_functions() {
 namespace board {
 namespace {
 
-constexpr const char* kPrefixes[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
-constexpr const char* kPassed[] = {"/dev/null", "/proc/self"};  // what stays the machine's own
-constexpr const char* kWritable[] = {"/dev/null", "/proc/self/fd"};
-// What the program finds empty; the rest comes with the script's files.
-constexpr const char* kDirectories[] = {
-    "/dev/mtd/", "/proc/", "/mnt/mtd/Config/", "/mnt/mtd/Log/", "/mnt/backup/Config/", "/mnt/custom/",
-    "/tmp/",     "/etc/"};
+constexpr std::string_view kWritable[] = {"/dev/null", "/proc/self/fd"};
 constexpr size_t kDescriptors = 1024;
 constexpr size_t kLengthInEntry = 16, kNameInEntry = 19;  // of getdents64(2)
 
 std::atomic<int> stage{0};
 char root_path[kPathSize / 2] = "";
 char home_path[kPathSize / 2] = "";  // the directory of this run, if it has one; it goes with it
-bool made_before = false;
-uint32_t boots = 0;
 pid_t owner = 0;
 pid_t process = 0;  // whose board it is: the owner, or a child of its that loaded one anew
 bool launched = false;
@@ -54,24 +47,6 @@ constinit OpenFile files[kDescriptors];
 
 // By which a clone task asks for the end of the process that it shares.
 int end_signal() { return SIGRTMIN + 7; }
-
-// Whether path is one of the list or lies below it.
-template <size_t kCount>
-bool is_under(const char* const (&list)[kCount], const char* path) {
-    for (const char* prefix : list) {
-        const size_t length = strlen(prefix);
-        if (strncmp(path, prefix, length) == 0 && (path[length] == '/' || path[length] == '\0')) return true;
-    }
-    return false;
-}
-
-void make_parents(char* path) {
-    for (char* slash = path + strlen(root_path) + 1; (slash = strchr(slash, '/')) != nullptr; ++slash) {
-        *slash = '\0';
-        real.mkdir(path, 0755);
-        *slash = '/';
-    }
-}
 
 void choose_root() {
     const char* wanted = getenv("MARL_SIM_ROOT");
@@ -89,40 +64,24 @@ void choose_root() {
 }
 
 void power_on(char* orders) {
-    char path[kPathSize];
     process = getpid();
     clone_task::prepare();
-    boots = 0;
-    read_file(launch::kBootsFile, &boots, sizeof boots);
-    made_before = boots++ > 0;
-    for (const char* volatile_part : {"/tmp", "/proc", "/sys"}) {
-        if (made_before && place_inside(volatile_part, path)) remove_tree(path, true);
-    }
-    for (const char* directory : kDirectories) {
-        if (place_inside(directory, path)) make_parents(path);
-    }
     devices::reset();
     script::reset();
-    record::Line("board").add(" start");
-    script::begin(orders);
-    made_before = false;
-    write_file(launch::kBootsFile, O_CREAT, &boots, sizeof boots);
+    script::apply(orders);
+    script::run_due();
 }
 
-// What is in a file of the host; negative when it cannot be read.
-ssize_t read_host_file(const char* path, void* data, size_t size) {
-    const int fd = real.open(path, O_RDONLY | O_CLOEXEC);
-    const ssize_t got = real.read(fd, data, size);
-    real.close(fd);
-    return got;
-}
-
-// What the launcher has made of the script.
+// What the launcher has made of the script. A test program starts with a board that is as good as empty.
 char* read_orders() {
     static char text[512U << 10];
+    snprintf(text, sizeof text, "%s", script::kEmptyBoard);
+    if (!launched) return text;
     char path[kPathSize];
     snprintf(path, sizeof path, "%s/%s", home_path, launch::kOrders);
-    const ssize_t got = launched ? read_host_file(path, text, sizeof text) : 0;
+    const int fd = real.open(path, O_RDONLY | O_CLOEXEC);
+    const ssize_t got = real.read(fd, text, sizeof text);
+    real.close(fd);
     if (got < 0 || got == sizeof text) end("cannot read its orders", kBadScript);
     return text;
 }
@@ -158,7 +117,6 @@ void boot() {
     });
     power_on(read_orders());
     if (real_time) script::open_control(getenv("MARL_SIM_CONTROL"));
-    if (const char* seconds = getenv("MARL_SIM_FOR")) script::end_at(strtod(seconds, nullptr));
 }
 
 void clean_up() {
@@ -181,8 +139,7 @@ void end(const char* reason, ExitCode code) {
 }
 
 const char* place(const char* path, char (&out)[kPathSize]) {
-    if (path == nullptr || !is_under(kPrefixes, path) || is_under(kPassed, path)) return nullptr;
-    if (strstr(path, "/..") != nullptr) return nullptr;  // it might lead out of the board
+    if (path == nullptr || !script::is_of_the_board(path)) return nullptr;
     // A source tree below /tmp, say, which tests need as it is.
     const char* passed = getenv("MARL_SIM_PASS");
     if (passed != nullptr && strncmp(path, passed, strlen(passed)) == 0) return nullptr;
@@ -195,7 +152,9 @@ const char* place(const char* path, char (&out)[kPathSize]) {
 }
 
 bool is_launched() { return launched; }
-bool may_write(const char* path) { return !launched || (path != nullptr && is_under(kWritable, path)); }
+bool may_write(const char* path) {
+    return !launched || (path != nullptr && script::is_under(kWritable, path));
+}
 
 bool place_inside(const char* path, char (&out)[kPathSize]) {
     if (path[0] != '/' || path[1] == '\0' || strstr(path, "..") != nullptr) return false;
@@ -219,21 +178,28 @@ void forget(int descriptor) {
     if (OpenFile* file = tracked(descriptor)) file->used = false;
 }
 
-bool write_file(const char* path, int open_flags, const void* data, size_t size, off_t offset) {
+int open_file(const char* path, int flags) {
     char there[kPathSize];
-    if (!place_inside(path, there)) return false;
-    if ((open_flags & O_CREAT) != 0) make_parents(there);
-    const int fd = real.open(there, open_flags | O_WRONLY | O_CLOEXEC, 0644);
-    if (fd < 0) return false;
-    // Where everything is appended, the offset counts for nothing.
-    const ssize_t done = real.pwrite(fd, data, size, offset);
-    real.close(fd);
-    return done == static_cast<ssize_t>(size);
+    if (!place_inside(path, there)) return -1;
+    if ((flags & O_CREAT) != 0) make_parents(there);
+    return real.open(there, flags | O_CLOEXEC, 0644);
 }
 
-void read_file(const char* path, void* data, size_t size) {
-    char there[kPathSize];
-    if (place_inside(path, there)) read_host_file(there, data, size);
+// Where everything is appended, the offset counts for nothing.
+bool write_file(const char* path, int flags, std::string_view data, off_t offset) {
+    const int fd = open_file(path, flags | O_WRONLY | O_CREAT);
+    if (fd < 0) return false;
+    const ssize_t done = real.pwrite(fd, data.data(), data.size(), offset);
+    real.close(fd);
+    return done == static_cast<ssize_t>(data.size());
+}
+
+void make_parents(char* place) {
+    for (char* slash = place + strlen(root_path) + 1; (slash = strchr(slash, '/')) != nullptr; ++slash) {
+        *slash = '\0';
+        real.mkdir(place, 0755);
+        *slash = '/';
+    }
 }
 
 // By the bare system calls: opendir() would take memory, which a clone task must not.
@@ -256,8 +222,6 @@ bool remove_tree(const char* path, bool contents_only) {
     real.close(fd);
     return contents_only || real.rmdir(path) == 0;
 }
-
-bool was_made_before() { return made_before; }
 
 }  // namespace board
 

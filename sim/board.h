@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace sim::devices {
 struct Model;
@@ -47,9 +48,9 @@ void track(int descriptor, const char* name);
 void forget(int descriptor);
 
 // Files of the board, by the path the program uses; none of these is journaled.
-bool write_file(const char* path, int open_flags, const void* data, size_t size, off_t offset = 0);
-void read_file(const char* path, void* data, size_t size);
+int open_file(const char* path, int flags);  // -1 when that cannot be done
+bool write_file(const char* path, int flags, std::string_view data, off_t offset);
+void make_parents(char* place);                          // the directories above a place
 bool remove_tree(const char* path, bool contents_only);  // a path of the host
-bool was_made_before();
 
 }  // namespace sim::board

@@ -38,18 +38,19 @@ Nanos monotonic() {
     return time.tv_sec * kSecond + time.tv_nsec;
 }
 
-void futex(std::atomic<int>& word, int operation, int value) {
-    real.syscall(SYS_futex, reinterpret_cast<int*>(&word), operation, value, nullptr, nullptr, 0);
+void futex(int& word, int operation, int value) {
+    real.syscall(SYS_futex, &word, operation, value, nullptr, nullptr, 0);
 }
 
 void await_baton(Participant& me) {
-    while (me.baton.load(std::memory_order_acquire) == 0) futex(me.baton, FUTEX_WAIT_PRIVATE, 0);
-    me.baton.store(0, std::memory_order_relaxed);
+    const std::atomic_ref baton(me.baton);
+    while (baton.load(std::memory_order_acquire) == 0) futex(me.baton, FUTEX_WAIT_PRIVATE, 0);
+    baton.store(0, std::memory_order_relaxed);
     me.begun = true;
 }
 
 void hand_over(Participant& next) {
-    next.baton.store(1, std::memory_order_release);
+    std::atomic_ref(next.baton).store(1, std::memory_order_release);
     futex(next.baton, FUTEX_WAKE_PRIVATE, 1);
 }
 
@@ -169,13 +170,7 @@ Participant* add() {
     const std::lock_guard guard(table_lock);
     for (Participant& each : table) {
         if (each.used) continue;
-        each.begun = each.killed = false;
-        each.command[0] = '\0';
-        each.awaited = nullptr;
-        each.baton.store(0);
-        each.deadline = kAtOnce;
-        each.order = ++orders;
-        each.used = true;
+        each = {.used = true, .deadline = kAtOnce, .order = ++orders};
         table_end = std::max(table_end, &each + 1);
         ++alive;
         return &each;

@@ -27,7 +27,7 @@ class Lock {
 };
 
 struct Participant {
-    std::atomic<int> baton{0};
+    int baton = 0;
     bool used = false;
     bool begun = false;     // it has had its first turn
     bool killed = false;    // a killall ended the command it runs

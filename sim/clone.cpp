@@ -108,7 +108,7 @@ void* spare_main(void*) {
 }
 
 int64_t begin_task(Task& task, void* stack, int flags) {
-    if (!as_threads) return or_errno(real.clone(task_main, stack, flags, &task));
+    if (!as_threads) return real.clone(task_main, stack, flags, &task);
     prepare();
     spare = false;
     if (__tsan_release != nullptr) __tsan_release(&task);
@@ -134,10 +134,10 @@ void prepare() {
 int64_t create(int (*function)(void*), void* stack, int flags, void* argument) {
     Task& task = tasks[made % kTasks];
     clock::Participant* participant = task.used ? nullptr : clock::add();
-    if (participant == nullptr) return -EAGAIN;
+    if (participant == nullptr) return errno = EAGAIN, -1;
     task.used = true;
     task.participant = participant;
-    task.top = reinterpret_cast<char*>(reinterpret_cast<uintptr_t>(stack) & ~uintptr_t{15});
+    task.top = static_cast<char*>(stack) - (reinterpret_cast<uintptr_t>(stack) & 15);
     task.bottom = static_cast<char*>(stack) + sizeof(void*) - kBlock;
     task.function = function;
     task.argument = argument;

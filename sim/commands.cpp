@@ -16,6 +16,14 @@ constexpr int kRefused = 1 << 8;
 constexpr int kTerminated = 15;
 constexpr size_t kCommandSize = 1024;
 
+struct Answer {
+    const char* name;
+    int status;
+    clock::Nanos duration;
+};
+
+Table<Answer, 64> answers;
+
 // The status of a command that takes its time, unless a killall disturbs it.
 int take_time(const char* name, clock::Nanos duration, int status) {
     clock::Participant* me = clock::self();
@@ -84,28 +92,32 @@ constexpr BuiltIn kBuiltIns[] = {
     {"mkdir", do_mkdir},
     {"killall", do_killall},
     {"ifconfig", do_ifconfig},
-    {"reboot", [](Words&) { return reset_board("reset command", clock::kSecond), 0; }},
+    {"reboot", [](Words&) { return add_order(clock::now() + clock::kSecond, 0, "end 3 reset command"), 0; }},
 };
 
 int perform(const char* name, Words& words) {
     count_change();
-    if (const Answer* answer = scripted_answer(name))
-        return take_time(name, answer->duration, answer->status);
-    for (const BuiltIn& each : kBuiltIns) {
-        if (strcmp(each.name, name) == 0) return each.run(words);
+    for (size_t i = answers.used; i-- > 0;) {  // a later line overrides
+        const Answer& each = answers.items[i];
+        if (strcmp(each.name, name) == 0) return take_time(name, each.duration, each.status << 8);
     }
-    return 0;
+    const BuiltIn* known = find_row(kBuiltIns, name);
+    return known != nullptr ? known->run(words) : 0;
 }
 
 }  // namespace
+
+bool add_answer(Words& words) {
+    return answers.add({keep(words.next()), static_cast<int>(words.number()), words.number()});
+}
+
+void forget_answers() { answers.used = 0; }
 
 int64_t run_command(const char* text) {
     char copy[kCommandSize];
     snprintf(copy, sizeof copy, "%s", text);
     Words words(copy);
-    const char* path = words.next();
-    const char* slash = strrchr(path, '/');
-    const char* name = slash != nullptr ? slash + 1 : path;
+    const char* name = basename(words.next());
     const int64_t fault = fault_of(name, "system");
     const int64_t status = fault < 0 ? fault : perform(name, words);
     record::Line line("command");

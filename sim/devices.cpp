@@ -6,7 +6,6 @@
 #include "board.h"
 #include "real.h"
 #include "script.h"
-#include "script/devices.h"
 
 namespace sim::devices {
 
@@ -17,6 +16,8 @@ namespace {
 using record::Line;
 
 constexpr unsigned kResetOutput = 35;
+constexpr const char* kCmosFile = "/.cmos";  // as it outlasts the board's power
+constexpr size_t kCmosSize = 256;
 
 uint32_t get_u32(const void* from, size_t offset = 0) {
     uint32_t value = 0;
@@ -29,16 +30,20 @@ uint32_t get_u32(const void* from, size_t offset = 0) {
 int64_t refuse(uint8_t*, size_t) { return -EINVAL; }
 int64_t take_two(uint8_t*, size_t size) { return size == 2 ? 2 : -EINVAL; }
 
+// The first byte is the offset; what was never written is 0.
 int64_t cmos_read(uint8_t* data, size_t size) {
     const size_t offset = size > 0 ? data[0] : 0;
-    for (size_t i = 0; i < size; ++i) data[i] = offset + i < sizeof state.cmos ? state.cmos[offset + i] : 0;
+    memset(data, 0, size);
+    const int fd = board::open_file(kCmosFile, O_RDONLY);
+    real.pread(fd, data, std::min(size, kCmosSize - offset), static_cast<off_t>(offset));
+    real.close(fd);
     return static_cast<int64_t>(size);
 }
 
 int64_t cmos_write(uint8_t* data, size_t size) {
-    const size_t before = size > 0 ? size_t{data[0]} - 1 : 0;
-    for (size_t i = 1; i < size && before + i < sizeof state.cmos; ++i) state.cmos[before + i] = data[i];
-    save_cmos();
+    const size_t offset = size > 0 ? data[0] : kCmosSize;
+    const size_t most = std::min(size - 1, kCmosSize - offset);
+    board::write_file(kCmosFile, 0, {reinterpret_cast<char*>(data) + 1, most}, static_cast<off_t>(offset));
     return static_cast<int64_t>(size);
 }
 
@@ -52,7 +57,7 @@ int64_t gpio_write(uint8_t* data, size_t size) {
     if (size != 2) return -EINVAL;
     const bool raised = state.outputs[data[0]] == 0 && data[1] != 0;
     state.outputs[data[0]] = data[1];
-    if (data[0] == kResetOutput && raised) script::reset_board("reset gpio35", 0);
+    if (data[0] == kResetOutput && raised) script::add_order(clock::now(), 0, "end 3 reset gpio35");
     return 2;
 }
 
@@ -83,28 +88,24 @@ int64_t take_frame(uint8_t* data, size_t size) {
 }
 
 constexpr Model kModels[] = {
-    {"/dev/misc/wdt", true, false, nullptr, refuse, refuse},
-    {"/dev/misc/rtc", true, true, "at", cmos_read, cmos_write},
-    {"/dev/misc/gpio", true, false, "line", gpio_read, gpio_write},
-    {"/dev/misc/gio_expd_in", true, false, nullptr, expander_read, refuse},
-    {"/dev/misc/gio_expander", true, false, nullptr, refuse, take_two},
-    {"/dev/mcu", false, false, nullptr, mcu::read, mcu::write},
-    {"/dev/misc/spi0", false, false, nullptr, refuse, take_frame},
-    {"/dev/misc/spi1", false, true, nullptr, nullptr, nullptr},
-    {"/dev/davinci_vpfe", false, false, nullptr, refuse, refuse},
-    {"/dev/misc/ataen", false, true, nullptr, nullptr, nullptr},
-    {"/dev/mem", false, true, nullptr, nullptr, nullptr},
-    {"/dev/dm6480", false, true, nullptr, nullptr, nullptr},
-    {"/dev/ad9920_dev", false, true, nullptr, nullptr, nullptr},
-    {"/dev/ad9979_dev", false, true, nullptr, nullptr, nullptr},
-    {"/dev/mtd/", false, true, nullptr, nullptr, nullptr},
-    {"socket", false, false, nullptr, nullptr, nullptr},
-    {"", false, true, nullptr, nullptr, nullptr},  // ordinary files, and the end of the list
+    {"/dev/misc/wdt", false, nullptr, refuse, refuse},
+    {"/dev/misc/rtc", true, "at", cmos_read, cmos_write},
+    {"/dev/misc/gpio", false, "line", gpio_read, gpio_write},
+    {"/dev/misc/gio_expd_in", false, nullptr, expander_read, refuse},
+    {"/dev/misc/gio_expander", false, nullptr, refuse, take_two},
+    {"/dev/mcu", false, nullptr, mcu::read, mcu::write},
+    {"/dev/misc/spi0", false, nullptr, refuse, take_frame},
+    {"/dev/davinci_vpfe", false, nullptr, refuse, refuse},
+    {"/dev/", true, nullptr, nullptr, nullptr},
+    {"socket", false, nullptr, nullptr, nullptr},
+    {"", true, nullptr, nullptr, nullptr},  // ordinary files, and the end of the list
 };
 
-static_assert(std::all_of(std::begin(kModels), std::end(kModels), [](const Model& model) {
-    return model.path[0] != '/' || script::is_device(model.path);
-}));
+// Whether a path is the one of a row; one that ends in '/' stands for all below it.
+bool is_meant(const char* row, const char* path) {
+    const size_t length = strlen(row);
+    return strncmp(path, row, length) == 0 && (path[length] == '\0' || row[length - 1] == '/');
+}
 
 // --- Requests
 
@@ -120,16 +121,26 @@ int64_t show_word(int, void* argument, Line& line) {
     return 0;
 }
 
+template <uint32_t State::*kWord>
+int64_t take(int descriptor, void* argument, Line& line) {
+    state.*kWord = get_u32(argument);
+    return show_word(descriptor, argument, line);
+}
+
 int64_t show_three_bytes(int, void* argument, Line& line) {
     line.bytes(argument, 3);
     return 0;
 }
 
+int64_t give(void* argument, uint32_t word, Line& line) {
+    memcpy(argument, &word, sizeof word);
+    line.add(" -> 0x%x", word);
+    return 0;
+}
+
 template <uint32_t State::*kWord>
 int64_t answer(int, void* argument, Line& line) {
-    memcpy(argument, &(state.*kWord), sizeof(uint32_t));
-    line.add(" -> 0x%x", state.*kWord);
-    return 0;
+    return give(argument, state.*kWord, line);
 }
 
 // Other programs feed the watchdog too; without them the board resets a period after the last feed.
@@ -145,22 +156,10 @@ int64_t resume(int descriptor, void* argument, Line& line) {
     return feed(descriptor, argument, line);
 }
 
-int64_t set_period(int descriptor, void* argument, Line& line) {
-    state.period_ms = get_u32(argument);
-    return show_word(descriptor, argument, line);
-}
-
-int64_t set_link_mode(int descriptor, void* argument, Line& line) {
-    state.link_status = get_u32(argument);
-    return show_word(descriptor, argument, line);
-}
-
 int64_t acknowledge(int, void* argument, Line& line) {
-    auto& [taken, of_all] = state.acks_taken;
-    const uint32_t answer = taken < of_all ? state.acks[taken++] : state.acknowledges ? state.link_ack : 0;
-    memcpy(argument, &answer, sizeof answer);
-    line.add(" -> 0x%x", answer);
-    return 0;
+    uint32_t& taken = state.acks[0];
+    const uint32_t usual = state.acknowledges ? state.link_ack : 0;
+    return give(argument, taken < state.acks[1] ? state.acks[2 + taken++] : usual, line);
 }
 
 int64_t identify(int, void*, Line& line) {
@@ -168,9 +167,9 @@ int64_t identify(int, void*, Line& line) {
     return state.fpga_id;
 }
 
-int64_t stall_record(int descriptor, void* argument, Line& line) {
+int64_t stall_record(int, void* argument, Line& line) {
     memset(argument, 0, 20);
-    return answer<&State::stalled>(descriptor, argument, line);
+    return give(argument, state.stalled, line);
 }
 
 int64_t version(int, void* argument, Line& line) {
@@ -215,7 +214,7 @@ struct Request {
 
 constexpr Request kRequests[] = {
     {"/dev/misc/wdt", 4, feed},
-    {"/dev/misc/wdt", 5, set_period},
+    {"/dev/misc/wdt", 5, take<&State::period_ms>},
     {"/dev/misc/wdt", 7, resume},
     {"/dev/misc/rtc", 0x80247009, read_rtc},
     {"/dev/misc/gpio", 1, show_three_bytes},
@@ -228,7 +227,7 @@ constexpr Request kRequests[] = {
     {"/dev/misc/spi0", 0x4004730A, answer<&State::query_2a>},
     {"/dev/misc/spi0", 0x40047309, version},
     {"/dev/misc/spi0", 0x4004730D, version},
-    {"/dev/misc/spi0", 0x40047301, set_link_mode},
+    {"/dev/misc/spi0", 0x40047301, take<&State::link_status>},
     {"/dev/misc/spi0", 0x80047304, acknowledge},
     {"/dev/misc/spi1", 0xC004650C, identify},
     {"/dev/misc/spi1", 0xC0046501, nothing},  // start programming
@@ -244,11 +243,7 @@ constexpr Request kRequests[] = {
 
 const Model& find(const char* path) {
     const Model* model = kModels;
-    for (; *model->path != '\0'; ++model) {
-        const size_t length = strlen(model->path);
-        const bool below = model->path[length - 1] == '/' && strncmp(path, model->path, length) == 0;
-        if (below || strcmp(path, model->path) == 0) break;
-    }
+    while (*model->path != '\0' && !is_meant(model->path, path)) ++model;
     return *model;
 }
 
@@ -257,17 +252,18 @@ int64_t erase(int descriptor, uint32_t from, uint32_t length) {
     memset(erased, 0xFF, sizeof erased);
     for (uint32_t done = 0, part = 0; done < length; done += part) {
         part = std::min<uint32_t>(sizeof erased, length - done);
-        if (real.pwrite(descriptor, erased, part, static_cast<off_t>(from + done)) < 0) return -errno;
+        if (real.pwrite(descriptor, erased, part, static_cast<off_t>(int64_t{from} + done)) < 0)
+            return -errno;
     }
     return 0;
 }
 
-int64_t control(const Model& model, int descriptor, uint32_t request, void* argument, Line& line) {
+int64_t control(const char* path, int descriptor, uint32_t request, void* argument, Line& line) {
     for (const Request& each : kRequests) {
-        const bool meant = each.number == request && strcmp(each.path, model.path) == 0;
-        if (meant) return each.perform(descriptor, argument, line);
+        if (each.number == request && is_meant(each.path, path))
+            return each.perform(descriptor, argument, line);
     }
-    return model.path[0] == '/' ? -ENOTTY : or_errno(real.ioctl(descriptor, request, argument));
+    return is_meant("/dev/", path) ? -ENOTTY : or_errno(real.ioctl(descriptor, request, argument));
 }
 
 void reset() {
@@ -275,12 +271,6 @@ void reset() {
     mcu::reset();
     memset(state.levels, 1, sizeof state.levels);
     memset(state.outputs, 1, sizeof state.outputs);
-    for (const Model& model : kModels) {
-        if (model.present) board::write_file(model.path, O_CREAT, "", 0);
-    }
-    board::read_file(kCmosFile, state.cmos, sizeof state.cmos);
 }
-
-bool save_cmos() { return board::write_file(kCmosFile, O_CREAT, state.cmos, sizeof state.cmos); }
 
 }  // namespace sim::devices

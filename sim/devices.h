@@ -1,6 +1,8 @@
 // The board's devices: what their drivers answer.
 #pragma once
 
+#include <sys/types.h>
+
 #include "clock.h"
 #include "journal.h"
 #include "words.h"
@@ -12,7 +14,6 @@ using Transfer = int64_t (*)(uint8_t* data, size_t size);
 
 struct Model {
     const char* path;     // one that ends in '/' stands for all below it
-    bool present;         // without a script line about it
     bool lasting;         // what is written to it is there after a power cut
     const char* address;  // what the first byte of a read buffer selects, if anything
     Transfer read;        // null: the real file's
@@ -20,15 +21,14 @@ struct Model {
 };
 
 const Model& find(const char* path);  // ordinary files and sockets have one too
-int64_t control(const Model& model, int descriptor, uint32_t request, void* argument, record::Line& line);
+int64_t control(const char* path, int descriptor, uint32_t request, void* argument, record::Line& line);
 int64_t erase(int descriptor, uint32_t from, uint32_t length);
-void reset();  // power on; the files of those that exist are made
+void reset();  // power on
 
 // What the script sets and the models answer with.
 struct State {
     uint8_t levels[256] = {};
     uint8_t outputs[256] = {};
-    uint8_t cmos[256] = {};
     uint32_t expander = 0;
     bool rtc_stopped = false;
     int64_t rtc_start = 1767225600;  // what it shows at power on: 2026-01-01, in seconds of the epoch
@@ -42,23 +42,23 @@ struct State {
     bool armed = false;                      // the watchdog runs
     clock::Nanos fed_until = clock::kNever;  // other programs feed it up to then
     uint32_t fpga_id = 500;
-    uint32_t link_ack = 0;        // acknowledges the last frame on the link
-    uint32_t acks[16] = {};       // scripted acknowledgements, which come first
-    uint32_t acks_taken[2] = {};  // how many, and of how many
+    uint32_t link_ack = 0;  // acknowledges the last frame on the link
+    uint32_t acks[2 + 16] =
+        {};  // scripted acknowledgements come first: how many were taken, of how many, which
     bool acknowledges = true;
     uint32_t changes_to_cut = 0;  // 0: the power stays
-    uint32_t environment_used = 0;
+    off_t environment_end = 4;    // where the next variable goes, behind a checksum
 };
 
 extern State state;
 
-constexpr const char* kCmosFile = "/.cmos";
-bool save_cmos();
+// SIZE TEXT: an event as the kernel sends it, filled up with NULs to that size. Without a listener it is lost.
+bool send_event(Words& words);
 
 namespace mcu {
 void reset();
-bool say(Words& words);     // BYTE...: at once
-bool answer(Words& words);  // COMMAND OPERATION BYTE...: to each such frame from now on
+bool say(Words& words);     // BYTES: at once
+bool answer(Words& words);  // COMMAND OPERATION BYTES: to each such frame from now on
 int64_t read(uint8_t* data, size_t size);
 int64_t write(uint8_t* data, size_t size);
 }  // namespace mcu

@@ -19,7 +19,7 @@ using clock::Nanos;
 
 struct Event {
     Nanos at;  // kNever once it is over
-    const char* text;
+    char* text;
     unsigned line;
     Nanos every;  // 0: an order
     Nanos until;
@@ -29,10 +29,7 @@ struct Event {
 
 Table<Event, 1024> events;
 Nanos earliest = kNever;  // of them, so that a sleep need not look at each
-Nanos end_time = kNever;
-Nanos reset_time = kNever;
 Nanos watchdog_time = kNever;
-const char* reset_reason = "";
 
 void add(const Event& event) {
     if (!events.add(event)) board::end("cannot do its script: too many events", board::kBadScript);
@@ -44,11 +41,9 @@ void beat(Event& event) {
     if (record::is_open()) record::Line("beat").add(" %s %u", event.text, event.count);
     struct stat info {};
     const bool is_there = event.descriptor >= 0 && fstat(event.descriptor, &info) == 0 && info.st_nlink > 0;
-    char there[board::kPathSize];
-    if (!is_there && board::place_inside(event.text, there)) {
+    if (!is_there) {
         if (event.descriptor >= 0) real.close(event.descriptor);
-        board::write_file(event.text, O_CREAT, "", 0);
-        event.descriptor = put_away(real.open(there, O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+        event.descriptor = put_away(board::open_file(event.text, O_WRONLY | O_CREAT | O_NONBLOCK));
     }
     real.pwrite(event.descriptor, &event.count, sizeof event.count, 0);
 }
@@ -60,7 +55,7 @@ void run_events(Nanos until) {
             if (event.at == at) {
                 event.at = at + event.every < event.until ? at + event.every : kNever;
                 ++event.count;
-                event.every > 0 ? beat(event) : run_order(event.line, const_cast<char*>(event.text));
+                event.every > 0 ? beat(event) : run_order(event.line, event.text);
             }
             earliest = std::min(earliest, event.at);
         }
@@ -69,9 +64,10 @@ void run_events(Nanos until) {
 
 }  // namespace
 
-void add_order(Nanos at, unsigned line, const char* order) { add({at, order, line, 0, 0, 0, -1}); }
-void add_beat(const char* path, Nanos every, Nanos until) {
-    add({clock::now(), path, 0, every, until, 0, -1});
+void add_order(Nanos at, unsigned line, const char* order) { add({at, keep(order), line, 0, 0, 0, -1}); }
+bool add_beat(Words& words) {
+    add({clock::now(), keep(words.next()), 0, words.number(), words.number(), 0, -1});
+    return true;
 }
 
 void forget_events() {
@@ -79,27 +75,17 @@ void forget_events() {
         if (event.descriptor >= 0) real.close(event.descriptor);
     }
     events.used = 0;
-    earliest = end_time = reset_time = watchdog_time = kNever;
+    earliest = watchdog_time = kNever;
 }
 
-Nanos next_due() { return std::min({earliest, reset_time, watchdog_time, end_time}); }
+Nanos next_due() { return std::min(earliest, watchdog_time); }
 
 void run_due() {
     if (next_due() > clock::now()) return;
     const std::lock_guard guard(event_lock);
     const Nanos time = clock::now();
     run_events(time);
-    if (reset_time <= time) board::end(reset_reason, board::kReset);
     if (watchdog_time <= time) board::end("reset watchdog", board::kReset);
-    if (end_time <= time) board::end("end time", board::kEndOfTime);
-}
-
-void end_at(double seconds) { end_time = static_cast<Nanos>(std::min(seconds, 9e9) * 1e6 + 0.5) * 1000; }
-
-void reset_board(const char* reason, Nanos delay) {
-    if (reset_time != kNever) return;
-    reset_reason = reason;
-    reset_time = clock::now() + delay;
 }
 
 void watchdog_at(Nanos time) { watchdog_time = time; }

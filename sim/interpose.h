@@ -1,6 +1,8 @@
 // What the functions that stand in for the C library's have in common.
 #pragma once
 
+#include <functional>
+
 #include "board.h"
 #include "clone.h"
 #include "journal.h"
@@ -10,31 +12,10 @@
 
 #define EXPORT extern "C" SIM_EXPORT
 
-extern "C" {
-__attribute__((weak)) void AnnotateIgnoreReadsBegin(const char* file, int line);
-__attribute__((weak)) void AnnotateIgnoreReadsEnd(const char* file, int line);
-__attribute__((weak)) void AnnotateIgnoreWritesBegin(const char* file, int line);
-__attribute__((weak)) void AnnotateIgnoreWritesEnd(const char* file, int line);
-}
-
 namespace sim {
 
 using board::OpenFile;
 using record::Line;
-
-// The thread sanitizer sees what the board asks of the C library, but not the baton that orders it.
-struct UnseenBySanitizer {
-    UnseenBySanitizer() {
-        if (AnnotateIgnoreReadsBegin == nullptr) return;
-        AnnotateIgnoreReadsBegin("", 0);
-        AnnotateIgnoreWritesBegin("", 0);
-    }
-    ~UnseenBySanitizer() {
-        if (AnnotateIgnoreReadsEnd == nullptr) return;
-        AnnotateIgnoreWritesEnd("", 0);
-        AnnotateIgnoreReadsEnd("", 0);
-    }
-};
 
 // On the board's stack, and without a trace in errno.
 template <class Body>
@@ -42,7 +23,6 @@ int64_t aside(Body body) {
     const int saved = errno;
     int64_t result = 0;
     auto whole = [&] {
-        const UnseenBySanitizer unseen;
         board::boot();
         clock::enter();
         result = body();
@@ -74,28 +54,34 @@ int64_t unless_faulty(const char* what, const char* op, Body body) {
     return or_errno(body());
 }
 
+// The same, told in the journal in these words.
+template <class Body>
+int64_t told(const char* what, const char* op, const char* words, Body body) {
+    const int64_t result = unless_faulty(what, op, body);
+    Line(what).add(" %s", words).failure(result);
+    return result;
+}
+
 // A call on a descriptor that is journaled as its name and one number.
 template <class Result = int, class Kernel>
 Result on_file(const char* op, int fd, int64_t number, Kernel kernel) {
     return call<Result>([&]() -> int64_t {
         const OpenFile* file = board::tracked(fd);
         if (file == nullptr) return or_errno(kernel());
-        const int64_t result = unless_faulty(file->name, op, kernel);
-        Line(file->name)
-            .add(" %s %lld", strcmp(op, "lseek") == 0 ? "seek" : op, static_cast<long long>(number))
-            .failure(result);
-        return result;
+        char words[48];
+        const char* name = strcmp(op, "lseek") == 0 ? "seek" : op;
+        snprintf(words, sizeof words, "%s %lld", name, static_cast<long long>(number));
+        return told(file->name, op, words, kernel);
     });
 }
 
-// Reads or writes a descriptor, a device's or not; kernel does it for real.
-using Kernel = ssize_t (*)(void* context, size_t most);
-int64_t pass_data(const char* op, int fd, void* data, size_t size, Kernel kernel, void* context);
+// Reads or writes a descriptor, a device's or not; the kernel does it for real.
+using Kernel = std::function<ssize_t(size_t most)>;
+int64_t pass_data(const char* op, int fd, void* data, size_t size, const Kernel& kernel);
 
 template <class Body>
-ssize_t transfer(const char* op, int fd, const void* data, size_t size, Body body) {
-    const Kernel kernel = [](void* context, size_t most) { return (*static_cast<Body*>(context))(most); };
-    return call<ssize_t>([&] { return pass_data(op, fd, const_cast<void*>(data), size, kernel, &body); });
+ssize_t transfer(const char* op, int fd, const void* data, size_t size, Body kernel) {
+    return call<ssize_t>([&] { return pass_data(op, fd, const_cast<void*>(data), size, std::ref(kernel)); });
 }
 
 // What would change the machine is recorded, never done.

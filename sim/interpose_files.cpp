@@ -1,6 +1,5 @@
 // Files and devices: descriptors and paths.
 #include <algorithm>
-#include <cstdarg>
 
 #include "devices.h"
 #include "interpose.h"
@@ -21,9 +20,8 @@ void note_stream(int fd, int stream) {
 }
 
 int stream_behind(const char* path) {
-    return strcmp(path, "/proc/self/fd/1") == 0   ? stream_of(1)
-           : strcmp(path, "/proc/self/fd/2") == 0 ? stream_of(2)
-                                                  : 0;
+    constexpr std::string_view kOwn = "/proc/self/fd/";
+    return std::string_view(path).starts_with(kOwn) ? stream_of(atoi(path + kOwn.size())) : 0;
 }
 
 // A standard stream that is moved stays what it is. Programs move them before anything else is there, so this
@@ -48,8 +46,7 @@ int64_t console(const char* who, const void* data, size_t size, int fd) {
 }
 
 // A read or write of a descriptor of the board: faults, then the model or the real file.
-int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size, Kernel kernel,
-                  void* context) {
+int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size, const Kernel& kernel) {
     const bool reading = op[0] == 'r';
     const devices::Transfer model = reading ? file.model->read : file.model->write;
     const unsigned address = size > 0 ? *static_cast<uint8_t*>(data) : 0;
@@ -58,7 +55,7 @@ int64_t pass_file(const OpenFile& file, const char* op, void* data, size_t size,
     size = bounded(size, fault);
     const int64_t result = fault <= 0         ? fault  // an error, or nothing at all
                            : model != nullptr ? model(static_cast<uint8_t*>(data), size)
-                                              : or_errno(kernel(context, size));
+                                              : or_errno(kernel(size));
     Line line(file.name);
     line.add(" %s %lld", op, result < 0 ? static_cast<long long>(size) : static_cast<long long>(result));
     // A frame is shown whole, sent or not.
@@ -86,20 +83,18 @@ int by_path(const char* op, bool changes, const char* path, Kernel kernel) {
         if (board::place(path, there) == nullptr) {
             return changes && !board::may_write(path) ? refuse(path, op) : or_errno(kernel(path));
         }
-        const int64_t result = unless_faulty(path, op, [&] { return kernel(there); });
-        Line(path).add(" %s", op).failure(result);
-        return result;
+        return told(path, op, op, [&] { return kernel(there); });
     });
 }
 
 }  // namespace
 
-int64_t pass_data(const char* op, int fd, void* data, size_t size, Kernel kernel, void* context) {
+int64_t pass_data(const char* op, int fd, void* data, size_t size, const Kernel& kernel) {
     const OpenFile* file = board::tracked(fd);
     const int stream = op[0] == 'w' ? stream_of(fd) : 0;
     if (file == nullptr && stream != 0) return console(stream == 1 ? "out" : "err", data, size, fd);
-    if (file == nullptr) return or_errno(kernel(context, size));
-    const int64_t result = pass_file(*file, op, data, size, kernel, context);
+    if (file == nullptr) return or_errno(kernel(size));
+    const int64_t result = pass_file(*file, op, data, size, kernel);
     script::run_due();  // it may have reset the board
     return result;
 }
@@ -117,11 +112,12 @@ using namespace sim;
 
 // --- Descriptors
 
-EXPORT int open(const char* path, int flags, ...) {
-    va_list arguments;
-    va_start(arguments, flags);
-    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
-    va_end(arguments);
+// What may have a last parameter has it always, as it lies in its register.
+EXPORT int sim_open(const char* path, int flags, mode_t mode) __asm__("open");
+EXPORT int sim_fcntl(int fd, int command, long argument) __asm__("fcntl");
+EXPORT int sim_ioctl(int fd, unsigned long number, void* argument) __asm__("ioctl");
+
+int sim_open(const char* path, int flags, mode_t mode) {
     return call([&]() -> int64_t {
         ++opens;
         char there[board::kPathSize];
@@ -162,11 +158,7 @@ EXPORT int close(int fd) {
 }
 
 // A descriptor that is moved stays what it is.
-EXPORT int fcntl(int fd, int command, ...) {
-    va_list arguments;
-    va_start(arguments, command);
-    const long argument = va_arg(arguments, long);
-    va_end(arguments);
+int sim_fcntl(int fd, int command, long argument) {
     return call([&]() -> int64_t {
         const int64_t result = or_errno(real.fcntl(fd, command, argument));
         const OpenFile* file = board::tracked(fd);
@@ -192,14 +184,10 @@ TRANSFER(write, "write", (int fd, const void* data, size_t size), (fd, data, mos
 TRANSFER(pwrite, "write", (int fd, const void* data, size_t size, off_t offset), (fd, data, most, offset))
 
 // What the C library's checking headers may make of open().
-EXPORT int __open_2(const char* path, int flags) { return open(path, flags); }
+EXPORT int __open_2(const char* path, int flags) { return sim_open(path, flags, 0); }
 
-EXPORT int ioctl(int fd, unsigned long number, ...) noexcept {
+int sim_ioctl(int fd, unsigned long number, void* argument) {
     const auto request = static_cast<uint32_t>(number);
-    va_list arguments;
-    va_start(arguments, number);
-    void* argument = va_arg(arguments, void*);
-    va_end(arguments);
     return call([&]() -> int64_t {
         const OpenFile* file = board::tracked(fd);
         // A local socket would do to reach the machine's network, the board's own among them.
@@ -209,8 +197,7 @@ EXPORT int ioctl(int fd, unsigned long number, ...) noexcept {
         Line line(file->name);
         line.add(" ioctl 0x%x", request);
         const int64_t fault = script::fault_of(file->name, "ioctl", request);
-        const int64_t result =
-            fault < 0 ? fault : devices::control(*file->model, fd, request, argument, line);
+        const int64_t result = fault < 0 ? fault : devices::control(file->name, fd, request, argument, line);
         line.failure(result);
         return result;
     });
@@ -220,6 +207,23 @@ DESCRIPTOR_CALL(off_t, lseek, offset, (int fd, off_t offset, int whence), (fd, o
 DESCRIPTOR_CALL(int, ftruncate, size, (int fd, off_t size), (fd, size))
 EXPORT int fsync(int fd) {
     return on_file("fsync", fd, 0, [&] { return real.fsync(fd); });
+}
+
+// Also called by sanitizers before anything else is there.
+EXPORT void* mmap64(void* at, size_t size, int protection, int flags, int fd, off64_t offset) noexcept {
+    find_real_functions();
+    const auto map = [&] { return real.mmap64(at, size, protection, flags, fd, offset); };
+    if ((flags & MAP_ANONYMOUS) != 0 || board::tracked(fd) == nullptr) return map();
+    void* mapped = MAP_FAILED;
+    on_file("mmap", fd, static_cast<int64_t>(size), [&] {
+        mapped = map();
+        return mapped == MAP_FAILED ? -1 : 0;
+    });
+    return mapped;
+}
+
+EXPORT void* mmap(void* at, size_t size, int protection, int flags, int fd, off_t offset) noexcept {
+    return mmap64(at, size, protection, flags, fd, offset);
 }
 
 // --- Paths

@@ -10,8 +10,7 @@ namespace {
 bool is_programs(const void* caller) {
     Dl_info object{};
     if (dladdr(caller, &object) == 0) return false;
-    const char* slash = strrchr(object.dli_fname, '/');
-    const char* name = slash != nullptr ? slash + 1 : object.dli_fname;
+    const char* name = basename(object.dli_fname);
     for (const char* other : {"libmarlsim.", "libc.", "libstdc++.", "ld-"}) {
         if (strncmp(name, other, strlen(other)) == 0) return false;
     }

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <bit>
 #include <iterator>
 
 #include "interpose.h"
@@ -68,7 +69,7 @@ long sim_syscall(long number, long a, long b, long c, long d, long e, long f) {
     }
     return call([&]() -> int64_t {
         if (number == SYS_settimeofday) {
-            return set_clock(reinterpret_cast<KernelTime*>(a), reinterpret_cast<struct timezone*>(b));
+            return set_clock(std::bit_cast<KernelTime*>(a), std::bit_cast<struct timezone*>(b));
         }
         Line("syscall").add(" %ld", number).failure(-EPERM);
         return -EPERM;
@@ -104,16 +105,13 @@ EXPORT int kill(pid_t process, int number) noexcept {
     X(symlink) X(symlinkat) X(renameat) X(renameat2) X(remove) X(rmdir) X(unlinkat) X(mkdirat) X(mknod) \
     X(mknodat) X(mkfifo) X(chmod) X(fchmodat) X(chown) X(lchown) X(fchownat) X(utime) X(utimes) X(utimensat) \
     X(setxattr) X(lsetxattr) X(removexattr)
+#define EACH_FOR_TESTS_OR_NULL(X) X(popen) X(fopen) X(fopen64) X(freopen) X(freopen64)
 // clang-format on
 
 EACH_DONE(DONE)
 EACH_NEVER(NEVER)
 STAND_IN(settimeofday, false, EINVAL, -1)
 EACH_FOR_TESTS(FOR_TESTS)
-FOR_TESTS_OR_NULL(popen)
-FOR_TESTS_OR_NULL(fopen)
-FOR_TESTS_OR_NULL(fopen64)
-FOR_TESTS_OR_NULL(freopen)
-FOR_TESTS_OR_NULL(freopen64)
+EACH_FOR_TESTS_OR_NULL(FOR_TESTS_OR_NULL)
 STAND_IN(posix_spawn, true, EPERM, EPERM)
 STAND_IN(posix_spawnp, true, EPERM, EPERM)

@@ -1,12 +1,21 @@
 // Sockets.
+#include <algorithm>
+
 #include "devices.h"
 #include "interpose.h"
 #include "launch/run.h"
-#include "uevent.h"
 
-using namespace sim;
-
+namespace sim {
 namespace {
+
+// The kernel's events come through the last pair: the program's end, and the one that they go into.
+int event_ends[2] = {-1, -1};
+
+int open_events() {
+    real.close(event_ends[1]);
+    if (socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, event_ends) == 0) return event_ends[0];
+    return event_ends[0] = event_ends[1] = -1;
+}
 
 // A board without a network takes frames too: they go nowhere, but the journal has them.
 bool takes_frames(int domain, int type) {
@@ -15,24 +24,37 @@ bool takes_frames(int domain, int type) {
 
 }  // namespace
 
+bool devices::send_event(Words& words) {
+    char event[8192] = {};
+    const auto wanted = static_cast<size_t>(words.number());
+    const std::string_view text = words.bytes();
+    const size_t size = std::max(text.size(), wanted);
+    if (size > sizeof event) return false;
+    text.copy(event, text.size());
+    real.sendto(event_ends[1], event, size, MSG_DONTWAIT | MSG_NOSIGNAL, nullptr, 0);
+    return true;
+}
+
+}  // namespace sim
+
+using namespace sim;
+
 EXPORT int socket(int domain, int type, int protocol) noexcept {
     return call([&]() -> int64_t {
         if (domain == AF_UNIX && !board::is_launched()) return or_errno(real.socket(domain, type, protocol));
-        const int64_t result = unless_faulty("socket", "open", [&] {
-            if (domain == AF_NETLINK) return uevent::open();
+        const char* name = domain == AF_INET      ? "open inet"
+                           : domain == AF_PACKET  ? "open packet"
+                           : domain == AF_NETLINK ? "open netlink"
+                                                  : "open other";
+        const int64_t result = told("socket", "open", name, [&] {
+            if (domain == AF_NETLINK) return open_events();
             if (devices::state.network && domain != AF_UNIX) return real.socket(domain, type, protocol);
             if (takes_frames(domain, type)) {
                 return real.socket(AF_UNIX, SOCK_DGRAM | (type & SOCK_CLOEXEC), 0);
             }
-            errno = EAFNOSUPPORT;
-            return -1;
+            return errno = EAFNOSUPPORT, -1;
         });
         if (result >= 0) board::track(static_cast<int>(result), "socket");
-        const char* name = domain == AF_INET      ? "inet"
-                           : domain == AF_PACKET  ? "packet"
-                           : domain == AF_NETLINK ? "netlink"
-                                                  : "other";
-        Line("socket").add(" open %s", name).failure(result);
         return result;
     });
 }
@@ -57,7 +79,7 @@ EXPORT ssize_t recvfrom(int fd, void* data, size_t size, int flags, sockaddr* fr
 
 EXPORT int bind(int fd, const sockaddr* address, socklen_t length) noexcept {
     return on_file("bind", fd, address->sa_family,
-                   [&] { return uevent::is_open(fd) ? 0 : real.bind(fd, address, length); });
+                   [&] { return fd == event_ends[0] ? 0 : real.bind(fd, address, length); });
 }
 
 EXPORT int unshare(int flags) noexcept {

@@ -1,6 +1,8 @@
-// Threads, tasks and processes.
+// Threads, tasks, processes, and how they wait.
 #include <dlfcn.h>
 #include <sys/syscall.h>
+
+#include <algorithm>
 
 #include "interpose.h"
 
@@ -28,6 +30,14 @@ void unwrap(int (*&function)(void*), void*& argument) {
     argument = wrapped.argument;
 }
 
+int do_sleep(int64_t duration) {
+    return call([&] {
+        const int64_t fault = script::fault_of("*", "sleep");
+        if (fault >= 0) clock::sleep(duration);
+        return std::min<int64_t>(fault, 0);
+    });
+}
+
 }  // namespace
 }  // namespace sim
 
@@ -40,11 +50,10 @@ EXPORT int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
         if (clone_task::making_thread() || (attributes == nullptr && behind_wrapper("pthread_create"))) {
             return real.pthread_create(thread, attributes, start, argument);
         }
-        const int64_t fault = script::fault_of("thread", "pthread_create");
-        const int error =
-            fault < 0 ? static_cast<int>(-fault) : clock::create(thread, attributes, start, argument);
-        Line("thread").add(" start").failure(-error);
-        return error;
+        return -told("thread", "pthread_create", "start", [&] {
+            errno = clock::create(thread, attributes, start, argument);
+            return errno == 0 ? 0 : -1;
+        });
     }));
 }
 
@@ -62,11 +71,10 @@ EXPORT int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
 EXPORT int clone(int (*function)(void*), void* stack, int flags, void* argument, ...) noexcept {
     return call([&]() -> int64_t {
         if ((flags & CLONE_VM) == 0) return or_errno(real.clone(function, stack, flags, argument));
-        const int64_t fault = script::fault_of("clone", "clone");
-        if (fault >= 0) unwrap(function, argument);
-        const int64_t result = fault < 0 ? fault : clone_task::create(function, stack, flags, argument);
-        Line("clone").add(" task").failure(result);
-        return result;
+        return told("clone", "clone", "task", [&] {
+            unwrap(function, argument);
+            return clone_task::create(function, stack, flags, argument);
+        });
     });
 }
 
@@ -97,3 +105,15 @@ EXPORT void _exit(int code) {
     board::clean_up();
     for (;;) real.syscall(SYS_exit_group, code);
 }
+
+// --- Waiting
+
+EXPORT int select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* timeout) {
+    find_real_functions();
+    if (timeout == nullptr || count > 0) return real.select(count, in, out, except, timeout);
+    const int result = do_sleep(timeout->tv_sec * clock::kSecond + timeout->tv_usec * 1000LL);
+    if (result == 0) *timeout = {};
+    return result;
+}
+
+EXPORT int usleep(useconds_t micros) { return do_sleep(int64_t{micros} * 1000); }

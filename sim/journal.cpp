@@ -19,21 +19,15 @@ size_t used = 0;
 int file = -1;
 constinit clock::Lock lock;
 
-// How lines begin that are kept; none: all are.
-char beginnings_text[128];
-const char* beginnings[8];
-size_t beginnings_known = 0;
-
-void keep_only(const char* list) {
-    snprintf(beginnings_text, sizeof beginnings_text, "%s", list);
-    for (char* word = strtok(beginnings_text, " "); word != nullptr; word = strtok(nullptr, " ")) {
-        if (beginnings_known < std::size(beginnings)) beginnings[beginnings_known++] = word;
-    }
-}
+char beginnings[128];  // how lines begin that are kept; none: all are
 
 bool is_kept(const char* who) {
-    const auto begins_it = [who](const char* each) { return strncmp(who, each, strlen(each)) == 0; };
-    return beginnings_known == 0 || std::any_of(beginnings, beginnings + beginnings_known, begins_it);
+    size_t length = 0;
+    for (const char* word = beginnings; *word != '\0'; word += length + strspn(word + length, " ")) {
+        length = strcspn(word, " ");
+        if (strncmp(who, word, length) == 0) return true;
+    }
+    return *beginnings == '\0';
 }
 
 // Only a test program asks for the text afterwards.
@@ -42,7 +36,7 @@ bool has_room(size_t size) { return !board::is_launched() && used + size <= kMem
 }  // namespace
 
 void open(const char* target, const char* only) {
-    if (only != nullptr) keep_only(only);
+    if (only != nullptr) snprintf(beginnings, sizeof beginnings, "%s", only);
     if (target == nullptr) return;
     file = put_away(strcmp(target, "-") == 0
                         ? dup(STDOUT_FILENO)
@@ -90,15 +84,10 @@ Line& Line::add(const char* format, ...) {
 }
 
 Line& Line::bytes(const void* data, size_t size, size_t shown) {
-    static constexpr char kDigits[] = "0123456789abcdef";
     const auto* byte = static_cast<const unsigned char*>(data);
     if (size > 0) add(":");
     const size_t most = dropped_ ? 0 : std::min(size, shown);
-    for (size_t i = 0; i < most && used_ + 16 < kSize; ++i) {
-        text_[used_++] = ' ';
-        text_[used_++] = kDigits[byte[i] >> 4];
-        text_[used_++] = kDigits[byte[i] & 15];
-    }
+    for (size_t i = 0; i < most; ++i) add(" %02x", byte[i]);
     return size > shown ? add(" ...") : *this;
 }
 

@@ -2,6 +2,7 @@
 #include <sys/sendfile.h>
 
 #include <mutex>
+#include <utility>
 
 #include "board.h"
 #include "devices.h"
@@ -9,7 +10,6 @@
 #include "launch/run.h"
 #include "real.h"
 #include "script.h"
-#include "uevent.h"
 #include "words.h"
 
 namespace sim::script {
@@ -21,11 +21,10 @@ using devices::state;
 constexpr size_t kTextSize = 256U << 10;
 constexpr const char* kEnvironment = "/dev/mtd/1";
 constexpr off_t kEnvironmentSize = 0x20000;
+constexpr std::string_view kNul("\0", 1);
 
-Table<Answer, 64> answers;
 char kept_text[kTextSize];
 size_t kept = 0;
-bool starting = false;  // the script's first pass over a board
 int control = -1;
 pid_t control_owner = 0;
 
@@ -33,51 +32,25 @@ bool starts(const char* text, const char* prefix) { return strncmp(text, prefix,
 
 // --- Files
 
-// What survives a restart of the board is not made a second time.
-bool survives(const char* path) {
-    if (!starting || !board::was_made_before()) return false;
-    return starts(path, "/mnt") || starts(path, "/dev/mtd") || starts(path, "/etc") || starts(path, "/.");
-}
-
-bool put(const char* path, int flags, const void* data, size_t size, off_t offset = 0) {
-    return survives(path) || board::write_file(path, flags | O_CREAT, data, size, offset);
-}
-
 // Does something with a file of the board by its place on the host.
 template <class Body>
 bool at_place(const char* path, Body body) {
     char there[board::kPathSize];
-    return survives(path) || (board::place_inside(path, there) && body(there));
-}
-
-// Makes of \n and \xHH what they stand for; the new size.
-size_t unescape(char* text) {
-    char* out = text;
-    for (const char* from = text; *from != '\0'; ++out) {
-        unsigned byte = 0;
-        int length = 2;
-        if (starts(from, "\\n")) {
-            byte = '\n';
-        } else if (sscanf(from, "\\x%2x%n", &byte, &length) != 1) {
-            byte = static_cast<unsigned char>(*from);
-            length = 1;
-        }
-        *out = static_cast<char>(byte);
-        from += length;
-    }
-    return static_cast<size_t>(out - text);
+    return board::place_inside(path, there) && body(there);
 }
 
 // PATH new|all|end|OFFSET TEXT: of a file that is not there yet, of the whole, behind its end, from there on.
 bool do_put(Words& words) {
     const char* path = words.next();
     const char* how = words.next();
-    char* text = words.rest();
-    const size_t size = unescape(text);
-    const int flags = starts(how, "all") ? O_TRUNC : starts(how, "end") ? O_APPEND : 0;
-    char there[board::kPathSize];
-    const bool is_there = board::place_inside(path, there) && real.access(there, F_OK) == 0;
-    return (starts(how, "new") && is_there) || put(path, flags, text, size, atoi(how));
+    const std::string_view text = words.bytes();
+    const bool is_new = starts(how, "new");
+    const int flags = is_new ? O_EXCL : starts(how, "all") ? O_TRUNC : starts(how, "end") ? O_APPEND : 0;
+    return board::write_file(path, flags, text, atoi(how)) || (is_new && errno == EEXIST);
+}
+
+bool do_directory(Words& words) {
+    return at_place(words.next(), [](char* there) { return board::make_parents(there), true; });
 }
 
 bool do_size(Words& words) {
@@ -91,33 +64,23 @@ bool do_remove(Words& words) {
 }
 
 bool do_env(Words& words) {
-    const char* text = words.rest();
-    const size_t size = strlen(text) + 1;
-    const auto offset = static_cast<off_t>(4 + state.environment_used);
-    state.environment_used += static_cast<uint32_t>(size);
-    return put(kEnvironment, 0, text, size, offset) &&
-           put(kEnvironment, 0, "", 1, offset + static_cast<off_t>(size)) &&
-           put(kEnvironment, 0, "", 1, kEnvironmentSize - 1);
+    const std::string_view text = words.rest();
+    const off_t begin = state.environment_end;
+    state.environment_end += static_cast<off_t>(text.size() + 1);
+    return board::write_file(kEnvironment, 0, {text.data(), text.size() + 1}, begin) &&
+           board::write_file(kEnvironment, 0, kNul, state.environment_end) &&
+           board::write_file(kEnvironment, 0, kNul, kEnvironmentSize - 1);
 }
 
 // PATH SIZE [FILE]: erased, with what a file of the host has for its beginning.
 bool do_flash(Words& words) {
-    const char* path = words.next();
+    const int fd = board::open_file(words.next(), O_RDWR | O_CREAT);
     const auto size = static_cast<uint32_t>(words.number());
-    return at_place(path, [&](const char* there) {
-        const int image = real.open(words.rest(), O_RDONLY | O_CLOEXEC);
-        const int fd = real.open(there, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        const bool erased = devices::erase(fd, 0, size) == 0;
-        const bool filled = image < 0 || sendfile(fd, image, nullptr, size) >= 0;
-        real.close(image);
-        return real.close(fd) == 0 && erased && filled;
-    });
-}
-
-bool do_uevent(Words& words) {
-    const auto size = static_cast<size_t>(words.number());
-    char* text = words.rest();
-    return uevent::send(text, unescape(text), size);
+    const int image = real.open(words.rest(), O_RDONLY | O_CLOEXEC);
+    const bool erased = devices::erase(fd, 0, size) == 0;
+    const bool filled = image < 0 || sendfile(fd, image, nullptr, size) >= 0;
+    real.close(image);
+    return real.close(fd) == 0 && erased && filled;
 }
 
 // --- The state of devices
@@ -130,7 +93,6 @@ struct Register {
 
 const Register kRegisters[] = {
     {"level", state.levels, 1},
-    {"cmos", state.cmos, 1},
     {"version", state.version, 1},
     {"expander", &state.expander, sizeof state.expander},
     {"alive", &state.alive, sizeof state.alive},
@@ -143,23 +105,19 @@ const Register kRegisters[] = {
     {"rtc-stopped", &state.rtc_stopped, sizeof state.rtc_stopped},
     {"acknowledges", &state.acknowledges, sizeof state.acknowledges},
     {"acks", state.acks, sizeof state.acks[0]},
-    {"acks-taken", state.acks_taken, sizeof state.acks_taken[0]},
     {"changes-to-cut", &state.changes_to_cut, sizeof state.changes_to_cut},
+    {"environment", &state.environment_end, sizeof state.environment_end},
 };
 
 // REGISTER PLACE NUMBER...
 bool do_set(Words& words) {
-    const char* name = words.next();
-    const auto* found = std::begin(kRegisters);
-    while (strcmp(found->name, name) != 0) ++found;
-    const bool is_cmos = found->first == state.cmos;
-    if (is_cmos && survives(devices::kCmosFile)) return true;
-    char* to = static_cast<char*>(found->first) + found->width * static_cast<size_t>(words.number());
-    for (; words.more(); to += found->width) {
+    const Register& known = *find_row(kRegisters, words.next());
+    char* to = static_cast<char*>(known.first) + known.width * static_cast<size_t>(words.number());
+    for (; words.more(); to += known.width) {
         const int64_t value = words.number();
-        memcpy(to, &value, found->width);
+        memcpy(to, &value, known.width);
     }
-    return !is_cmos || devices::save_cmos();
+    return true;
 }
 
 bool do_network(Words&) {
@@ -168,43 +126,18 @@ bool do_network(Words&) {
     return true;
 }
 
-// --- What comes later
-
-bool do_command(Words& words) {
-    const char* name = keep(words.next());
-    const int status = static_cast<int>(words.number()) << 8;
-    return answers.add({name, status, words.number()});
-}
-
-bool do_fault(Words& words) {
-    Fault fault{};
-    fault.what = keep(words.next());
-    fault.op = keep(words.next());
-    for (uint32_t* number : {&fault.request, &fault.from, &fault.to})
-        *number = static_cast<uint32_t>(words.number());
-    fault.effect = words.number();
-    fault.text = keep(words.rest());
-    add_fault(fault);
-    return true;
-}
-
-bool do_storm(Words& words) {
-    const auto seed = static_cast<uint64_t>(words.number());
-    begin_storm(seed, words.number());
-    return true;
-}
-
-bool do_beat(Words& words) {
-    const char* path = keep(words.next());
-    const Nanos every = words.number();
-    add_beat(path, every, words.number());
-    return true;
-}
+// --- The rest
 
 bool do_log(Words& words) {
     const char* who = words.next();
     if (record::is_open() || !starts(who, "script")) record::Line(who).add(" %s", words.rest());
     return true;
+}
+
+// STATUS REASON
+bool do_end(Words& words) {
+    const auto status = static_cast<board::ExitCode>(words.number());
+    board::end(words.rest(), status);
 }
 
 struct Order {
@@ -214,22 +147,23 @@ struct Order {
 
 constexpr Order kOrders[] = {
     {"put", do_put},
+    {"directory", do_directory},
     {"size", do_size},
     {"remove", do_remove},
     {"env", do_env},
     {"flash", do_flash},
-    {"uevent", do_uevent},
+    {"uevent", devices::send_event},
     {"set", do_set},
     {"say", devices::mcu::say},
     {"answer", devices::mcu::answer},
     {"network", do_network},
-    {"command", do_command},
-    {"fault", do_fault},
-    {"storm", do_storm},
+    {"command", add_answer},
+    {"fault", add_fault},
+    {"storm", begin_storm},
     {"unfault", [](Words&) { return forget_faults(), true; }},
-    {"beat", do_beat},
+    {"beat", add_beat},
     {"log", do_log},
-    {"cut", [](Words&) { return board::end("cut", board::kCut), true; }},
+    {"end", do_end},
 };
 
 [[noreturn]] void fail(const char* why, unsigned line) {
@@ -251,11 +185,8 @@ char* keep(const char* text) {
 void run_order(unsigned line, char* text) {
     Words words(text);
     const char* name = words.next();
-    for (const Order& each : kOrders) {
-        if (strcmp(each.name, name) != 0) continue;
-        if (each.run(words)) return;
-    }
-    fail(name, line);
+    const Order* order = find_row(kOrders, name);
+    if (order == nullptr || !order->run(words)) fail(name, line);
 }
 
 void apply(char* orders) {
@@ -267,15 +198,9 @@ void apply(char* orders) {
         if (*time == '-') {
             run_order(line, words.rest());
         } else {
-            add_order(atoll(time), line, keep(words.rest()));
+            add_order(atoll(time), line, words.rest());
         }
     }
-}
-
-void begin(char* orders) {
-    apply(orders);
-    starting = false;
-    run_due();
 }
 
 void open_control(const char* path) {
@@ -284,37 +209,24 @@ void open_control(const char* path) {
     control_owner = getpid();
 }
 
-// Orders come in whole lines, and no more at once than fits. A child has none of them.
+// An order is done when its line is whole. A child has none of them.
 void take_control() {
     static char text[8192];
     static size_t used = 0;
     if (control < 0 || getpid() != control_owner) return;
     const std::lock_guard guard(event_lock);
-    const ssize_t got = real.read(control, text + used, sizeof text - 1 - used);
-    if (got <= 0) return;
-    used += static_cast<size_t>(got);
-    text[used] = '\0';
-    char* last = strrchr(text, '\n');
-    if (last == nullptr) return;
-    *last++ = '\0';
-    apply(text);
-    used -= static_cast<size_t>(last - text);
-    memmove(text, last, used);
+    while (real.read(control, text + used, 1) == 1) {
+        if (text[used] != '\n' && ++used < sizeof text) continue;
+        text[std::exchange(used, 0)] = '\0';
+        apply(text);
+    }
 }
 
 void reset() {
     forget_events();
     forget_faults();
-    answers.used = kept = 0;
-    starting = true;
-}
-
-const Answer* scripted_answer(const char* command) {
-    const Answer* last = nullptr;  // a later line overrides
-    for (const Answer& each : answers) {
-        if (strcmp(each.command, command) == 0) last = &each;
-    }
-    return last;
+    forget_answers();
+    kept = 0;
 }
 
 }  // namespace sim::script

@@ -3,13 +3,13 @@
 #pragma once
 
 #include "clock.h"
+#include "words.h"
 
 namespace sim::script {
 
 void reset();
 // Does the orders of now, and keeps those for later. One that cannot be done ends the board.
 void apply(char* orders);
-void begin(char* orders);  // those that a board starts with
 void run_order(unsigned line, char* order);
 void open_control(const char* path);  // a FIFO that brings orders while the board runs; null: none
 void take_control();
@@ -19,49 +19,28 @@ char* keep(const char* text);  // for as long as the script is in force
 extern clock::Lock event_lock;
 clock::Nanos next_due();
 void run_due();
-void end_at(double seconds);
-void reset_board(const char* reason, clock::Nanos delay);
 void watchdog_at(clock::Nanos time);  // when it bites, unless fed before
 
-// To be done later: an order or, where `every` says so, the beat of a process, a file whose first word it counts up.
-void add_order(clock::Nanos at, unsigned line, const char* order);
-void add_beat(const char* path, clock::Nanos every, clock::Nanos until);
+void add_order(clock::Nanos at, unsigned line, const char* order);  // to be done later
+bool add_beat(Words& words);  // PATH EVERY UNTIL: of a process, that counts up the first word of a file
 void forget_events();
 
 // What a scripted fault makes of a call of op ("open", "read", ...) on what: a negated error number, or the
 // number of bytes it may transfer. kNoFault when nothing was said about it.
 constexpr int64_t kNoFault = INT64_MAX;
-struct Fault {
-    const char* what;
-    const char* op;
-    uint32_t request;  // 0: any
-    uint32_t from, to;
-    int64_t effect;
-    const char* text;
-    uint32_t calls;
-    bool fired;
-};
-void add_fault(const Fault& fault);
+bool add_fault(Words& words);    // WHAT CALL REQUEST FROM TO EFFECT TEXT
+bool begin_storm(Words& words);  // SEED NANOSECONDS
 int64_t fault_of(const char* what, const char* op, uint32_t request = 0);
 void report_faults();  // those that never fired
 void forget_faults();
 
-// From now on, about every so often, the next of some call fails in a way that fits it. 0: the storm is over.
-void begin_storm(uint64_t seed, clock::Nanos every);
-bool is_stormy();
-int64_t effect_of_storm(const char* what, const char* op, uint32_t request);
 bool may_fail(const char* what);  // the script has a fault of it
 
 // To be called before anything takes effect that outlasts the board's power: it may be cut here.
 void count_change();
 
-// The scripted answer to a shell command.
-struct Answer {
-    const char* command;
-    int status;
-    clock::Nanos duration;
-};
-const Answer* scripted_answer(const char* command);
+bool add_answer(Words& words);  // to a shell command: NAME STATUS NANOSECONDS
+void forget_answers();
 
 // Does what the board makes of a shell command; the wait status, or a negated error number.
 int64_t run_command(const char* text);

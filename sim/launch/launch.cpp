@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cmath>
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
@@ -149,15 +150,21 @@ unsigned boot_number() {
 
 // Whatever is wrong with a script is told before anything is started.
 std::string compile(Compiler& compiler, const char* script) {
-    errno = 0;
-    std::ifstream file(script, std::ios::binary);
-    if (!file) refuse("%s: %s", script, strerror(errno));
     std::ostringstream text;
-    text << file.rdbuf();
-    std::string orders = compiler.compile(text.str());
+    if (script != nullptr) {
+        errno = 0;
+        std::ifstream file(script, std::ios::binary);
+        if (!file) refuse("%s: %s", script, strerror(errno));
+        text << file.rdbuf();
+    }
+    std::string orders = compiler.start(text.str());
     for (const auto& [line, problem] : compiler.problems())
         fprintf(stderr, "simulated board: %s:%u: %s\n", script, line, problem.c_str());
     if (!compiler.problems().empty()) exit(kRefused);
+    if (const char* seconds = getenv("MARL_SIM_FOR")) {
+        const double nanos = std::min(strtod(seconds, nullptr), 9e9) * 1e9;
+        orders += "0 " + std::to_string(std::llround(nanos)) + " end 0 end time\n";
+    }
     return orders;
 }
 
@@ -286,8 +293,7 @@ int main(int argc, char** argv) {
     check_program(argv[1], own);
     check_library(library.c_str(), own);
     Compiler compiler(boot_number());
-    const char* script = getenv("MARL_SIM_BOARD");
-    const std::string orders = script != nullptr ? compile(compiler, script) : "";
+    const std::string orders = compile(compiler, getenv("MARL_SIM_BOARD"));
     if (compiler.wants_network() && !sim::launch::has_own_network()) make_network();
     preload_board(library, orders);
     if (ask_loader(argv + 1).find("\t" + preload + " (") == std::string::npos) {

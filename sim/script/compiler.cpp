@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "devices.h"
+#include "launch/run.h"
 #include "source.h"
 #include "verbs.h"
 
@@ -35,6 +37,16 @@ Line take_prefixes(Source& source, unsigned number, std::string_view text, unsig
 }
 
 }  // namespace
+
+// A board that was on before has its flash, CMOS and settings still, and nothing of what was volatile.
+std::string Compiler::start(std::string_view script) {
+    const bool was_on = boot_ > 1;
+    const std::string gone = was_on ? "0 - remove /tmp\n0 - remove /proc\n0 - remove /sys\n" : "";
+    known_.outlasts = was_on;
+    const std::string orders = compile(script);
+    known_.outlasts = false;
+    return gone + kEmptyBoard + "0 - put " + launch::kBootsFile + " 0 " + bytes_of(boot_) + "\n" + orders;
+}
 
 std::string Compiler::compile(std::string_view text) {
     std::vector<Line> lines;

@@ -19,8 +19,9 @@ struct Problem {
 
 // What later lines depend on. Partitions and devices are known in the order of the times they come at.
 struct Known {
-    bool environment = false;
+    unsigned environment = 0;  // where it ends; 0: there is none
     bool network = false;
+    bool outlasts = false;  // what was saved before is there, and not made a second time
     unsigned serial_ports = 0;
 };
 
@@ -29,6 +30,8 @@ class Compiler {
     // `boot`: how often the board was switched on, from 1. Lines of other boots are looked at, and left out.
     explicit Compiler(unsigned boot) : boot_(boot) {}
 
+    // The orders of a board that is switched on: those of its script, after those that every board has.
+    std::string start(std::string_view script);
     // The orders of some lines. Those that are wrong make none.
     std::string compile(std::string_view text);
     // The orders of one that acts now, while the board runs.

@@ -47,7 +47,7 @@ void make_mtd(Source& source) {
     const unsigned erase_size = source.is("erase") ? static_cast<unsigned>(source.number()) : kEraseSize;
     const std::string image = source.rest();
     source.wants(image.empty() || std::ifstream(image).good(), "a file", image);
-    source.wants(number != 1 || !source.known.environment, "before the first env", name);
+    source.wants(number != 1 || source.known.environment == 0, "before the first env", name);
     source.order("put /proc/mtd new dev:    size   erasesize  name\\n");
     source.order("put /proc/mtd end mtd%u: %08x %08x \"%s\"\\n", number, size, erase_size, name.c_str());
     source.order("flash /dev/mtd/%u %u %s", number, size, image.c_str());

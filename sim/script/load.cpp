@@ -12,8 +12,7 @@ namespace {
 script::Compiler compiler(1);
 
 // A test must not go on with a board that it did not ask for.
-std::string compiled(const char* text) {
-    std::string orders = compiler.compile(text);
+std::string checked(std::string orders) {
     for (const auto& [line, problem] : compiler.problems())
         fprintf(stderr, "simulated board: script:%u: %s\n", line, problem.c_str());
     if (!compiler.problems().empty()) _exit(2);
@@ -24,14 +23,14 @@ std::string compiled(const char* text) {
 
 void load(const char* script) {
     compiler = script::Compiler(1);
-    start_anew(compiled(script));
+    start_anew(checked(compiler.start(script)));
 }
 
 void restart(const char* script) {
     compiler = script::Compiler(2);
-    start_again(compiled(script));
+    start_again(checked(compiler.start(script)));
 }
 
-void run(const char* script_lines) { follow(compiled(script_lines)); }
+void run(const char* script_lines) { follow(checked(compiler.compile(script_lines))); }
 
 }  // namespace sim

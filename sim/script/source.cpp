@@ -12,15 +12,8 @@ namespace sim::script {
 namespace {
 
 constexpr const char* kBlanks = " \t";
-constexpr std::string_view kTops[] = {"/dev", "/proc", "/sys", "/mnt", "/tmp", "/etc"};
-constexpr std::string_view kOfTheMachine[] = {"/dev/null", "/proc/self"};
-
-template <size_t kCount>
-bool is_under(const std::string_view (&tops)[kCount], std::string_view path) {
-    return std::any_of(std::begin(tops), std::end(tops), [path](std::string_view top) {
-        return path.starts_with(top) && (path.size() == top.size() || path[top.size()] == '/');
-    });
-}
+constexpr std::string_view kLasting[] = {"/mnt", "/dev/mtd", "/etc", "/."};
+constexpr std::string_view kOfFiles[] = {"put", "size", "remove", "flash"};  // orders
 
 std::string one_of_the_devices() {
     std::string list = "one of";
@@ -85,9 +78,7 @@ Nanos Source::seconds() {
 
 std::string Source::path() {
     const std::string found = next();
-    const bool is_inside = is_under(kTops, found) && !is_under(kOfTheMachine, found);
-    wants(is_inside && found.find("..") == std::string::npos,
-          "a path below /dev, /proc, /sys, /mnt, /tmp or /etc", found);
+    wants(is_of_the_board(found), "a path below /dev, /proc, /sys, /mnt, /tmp or /etc", found);
     return found;
 }
 
@@ -103,12 +94,22 @@ bool Source::wants(bool is_right, std::string_view wanted, std::string_view foun
     return is_right;
 }
 
+bool Source::is_saved(std::string_view path) const {
+    const bool is_at_start = known.outlasts && time_ == kAtOnce;
+    return is_at_start && std::any_of(std::begin(kLasting), std::end(kLasting),
+                                      [path](std::string_view top) { return path.starts_with(top); });
+}
+
 void Source::order(const char* format, ...) {
     char what[4096];
     va_list arguments;
     va_start(arguments, format);
     vsnprintf(what, sizeof what, format, arguments);
     va_end(arguments);
+    char verb[8], path[512];
+    const bool is_of_file = sscanf(what, "%7s %511s", verb, path) == 2 &&
+                            std::find(std::begin(kOfFiles), std::end(kOfFiles), verb) != std::end(kOfFiles);
+    if (is_of_file && is_saved(path)) return;
     const std::string time = time_ == kAtOnce ? "-" : std::to_string(time_);
     orders_.append(std::to_string(line_)).append(" ").append(time).append(" ").append(what).append("\n");
 }

@@ -41,6 +41,8 @@ class Source {
         if (problem_.empty()) problem_ = other.problem_;
     }
 
+    // Whether a file is still as it was saved before the board was switched on again: it is not made a second time.
+    bool is_saved(std::string_view path) const;
     void at(Nanos time) { time_ = time; }  // the orders from here on are for then
     Nanos time() const { return time_; }
     __attribute__((format(printf, 2, 3))) void order(const char* format, ...);

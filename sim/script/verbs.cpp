@@ -1,5 +1,6 @@
 #include "verbs.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <iterator>
@@ -7,15 +8,25 @@
 namespace sim::script {
 namespace {
 
-// The first four bytes are a checksum that readers do not look at.
 constexpr const char* kEnvironment = "/dev/mtd/1";
-constexpr const char* kHexByte = "a byte in hexadecimal";
+constexpr unsigned kChecksum = 4;  // bytes that it begins with, and that readers do not look at
+
+std::string byte_of(uint64_t number) {
+    char text[8];
+    snprintf(text, sizeof text, "\\x%02x", static_cast<unsigned>(number & UINT8_MAX));
+    return text;
+}
 
 void make_env(Source& source) {
     const std::string text = source.rest();
     source.wants(text.find('=') != std::string::npos, "NAME=VALUE", text);
-    source.known.environment = true;
-    source.order("env %s", text.c_str());
+    unsigned& end = source.known.environment;
+    end = std::max(end, kChecksum) + static_cast<unsigned>(text.size() + 1);
+    if (source.is_saved(kEnvironment)) {
+        source.order("set environment 0 %u", end);
+    } else {
+        source.order("env %s", text.c_str());
+    }
 }
 
 void make_short_env(Source& source) {
@@ -35,9 +46,7 @@ void make_whole_file(Source& source) {
 
 void make_word(Source& source) {
     const std::string path = source.path();
-    const auto value = static_cast<uint32_t>(source.number());
-    source.order("put %s 0 \\x%02x\\x%02x\\x%02x\\x%02x", path.c_str(), value & 255, value >> 8 & 255,
-                 value >> 16 & 255, value >> 24);
+    source.order("put %s 0 %s", path.c_str(), bytes_of(static_cast<uint32_t>(source.number())).c_str());
 }
 
 void make_truncate(Source& source) {
@@ -51,18 +60,22 @@ void make_padded_uevent(Source& source) {
     source.order("uevent %u %s", size, source.rest().c_str());
 }
 
-// A list of numbers, as the board takes them.
-std::string numbers(Source& source, int base, uint64_t most, const char* wanted) {
+// BYTE..., as the board takes them.
+std::string hex_bytes(Source& source) {
     std::string list;
     do {
-        list += " " + std::to_string(source.number(base, most, wanted));
+        list += byte_of(source.number(16, UINT8_MAX, "a byte in hexadecimal"));
     } while (source.more());
     return list;
 }
 
 void make_level(Source& source) {
     const auto line = static_cast<unsigned>(source.number(0, 71, "a GPIO line, 0 to 71"));
-    source.order("set level %u%s", line, numbers(source, 10, 1, "0 or 1").c_str());
+    std::string levels;
+    do {
+        levels += source.number(10, 1, "0 or 1") == 0 ? " 0" : " 1";
+    } while (source.more());
+    source.order("set level %u%s", line, levels.c_str());
 }
 
 void make_rtc(Source& source) {
@@ -87,7 +100,7 @@ void make_storm(Source& source) {
 
 void make_cmos(Source& source) {
     const auto offset = static_cast<unsigned>(source.number(0, UINT8_MAX, "an offset, 0 to 255"));
-    source.order("set cmos %u%s", offset, numbers(source, 16, UINT8_MAX, kHexByte).c_str());
+    source.order("put /.cmos %u %s", offset, hex_bytes(source).c_str());
 }
 
 // A text of so many bytes at most, the last of which is NUL.
@@ -111,17 +124,16 @@ void make_acks(Source& source) {
     std::string list;
     for (; source.more(); ++count) list += " " + std::to_string(source.number(16));
     source.wants(count <= kMost, "16 at most", std::to_string(count));
-    source.order("set acks-taken 0 0 %zu", count);
-    if (count > 0) source.order("set acks 0%s", list.c_str());
+    source.order("set acks 0 0 %zu%s", count, list.c_str());
 }
 
-void make_mcu_say(Source& source) { source.order("say%s", numbers(source, 16, UINT8_MAX, kHexByte).c_str()); }
+void make_mcu_say(Source& source) { source.order("say %s", hex_bytes(source).c_str()); }
 
 void make_mcu_answer(Source& source) {
     const auto command = static_cast<unsigned>(source.number(0, 31, "a command, 0 to 31"));
     const auto operation = static_cast<unsigned>(source.number(0, 1, "0 or 1"));
-    const std::string bytes = source.more() ? numbers(source, 16, UINT8_MAX, kHexByte) : "";
-    source.order("answer %u %u%s", command, operation, bytes.c_str());
+    const std::string bytes = source.more() ? hex_bytes(source) : "";
+    source.order("answer %u %u %s", command, operation, bytes.c_str());
 }
 
 void make_command(Source& source) {
@@ -225,11 +237,15 @@ constexpr Verb kVerbs[] = {
     {"spi0 status", "N", nullptr, "set status 0"},
     {"spi0 2a", "N", nullptr, "set 2a 0"},
     {"vpfe stalled", "N", nullptr, "set stalled 0"},
-    {"cut now", "", nullptr, "cut"},
+    {"cut now", "", nullptr, "end 6 cut"},
     {"cut", "N", nullptr, "set changes-to-cut 0"},
 };
 
 }  // namespace
+
+std::string bytes_of(uint32_t number) {
+    return byte_of(number) + byte_of(number >> 8) + byte_of(number >> 16) + byte_of(number >> 24);
+}
 
 std::string known_lines() {
     std::string list;
