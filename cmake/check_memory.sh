@@ -19,13 +19,14 @@ if setarch -R true 2>/dev/null; then fixed_addresses=(setarch -R); fi
 own_pages() {
     local text=$1 pid tries=0
     shift
-    rm -f "$work/journal"
+    rm -f "$work/journal" "$work/output"  # or the last one's text would be taken for this one's
     MARL_SIM_BOARD=$board MARL_SIM_TIME=real MARL_SIM_JOURNAL=$work/journal "${fixed_addresses[@]}" "$@" \
         </dev/null >"$work/output" 2>&1 &
     pid=$!
     until grep -qsF "$text" "$work/journal" "$work/output" || [ $((tries += 1)) -gt 600 ]; do sleep 0.1; done
     awk '/^Anonymous:/ { sum += $2 } END { print sum }' "/proc/$pid/smaps"
     kill "$pid"
+    wait "$pid" 2>/dev/null || true
 }
 
 bare=$(own_pages waiting "$plain")
