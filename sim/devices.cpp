@@ -206,6 +206,15 @@ int64_t erase_flash(int descriptor, void* argument, Line& line) {
     return erase(descriptor, from, length);
 }
 
+// For tools of others, which ask the driver for it: NOR flash with sectors of 64 KiB.
+int64_t geometry(int descriptor, void* argument, Line&) {
+    struct stat info {};
+    if (fstat(descriptor, &info) != 0) return -errno;
+    const uint32_t record[8] = {3, 0xC00, static_cast<uint32_t>(info.st_size), 0x10000, 1};
+    memcpy(argument, record, sizeof record);
+    return 0;
+}
+
 struct Request {
     const char* path;
     uint32_t number;
@@ -237,6 +246,7 @@ constexpr Request kRequests[] = {
     {"/dev/davinci_vpfe", 0x80145603, stall_record},
     {"/dev/davinci_vpfe", 0x80045609, show_word},
     {"/dev/mtd/", 0x40084D02, erase_flash},
+    {"/dev/mtd/", 0x80204D01, geometry},
 };
 
 }  // namespace

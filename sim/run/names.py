@@ -61,7 +61,7 @@ REQUESTS = {
         0xC004650B: "open the protection",
     },
     "/dev/davinci_vpfe": {0x80145603: "read capture interrupts", 0x80045609: "set camera module"},
-    "/dev/mtd/": {0x40084D02: "erase"},
+    "/dev/mtd/": {0x40084D02: "erase", 0x80204D01: "geometry"},
     "socket": {
         0x890B: "add route",
         0x890C: "delete route",
