@@ -2,25 +2,9 @@
 // is left after every fault and power cut.
 #include <libmarl.h>
 
-#include <cstdlib>
 #include <cstring>
 
 #include "helpers/board.h"
-
-size_t g_largest_memory = SIZE_MAX;  // that can be had
-
-// Sanitizers have memory of their own.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define MARL_MEMORY_IS_LIMITED
-extern "C" {
-void* __libc_malloc(size_t size);                 // NOLINTBEGIN(bugprone-reserved-identifier)
-void* __libc_calloc(size_t number, size_t size);  // NOLINTEND(bugprone-reserved-identifier)
-void* malloc(size_t size) noexcept { return size > g_largest_memory ? nullptr : __libc_malloc(size); }
-void* calloc(size_t number, size_t size) noexcept {
-    return number * size > g_largest_memory ? nullptr : __libc_calloc(number, size);
-}
-}
-#endif
 
 namespace {
 
@@ -88,41 +72,6 @@ Ints info_of(RawFlash* flash) {
     RawFlashInfo info{};
     const int result = flash->getinfo(flash, &info);
     return {result, static_cast<int>(info.size), static_cast<int>(info.sector_size)};
-}
-
-TEST(FlashTable, IsReadAsAWholeOrNotAtAll) {
-    const std::string no_row = "err \"sscanf /proc/mtd: Invalid argument\\n\"";
-    const std::string no_table = "err \"open /proc/mtd failed\\n\"";
-    const std::string long_name = "file /proc/mtd mtd2: 10000 10000 \"" + std::string(120, 'x') + "\"\n";
-    const std::pair<std::string, std::string> cases[] = {
-        {"file /proc/mtd mtd0: none\n", no_row},
-        {"file /proc/mtd mtd0:\n", no_row},
-        {"file /proc/mtd mtd0: 20000\n", no_row},
-        {"file /proc/mtd mtd0: 20000 0\n", no_row},
-        {kRows + "file /proc/mtd mtd2: none\n", no_row},
-        {kRows + "file /proc/mtd mtd2: ff000000 10000\n", no_row},
-        {"", no_table},
-        {kRows + "fault /proc/mtd open 1 EIO\n", no_table},
-        {kRows + "fault /proc/mtd read 1 EIO\n", no_table},
-        {kRows + long_name + long_name + "fault /proc/mtd read 2 EIO\n", no_table},
-    };
-    for (const auto& [script, message] : cases) {
-        load(script);
-        EXPECT_EQ(flash_init(), -1) << script;
-        EXPECT_TRUE(journal_follows({message})) << script;
-    }
-    // In whatever order, by the names of the rows alone, fifteen of them.
-    std::string many = "file /proc/mtd mtd0: 10000 1000 \"mtd1: 1\"\n" + long_name;
-    for (int i = 16; i > 0; --i)
-        many += "file /proc/mtd mtd" + std::to_string(i) + ": " + std::to_string(i) + "0000 10000 \"p\"\n";
-    load(many);
-    EXPECT_EQ(flash_init(), 15);
-    EXPECT_TRUE(journal_follows(
-        {"/proc/mtd open", "out \"[libmarl] ####CFG_FLASH_SEC_SIZE=0x1000\\n\"",
-         "out \"[libmarl] NUM_MTDS=15\\n\"", "out \"[libmarl] ####MTD_START[0]=0x2000000\\n\"",
-         "out \"[libmarl] ####MTD_START[2]=0x2020000\\n\"", "out \"[libmarl] ####MTD_START[3]=0x2030000\\n\"",
-         "out \"[libmarl] ####MTD_START[15]=0x2870000\\n\""}));
-    EXPECT_EQ(count("/proc/mtd open"), 1U);
 }
 
 TEST(Flash, WritesOnlyWhatDiffers) {
@@ -229,33 +178,6 @@ TEST(Flash, ReleasesTheStorageBusOnce) {
     EXPECT_EQ(Ints({flash->skip_cmos_mark(flash), flash->release(flash)}), Ints(2, 0));
     EXPECT_EQ(count("/dev/misc/rtc"), 0U);
 }
-
-#ifdef MARL_MEMORY_IS_LIMITED
-TEST(Flash, NeedsMemoryOnlyToCompareOrToFillUp) {
-    load_board();
-    RawFlash* flash = nullptr;
-    Ints results(5);
-    g_largest_memory = 16;
-    results[0] = createRawFlash(&kHost, &flash);
-    g_largest_memory = sizeof(RawFlash);
-    results[1] = createRawFlash(&kHost, &flash);
-    g_largest_memory = SIZE_MAX;
-    EXPECT_EQ(flash, nullptr);
-    EXPECT_TRUE(
-        journal_follows({"out \"malloc(sizeof(RawFlash))\\n\"", "out \"malloc(sizeof(priv_module))\\n\""}));
-    flash = create();
-    const Bytes bytes(2 * kSector, 0x5A);
-    g_largest_memory = 16;
-    results[2] = flash->write(flash, bytes.data(), kFirst, 2 * kSector);
-    results[3] = flash->write(flash, bytes.data(), kFirst, kSector + 1);
-    results[4] = flash->write(flash, bytes.data(), kSecond, kSector);
-    g_largest_memory = SIZE_MAX;
-    EXPECT_EQ(results, Ints({-1, -1, 2 * kSector, -1, -1}));
-    EXPECT_EQ(counts({"out \"calloc 0x10000\\n\"", "/dev/mtd/0 ioctl", "/dev/mtd/1 ioctl", "umount"}),
-              Ints({2, 2, 0, 0}));
-    EXPECT_EQ(flash->release(flash), 0);
-}
-#endif
 
 TEST(UpgradeFlag, IsToldWhenItCannotBeSetAndTriedAgain) {
     load_board();

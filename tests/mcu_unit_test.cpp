@@ -11,8 +11,6 @@
 #include <cstring>
 #include <deque>
 #include <functional>
-#include <memory>
-#include <random>
 
 #include "helpers/board.h"
 #include "mcu/ring.h"
@@ -78,26 +76,6 @@ void run_together(const std::vector<std::function<void()>>& bodies) {
     for (const pthread_t thread : threads) pthread_join(thread, nullptr);
 }
 
-TEST(Ring, IsAQueueAcrossItsEndAndTheCounters) {
-    std::mt19937 random(7);
-    auto fifo = std::make_unique<mcu_fifo>();
-    fifo->in = fifo->out = UINT32_MAX - 20'000;
-    std::deque<uint8_t> queue;
-    uint8_t data[5000];
-    while (fifo->out - 20'000 > 20'000) {  // until well past the wrap
-        const auto put = static_cast<uint32_t>(random() % sizeof data);
-        for (uint32_t i = 0; i < put; ++i) data[i] = static_cast<uint8_t>(random());
-        const uint32_t stored = fifo_put(*fifo, data, put);
-        ASSERT_EQ(stored, std::min<size_t>(put, MCU_RING_SIZE - queue.size()));
-        queue.insert(queue.end(), data, data + stored);
-        const auto get = static_cast<uint32_t>(random() % sizeof data);
-        const uint32_t taken = fifo_get(*fifo, data, get);
-        ASSERT_EQ(taken, std::min<size_t>(get, queue.size()));
-        ASSERT_TRUE(std::equal(data, data + taken, queue.begin()));
-        queue.erase(queue.begin(), queue.begin() + taken);
-    }
-}
-
 // ---- The link
 
 TEST(Link, UnknownCommandsAndBrokenFramesAreDropped) {
@@ -151,25 +129,6 @@ TEST(Link, TwoCallersShareTheDevice) {
               {18, 21});
     run_together({[] { EXPECT_EQ(query(18), Ints({0, 1})); }, [] { EXPECT_EQ(query(21), Ints({0, 2})); }});
     EXPECT_EQ(counts({"/dev/mcu open", "out \"\\e[0;35m"}), Ints({1, 1})) << "one reader";
-}
-
-TEST(Link, OpensAgainAfterAFailure) {
-    sim::load("");
-    const uint8_t byte = 1;
-    EXPECT_EQ(Ints({mcu_write(&byte, 1), mcu_open()}), Ints(2, -1));
-    EXPECT_TRUE(
-        journal_follows({"/dev/mcu open", "thread start",
-                         "out \"--Assert(File:src/mouse/SpiUtil::Line:", "/dev/mcu open", "thread start"}));
-    EXPECT_EQ(count("out \"\\e[0;35m"), 0U) << "nothing to read";
-    sim::run("present /dev/mcu\nfault thread pthread_create 1 EAGAIN");
-    sim::clear_journal();
-    EXPECT_EQ(mcu_open(), -1);
-    EXPECT_TRUE(journal_follows({"/dev/mcu open rw",
-                                 "err \"pthread_create spi read\\n: Resource temporarily unavailable\\n\"",
-                                 "/dev/mcu close"}));
-    EXPECT_EQ(count("out "), 0U);
-    EXPECT_EQ(Ints({mcu_write(&byte, 1), mcu_write(&byte, 0)}), Ints({1, -1}));
-    EXPECT_EQ(count("out \"--Assert(File:src/mouse/SpiUtil::Line:"), 1U);
 }
 
 TEST(Link, WritesAreRepeatedForALimitedTime) {

@@ -152,27 +152,6 @@ TEST(Store, ASaveThatFailsLeavesWhatWasThere) {
     EXPECT_EQ(read_file(kMain) + read_file(kBackup), "PRIO = 0\nPRIO = 0\n");
 }
 
-TEST(Store, RefusesWhatWouldBreakTheFile) {
-    const std::string content = "HOSTIP = 10.0.0.1\nUSEDHCP = 1\n", server = "nameserver 10.0.0.1\n";
-    load("");
-    write_file(kMain, content);
-    write_file(kResolver, server);
-    for (const char* value :
-         {"10.0.0.2\nUSEDHCP = 0", "10.0.0.2\n", "10.0.0.2\r", "\n", "", "10.0.0.2 3", "\t10.0.0.2"}) {
-        EXPECT_EQ(Ints({SaveEthAttr("eth0", kIp, value), NetConfigWriteKey(kMain.c_str(), "HOSTIP", value)}),
-                  Ints(2, -1))
-            << value;
-        if (*value == '\0') continue;  // a line of the resolver file may be without server
-        EXPECT_EQ(Ints({NetSetDNS(value, nullptr), NetSetDNS("10.0.0.9", value)}), Ints(2, -1)) << value;
-    }
-    for (const char* key : {"", "HOST\nIP", "HOSTIP\r", " ", "=", "I ", " = "})
-        EXPECT_EQ(NetConfigWriteKey(kMain.c_str(), key, "1"), -1) << key;
-    EXPECT_EQ(NetSetDNS(std::string(52, '1').c_str(), "10.0.0.9"), -1) << "more than is read of a line";
-    EXPECT_EQ(read_file(kMain) + read_file(kResolver), content + server);
-    EXPECT_EQ(counts({kMain, kBackup, "/dev/misc/rtc", kResolver}), Ints(4, 0));
-    EXPECT_EQ(NetSetDNS(std::string(51, '1').c_str(), ""), 0);
-}
-
 TEST(Store, KnowsAFactoryReset) {
     const char* const power_lost = "out \"\\e[1;33m[libmarl] WARN (src/net/net|NetConfigBeenReset|";
     const struct {

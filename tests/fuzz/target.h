@@ -61,6 +61,20 @@ struct Target {
     static inline Target* first = nullptr;
 };
 
+inline const Target* target_named(const std::string& name) {
+    const Target* target = Target::first;
+    while (target != nullptr && target->name != name) target = target->next;
+    return target;
+}
+
+inline void run_target(const Target& target, std::string_view bytes) {
+    constexpr int kKept = 4;  // descriptors that the library keeps, at most: leaks soon add up to more
+    memory::clear();
+    Input input(bytes);
+    target.run(input);
+    require(memory::descriptors() <= kKept);
+}
+
 #define TARGET(name)                                       \
     static void fuzz_##name(Input& input);                 \
     static const Target name##_target(#name, fuzz_##name); \

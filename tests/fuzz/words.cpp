@@ -128,9 +128,13 @@ bool reboots() {
 }  // namespace
 
 TARGET(mcu_stream) {
-    for (uint32_t command = 0; command <= MCU_COMMAND_MAX; ++command) initSpiUtilDev(command);
-    const size_t step = 1 + input.byte() % 9U;
-    g_stream = {input.rest(), 0, step};
+    const uint8_t how = input.byte();
+    for (uint32_t command = 0; command <= MCU_COMMAND_MAX; ++command) {
+        if (initSpiUtilDev(command) == nullptr) continue;
+        const marl::mcu::HeldRing ring(command);
+        ring.get().in = ring.get().out = UINT32_MAX - how;  // which soon pass their end, and that of the ring
+    }
+    g_stream = {input.rest(), 0, 1 + how % 9U};
     memory::answers.read = [](void* data, size_t size) -> ssize_t {
         auto& [bytes, at, most] = g_stream;
         const size_t count = bytes.copy(static_cast<char*>(data), std::min(size, most), at);

@@ -189,23 +189,6 @@ TEST(Coprocessor, StartWithoutAVersionRecord) {
     }
 }
 
-// Else no later start would ask again.
-TEST(Coprocessor, AVersionRecordIsWholeOrNotThere) {
-    const std::string fault = "fault /mnt/mtd/dm365_version ", part = fault + "write 1 short 10\n";
-    const std::pair<std::string, size_t> cases[] = {{fault + "write 1 ENOSPC\n", 0},
-                                                    {part + fault + "write 2 ENOSPC\n", 0},
-                                                    {part + fault + "write 2 short 0\n", 0},
-                                                    {fault + "close 1 EDQUOT\n", 0},
-                                                    {part, 64}};
-    for (const auto& [script, size] : cases) {
-        const scenario::BoardDirectory board;
-        const auto run = run_sentrel(kUnknown + script, 28, {.root = board.path()});
-        EXPECT_EQ(run.journal.count("err \"creat dm365_version\\n: "), size == 0 ? 1U : 0U) << script;
-        EXPECT_EQ(board.read("/mnt/mtd/dm365_version").size(), size) << script;
-        EXPECT_EQ(std::filesystem::exists(board.path() + "/mnt/mtd/dm365_version"), size > 0) << script;
-    }
-}
-
 TEST(Coprocessor, CaptureStallIsResetTwiceThenReported) {
     const auto run =
         run_sentrel(kKnown + "vpfe stalled 1\nat 200 vpfe stalled 0\nat 300 vpfe stalled 1\n", 400);
