@@ -150,18 +150,6 @@ TEST(Flash, MapsAddressesAndRefusesTheRest) {
     EXPECT_EQ(count("/"), 0U) << "an object that is gone";
 }
 
-TEST(Flash, EndsWithTheLastPartition) {
-    load(kRows + "file /proc/mtd mtd10: 50000 10000 \"behind a gap\"\nfile /dev/mtd/0 x\nfile /dev/mtd/1 x");
-    RawFlash* flash = create();
-    sim::clear_journal();
-    EXPECT_EQ(Ints({write(flash, kThird - kSector, kSector + 1), write(flash, kThird, kSector)}),
-              Ints(2, -1));
-    EXPECT_EQ(count("/dev/mtd/"), 0U);
-    EXPECT_TRUE(journal_follows({"out \"addr=0x2120000,MTD_START[0]=0x2000000,MTD_START[2]=0x2120000\\n\"",
-                                 "out \"addr=0x2120000\\n\""}));
-    EXPECT_EQ(flash->release(flash), 0);
-}
-
 TEST(Flash, ReleasesTheStorageBusOnce) {
     HWINFO.store_interface = 3;
     load_board("level 9 1\nfile /dev/misc/ataen\n");
@@ -323,7 +311,6 @@ TEST(CoprocessorUpgrade, ShipsChecksummedFrames) {
 // The link is asked again, a frame offered again while the link answers, and resent four times.
 TEST(CoprocessorUpgrade, SurvivesAFaultAtEveryCall) {
     const std::tuple<std::string, int, size_t, std::string> cases[] = {
-        {"open 1 EIO", -1, 0, "err \"open dm6446 spi fail\\n\""},
         {"ioctl:0x40047305 1 EIO", 100, 1, ""},
         {"ioctl:0x80047304 1 EIO", 100, 1, ""},
         {"write 1 EIO", 100, 2, "err \"[libmarl]: ERROR, transmit upgrade-data failed\\n\""},

@@ -46,24 +46,13 @@ TEST(Cmos, TransfersCarryTheOffsetInFront) {
     EXPECT_EQ(byte, 77) << "a failed read leaves the caller's bytes alone";
 }
 
-TEST(Cmos, MissingDeviceIsReportedEveryTimeAndTheExemptModelNeverAsks) {
+TEST(Cmos, IsNotThereOnOneModel) {
     load("missing /dev/misc/rtc");
     uint8_t byte = 9;
-    const std::string report = "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|openCMOS|";
-    EXPECT_EQ(Ints({readCMOS(1, &byte, 1), writeCMOS(1, &byte, 1)}), Ints(2, -1));
-    EXPECT_TRUE(journal_follows({report, report}));
-    EXPECT_TRUE(seen("):  can't open /dev/misc/rtc (fd = -1)\\n\\e[m"));
     strcpy(HWINFO.product_model, "QZ-CA-KZ9-N");
     sim::clear_journal();
     EXPECT_EQ(Ints({readCMOS(42, &byte, 1), byte, writeCMOS(42, &byte, 1)}), Ints(3, 0));
     EXPECT_EQ(sim::journal(), "");
-}
-
-TEST(Wireless, IsPresentWhenTheKernelListsIt) {
-    load("file /proc/net/wireless eth2: 0001 54 200 0");
-    EXPECT_EQ(Ints({NetWirelessPresent("eth2"), NetWirelessPresent("eth3")}), Ints({0, -1}));
-    load("");
-    EXPECT_EQ(NetWirelessPresent("eth2"), -2);
 }
 
 }  // namespace

@@ -1,14 +1,14 @@
 // usage: fuzz TARGET [options and corpora of libFuzzer]; without a target the names of all.
 #include "target.h"
 
-static const Target* g_target = nullptr;
+static Target g_target = nullptr;
 
 extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments) {
     const std::string name = *count > 1 ? (*arguments)[1] : "";
-    for (const Target* each = Target::first; name.empty() && each != nullptr; each = each->next)
-        puts(each->name);
-    g_target = target_named(name);
-    if (g_target == nullptr) exit(name.empty() ? 0 : 2);
+    for (const auto& [each, target] : g_targets)
+        if (name.empty()) puts(each.c_str());
+    if (!g_targets.contains(name)) exit(name.empty() ? 0 : 2);
+    g_target = g_targets[name];
     (*arguments)[1] = (*arguments)[0];
     ++*arguments;
     --*count;
@@ -16,6 +16,6 @@ extern "C" int LLVMFuzzerInitialize(int* count, char*** arguments) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    run_target(*g_target, {reinterpret_cast<const char*>(data), size});
+    run_target(g_target, {reinterpret_cast<const char*>(data), size});
     return 0;
 }

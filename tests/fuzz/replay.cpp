@@ -28,8 +28,8 @@ static std::string mixed(const std::vector<std::string>& inputs) {
 }
 
 int main(int argc, char** argv) {
-    const Target* const target = argc == 4 ? target_named(argv[1]) : nullptr;
-    if (target == nullptr) return 2;
+    if (argc != 4 || !g_targets.contains(argv[1])) return 2;
+    const Target target = g_targets[argv[1]];
     std::vector<std::string> inputs;
     for (const auto& file : std::filesystem::directory_iterator(argv[2])) {
         std::ostringstream text;
@@ -37,6 +37,6 @@ int main(int argc, char** argv) {
         inputs.push_back(text.str());
     }
     std::sort(inputs.begin(), inputs.end());  // in whatever order the directory has them
-    for (const std::string& input : inputs) run_target(*target, input);
-    for (unsigned long i = strtoul(argv[3], nullptr, 0); i > 0; --i) run_target(*target, mixed(inputs));
+    for (const std::string& input : inputs) run_target(target, input);
+    for (unsigned long i = strtoul(argv[3], nullptr, 0); i > 0; --i) run_target(target, mixed(inputs));
 }

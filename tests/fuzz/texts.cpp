@@ -117,13 +117,16 @@ TARGET(resolver) {
 }
 
 TARGET(host_name) {
+    static std::string name;
+    name = input.rest().c_str();
+    const bool is_name = !name.empty() && name[0] != '-' && std::all_of(name.begin(), name.end(), [](char each) {
+        return isalnum(static_cast<uint8_t>(each)) || each == '-' || each == '.';
+    });
     memory::answers.command = [](std::string_view command) {
-        require(command.starts_with("hostname ") && command.size() < 64 && command[9] != '-');
-        require(std::all_of(command.begin() + 9, command.end(), [](char each) {
-            return isalnum(static_cast<uint8_t>(each)) || each == '-' || each == '.';
-        }));
+        require(command == ("hostname " + name).substr(0, 63));
+        name = "set";
     };
-    NetSetHostName(input.rest().c_str());
+    require(NetSetHostName(name.c_str()) == (is_name ? 0 : -1) && (name == "set") == is_name);
 }
 
 TARGET(proc_field) {

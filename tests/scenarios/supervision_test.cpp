@@ -39,9 +39,6 @@ TEST(Heartbeat, AStallRebootsAtTheFourthUnchangedCheck) {
         {kMediaGuardBeats + "beat /tmp/encode_to_sentrel every 1 until 60\n", 83.2,
          "out \"[sentrel] encode is killed\\n\"", 1},
         {"", 31.2, kNone, 6},
-        // A process that dies is judged, whether it leaves its file truncated or standing.
-        {kEncodeBeats + kMediaGuardStalls + "at 61 truncate " + kMediaGuard + " 0\n", 88.4, kNone, 7},
-        {kEncodeBeats + kMediaGuardStalls + "at 61 delete " + kMediaGuard + "\n", 83.2, kKilled, 1},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.script);
@@ -54,10 +51,7 @@ TEST(Heartbeat, AStallRebootsAtTheFourthUnchangedCheck) {
 }
 
 TEST(Heartbeat, WhatBeatsOrIsMissingRebootsNothing) {
-    for (const std::string& encode :
-         {std::string(), kEncodeBeats + "at 30.5 truncate " + kMediaGuard +
-                             " 0\nat 41.5 truncate /tmp/encode_to_sentrel 3\nat 60.5 delete " + kMediaGuard +
-                             "\nat 80.5 delete /tmp/encode_to_sentrel\n"}) {
+    for (const std::string& encode : {std::string(), kEncodeBeats}) {
         const auto run = run_sentrel(kTraffic + kMediaGuardBeats + encode, 300);
         EXPECT_EQ(run.status, 0) << run.journal.text();
         EXPECT_EQ(run.journal.count("out \"[sentrel]"), 0U);
@@ -176,8 +170,6 @@ TEST(Coprocessor, StartWithoutAVersionRecord) {
         size_t resets;
     } cases[] = {
         {"fault /dev/misc/spi0 ioctl:0x4004730d 1 EIO\n", "err \"Input/output error\\n\"", 1},
-        {"fault /mnt/mtd/dm365_version open 2 EROFS\n",
-         "err \"creat dm365_version\\n: Read-only file system\\n\"", 1},
         {"missing /dev/misc/spi0\n", "out \"@@: spi0 device is not open\\n\"", 1},
         {"spi0 status 0x2468\n", "/dev/misc/spi0 ioctl 0x80047302 -> 0x2468", 0},
         {"fault /mnt/mtd/dm365_version open 1 EACCES\n", "/mnt/mtd/dm365_version open r -> EACCES", 0},

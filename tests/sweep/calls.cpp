@@ -67,7 +67,13 @@ SCENARIO(network_read) {
     found = value;
     return result;
 }
-SCENARIO(resolver) { return NetSetDNS("10.0.0.222", "10.0.0.9"); }
+SCENARIO(resolver) {
+    if (NetSetDNS("10.0.0.222", "10.0.0.9") < 0) return -1;
+    char first[16] = "", second[16] = "";
+    const int result = NetGetDNS(first, sizeof first, second, sizeof second);
+    found = std::string(first) + second;
+    return result;
+}
 SCENARIO(flash_first) { return write_flash(0, 0x2000000, 0x3000); }
 SCENARIO(flash_second) { return write_flash(0, 0x2028000, 0x2800); }
 SCENARIO(flash_fpga) { return write_flash(0, 0x4000000, 0x80000); }
