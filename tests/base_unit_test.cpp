@@ -1,11 +1,9 @@
-// What lies below the services: messages on difficult consoles, text, transfers.
+// What lies below the services: text, transfers.
 #include <fcntl.h>
 
 #include "base/clock.h"
-#include "base/diag.h"
 #include "base/fd.h"
 #include "base/text.h"
-#include "daemon/proc_stat.h"
 #include "helpers/board.h"
 
 namespace {

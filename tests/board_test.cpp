@@ -183,9 +183,9 @@ TEST(Talkback, DependsOnIdentificationTypeAndSide) {
 TEST(ProcessorUsage, IdleTicksThatStepBackAreNoIdleTime) {
     constexpr std::pair<const char*, uint32_t> kIntervals[] = {
         // user, nice, system, idle
-        {"100 0 100 800", 20}, {"100 0 100 800", 100}, {"150 0 150 798", 100},      {"150 0 150 898", 0},
-        {"200 0 150 948", 50}, {"200 0 150 4294967290", 0}, {"205 0 150 4294967294", 56},
-        {"210 0 150 4", 46},  // 32 bits of an older kernel
+        {"100 0 100 800", 20},        {"100 0 100 800", 100}, {"150 0 150 798", 100},
+        {"150 0 150 898", 0},         {"200 0 150 948", 50},  {"200 0 150 4294967290", 0},
+        {"205 0 150 4294967294", 56}, {"210 0 150 4", 46},  // 32 bits of an older kernel
     };
     load("");
     for (const auto& [ticks, usage] : kIntervals) {

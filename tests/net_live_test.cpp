@@ -234,14 +234,6 @@ TEST_F(LiveNetwork, AMacErrorThatGoesRestartsNothing) {
     const auto missing = scenario::run_sentrel(kCameraWithMac, 30.1).journal;
     EXPECT_EQ(missing.count(looks), 125U) << "one try in every pass from the 26th on";
     EXPECT_EQ(missing.count("out \"==>net helper"), 0U);
-    // Without a stored gateway that can be read the restart goes on with an empty one.
-    const auto unreadable = scenario::run_sentrel(
-        "network real\nenv HWID=IPC-KN1E:1:2\ncmos 40 34 12\nfile /proc/qorzo/bootpara qz_keyboard:2\n" +
-            kError,
-        15);
-    EXPECT_TRUE(unreadable.journal.follows(
-        at(13.2, {"err \"get default gateway error\\n\"",
-                  "out \"==>net helper: restart eth0,state=3,cnt=0,default gw=\\n\""})));
 }
 
 }  // namespace

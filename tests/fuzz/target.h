@@ -62,7 +62,7 @@ inline void run_target(Target target, std::string_view bytes) {
     require(memory::descriptors() <= kKept);
 }
 
-#define TARGET(name)                                                                       \
-    static void fuzz_##name(Input& input);                                                 \
+#define TARGET(name)                                                                   \
+    static void fuzz_##name(Input& input);                                             \
     static const bool name##_is_listed = g_targets.emplace(#name, fuzz_##name).second; \
     static void fuzz_##name(Input& input)

@@ -119,9 +119,10 @@ TARGET(resolver) {
 TARGET(host_name) {
     static std::string name;
     name = input.rest().c_str();
-    const bool is_name = !name.empty() && name[0] != '-' && std::all_of(name.begin(), name.end(), [](char each) {
-        return isalnum(static_cast<uint8_t>(each)) || each == '-' || each == '.';
-    });
+    const bool is_name =
+        !name.empty() && name[0] != '-' && std::all_of(name.begin(), name.end(), [](char each) {
+            return isalnum(static_cast<uint8_t>(each)) || each == '-' || each == '.';
+        });
     memory::answers.command = [](std::string_view command) {
         require(command == ("hostname " + name).substr(0, 63));
         name = "set";
