@@ -149,6 +149,24 @@ TEST(Console, ThatIsGoneOrAtItsLimitEndsNobody) {
     close(file);
 }
 
+// Whatever is closed at the start, no device takes the number of a stream.
+TEST(Console, ThatIsClosedIsNoDevice) {
+    sim::load("");
+    for (unsigned closed = 0; closed < 8; ++closed) {
+        SCOPED_TRACE(closed);
+        const Console console(Kind::Pipe);
+        const pid_t writer = start(console.writer(), [closed] {
+            console::close_streams(closed);
+            const int device = open_file("/dev/mtd/7", O_RDWR | O_CREAT, 0644);
+            const int link = open_socket(AF_UNIX, SOCK_DGRAM, 0);
+            diag::line("into the flash");
+            diag::err("into the flash\n");
+            _exit(device > 2 && link > 2 && lseek(device, 0, SEEK_END) == 0 ? 0 : 1);
+        });
+        EXPECT_EQ(end_of(writer), 0);
+    }
+}
+
 TEST(Console, GetsOneWholeMessageAtATime) {
     const std::string longer(2000, 'm'), error = "\033[0;32;31m[libmarl] ERROR (src|fn|7): mmm";
     const auto fail = [&](const char* format) { diag::error({"src", "fn", 7}, format, longer.c_str()); };

@@ -167,6 +167,15 @@ TEST(Flash, ReleasesTheStorageBusOnce) {
     EXPECT_EQ(count("/dev/misc/rtc"), 0U);
 }
 
+TEST(UpgradeFlag, IsLoweredAtTheThirdTry) {
+    load_board();
+    run("fault /tmp/upgrade_ing write 3..4 ENOSPC");
+    RawFlash* flash = create();
+    EXPECT_EQ(Ints({write(flash, kFirst, kSector), flash->release(flash), check_upgrade_map()}),
+              Ints({kSector, 0, 0}));
+    EXPECT_EQ(count("err \"open /tmp/upgrade_ing failed\\n\""), 2U);
+}
+
 TEST(FpgaFlash, TakesItsImageSectorBySectorAndTheFirstLast) {
     load_board();
     Bytes image = pattern(kFpgaImage);
@@ -227,10 +236,14 @@ TEST(FpgaImage, GoesWithAnOpenThatFails) {
     EXPECT_EQ(Ints({fpga_flash_open(), write_part(0, 0x4000), fpga_flash_open(), write_part(0x4000, 0x5000)}),
               Ints({0, kFpgaSector, 0, kFpgaSector}))
         << "opened twice, the image goes on";
-    sim::run("fault /dev/misc/spi1 ioctl:0xc004650c 1 EIO");
-    EXPECT_EQ(Ints({fpga_flash_open(), write_part(0x5000, 0x6000), fpga_flash_open(),
-                    write_part(0x5000, kFpgaImage), write_part(0, kFpgaImage)}),
-              Ints({-1, -1, 0, -1, kFpgaSector}));
+    for (const bool tries_to_write : {false, true}) {
+        EXPECT_EQ(write_part(0, 0x5000), static_cast<int>(kFpgaSector));
+        sim::run("fault /dev/misc/spi1 ioctl:0xc004650c 1 EIO");
+        EXPECT_EQ(fpga_flash_open(), -1);
+        EXPECT_EQ(tries_to_write ? write_part(0x5000, 0x6000) : -1, -1);
+        EXPECT_EQ(Ints({fpga_flash_open(), write_part(0x5000, kFpgaImage)}), Ints({0, -1}));
+    }
+    EXPECT_EQ(write_part(0, kFpgaImage), static_cast<int>(kFpgaSector));
     fpga_flash_close();
 }
 

@@ -55,4 +55,11 @@ TEST(Cmos, IsNotThereOnOneModel) {
     EXPECT_EQ(sim::journal(), "");
 }
 
+TEST(Wireless, IsPresentWhenTheKernelListsIt) {
+    load("file /proc/net/wireless eth2: 0001 54 200 0");
+    EXPECT_EQ(Ints({NetWirelessPresent("eth2"), NetWirelessPresent("eth3")}), Ints({0, -1}));
+    load("");
+    EXPECT_EQ(NetWirelessPresent("eth2"), -2);
+}
+
 }  // namespace

@@ -83,16 +83,19 @@ TEST(Boot, RecorderPowersItsModemInPass51) {
 TEST(CoreMount, RunsItsCommandAndIsToldToStop) {
     const char* const stop = "out \"exit mount\\n\"";
     const char* const kill = "command \"killall mount\"";
-    const std::pair<const char*, Steps> cases[] = {
+    const std::string longest = "env coremnt=mount " + std::string(255 - 6, 'x');
+    const std::tuple<std::string, Steps, int> cases[] = {
         {"env coremnt=mount -t nfs 10.0.0.9:/export /mnt/core\ncommand mount 0 60",
-         at(20, {"out \"mount -t nfs 10.0.0.9:/export /mnt/core success 0,ret=15\\n\""})},
+         at(20, {"out \"mount -t nfs 10.0.0.9:/export /mnt/core success 0,ret=15\\n\""}), 1},
         {"env coremnt=mount x\ncommand mount 1",
-         at(0, {"out \"mount x success 0,ret=256\\n\""}) + at(20, {stop, kill})},
+         at(0, {"out \"mount x success 0,ret=256\\n\""}) + at(20, {stop, kill}), 1},
+        {longest, at(20, {stop, kill}), 1},
+        {longest + "x", at(0, {"out \"coremnt is longer than 255 characters, not run\\n\""}), 0},
     };
-    for (const auto& [script, steps] : cases) {
+    for (const auto& [script, steps, times] : cases) {
         const auto run = run_sentrel(kCamera + script, 60);
         EXPECT_TRUE(run.journal.follows(steps));
-        EXPECT_EQ(counts({stop, kill}, run.journal), Ints(2, 1)) << script;
+        EXPECT_EQ(counts({"command \"mount", stop, kill}, run.journal), Ints(3, times)) << script;
     }
 }
 
