@@ -238,7 +238,7 @@ TEST(FpgaImage, GoesWithAnOpenThatFails) {
         << "opened twice, the image goes on";
     for (const bool tries_to_write : {false, true}) {
         EXPECT_EQ(write_part(0, 0x5000), static_cast<int>(kFpgaSector));
-        sim::run("fault /dev/misc/spi1 ioctl:0xc004650c 1 EIO");
+        run(std::string("fault /dev/misc/spi1 ioctl:0xc004650") + (tries_to_write ? "b" : "c") + " 1 EIO");
         EXPECT_EQ(fpga_flash_open(), -1);
         EXPECT_EQ(tries_to_write ? write_part(0x5000, 0x6000) : -1, -1);
         EXPECT_EQ(Ints({fpga_flash_open(), write_part(0x5000, kFpgaImage)}), Ints({0, -1}));
