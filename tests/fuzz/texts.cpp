@@ -59,7 +59,8 @@ std::vector<uint32_t> starts_in(const std::string& table) {
     for (bool at_start = true; const std::string& piece : pieces(table, 127)) {
         const std::string row = piece.substr(std::min(piece.find_first_not_of(" \t"), piece.size()));
         const size_t colon = row.find_first_not_of("0123456789", 3);
-        const bool is_row = at_start && row.starts_with("mtd") && colon > 3 && row[colon] == ':';
+        const bool is_number = row.starts_with("mtd") && colon > 3 && colon < row.size();
+        const bool is_row = at_start && is_number && row[colon] == ':';
         if (is_row) rows.try_emplace(strtoul(row.c_str() + 3, nullptr, 10), row.substr(colon + 1));
         at_start = piece.ends_with('\n');
     }
