@@ -212,6 +212,18 @@ TEST(FpgaFlash, IsOpenedOnKnownDevicesOnly) {
     }
 }
 
+TEST(FpgaFlash, TakesWholeSectorsOnly) {
+    load_board();
+    ASSERT_EQ(fpga_flash_open(), 0);
+    const Bytes bytes(2 * kFpgaSector);
+    EXPECT_EQ(
+        Ints({fpga_flash_write(nullptr, kFpgaSector, 0), fpga_flash_write(bytes.data(), kFpgaSector + 1, 0),
+              fpga_flash_write(bytes.data(), kFpgaSector, 0 - kFpgaSector)}),
+        Ints(3, -1));
+    EXPECT_EQ(counts({kErase, "/dev/misc/spi1 write"}), Ints(2, 0));
+    fpga_flash_close();
+}
+
 int write_part(uint32_t from, uint32_t to) {
     return fpga_flash_write(Bytes(kFpgaImage, 0x5A).data(), to - from, from);
 }
