@@ -183,36 +183,15 @@ TEST(Talkback, DependsOnIdentificationTypeAndSide) {
 TEST(ProcessorUsage, IdleTicksThatStepBackAreNoIdleTime) {
     constexpr std::pair<const char*, uint32_t> kIntervals[] = {
         // user, nice, system, idle
-        {"100 0 100 800", 20}, {"150 0 150 798", 100},      {"150 0 150 898", 0},
-        {"200 0 150 948", 50}, {"200 0 150 4294967290", 0}, {"205 0 150 4294967294", 56},
-        {"210 0 150 4", 46},  // 32 bits of an older kernel
+        {"100 0 100 800", 20},        {"100 0 100 800", 100}, {"150 0 150 798", 100},
+        {"150 0 150 898", 0},         {"200 0 150 948", 50},  {"200 0 150 4294967290", 0},
+        {"205 0 150 4294967294", 56}, {"210 0 150 4", 46},  // 32 bits of an older kernel
     };
     load("");
     for (const auto& [ticks, usage] : kIntervals) {
         run(std::string("file! /proc/stat cpu  ") + ticks + "\\n");
         EXPECT_EQ(get_cpu_usage(), usage) << ticks;
     }
-}
-
-TEST(Summary, TheDeviceIdIsComparedBeforeItIsCut) {
-    load("env ID=000000000000000000");
-    char mac[18] = "unset";
-    EXPECT_EQ(get_device_id(mac, sizeof mac), -1) << "no network, so no MAC address: " << mac;
-    EXPECT_EQ(__set_armboot_para("ID", "0000000000000000001"), 0);
-    EXPECT_EQ(get_device_id(mac, sizeof mac), 0);
-    EXPECT_STREQ(mac, "00000000000000000") << "another identifier, cut";
-}
-
-TEST(Summary, TheCoprocessorIsClosedBeforeTheFpgaIsAsked) {
-    load("file /dev/dm6480\nfile /dev/ad9979_dev");
-    strcpy(HWINFO.product_model, "TRV-A2-I");
-    HWINFO.dsp_chip = 6;
-    SubModuleInfo modules[2] = {};
-    int number = 0;
-    sim::clear_journal();
-    EXPECT_EQ(getSubModules(modules, &number), 0);
-    EXPECT_TRUE(journal_follows(
-        {"/dev/dm6480 open r", "/dev/dm6480 close", "/dev/ad9979_dev open r", "/dev/ad9979_dev close"}));
 }
 
 TEST(ProcFields, AFileThatBreaksOffHasNoField) {

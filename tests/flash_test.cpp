@@ -2,25 +2,9 @@
 // is left after every fault and power cut.
 #include <libmarl.h>
 
-#include <cstdlib>
 #include <cstring>
 
 #include "helpers/board.h"
-
-size_t g_largest_memory = SIZE_MAX;  // that can be had
-
-// Sanitizers have memory of their own.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define MARL_MEMORY_IS_LIMITED
-extern "C" {
-void* __libc_malloc(size_t size);                 // NOLINTBEGIN(bugprone-reserved-identifier)
-void* __libc_calloc(size_t number, size_t size);  // NOLINTEND(bugprone-reserved-identifier)
-void* malloc(size_t size) noexcept { return size > g_largest_memory ? nullptr : __libc_malloc(size); }
-void* calloc(size_t number, size_t size) noexcept {
-    return number * size > g_largest_memory ? nullptr : __libc_calloc(number, size);
-}
-}
-#endif
 
 namespace {
 
@@ -88,41 +72,6 @@ Ints info_of(RawFlash* flash) {
     RawFlashInfo info{};
     const int result = flash->getinfo(flash, &info);
     return {result, static_cast<int>(info.size), static_cast<int>(info.sector_size)};
-}
-
-TEST(FlashTable, IsReadAsAWholeOrNotAtAll) {
-    const std::string no_row = "err \"sscanf /proc/mtd: Invalid argument\\n\"";
-    const std::string no_table = "err \"open /proc/mtd failed\\n\"";
-    const std::string long_name = "file /proc/mtd mtd2: 10000 10000 \"" + std::string(120, 'x') + "\"\n";
-    const std::pair<std::string, std::string> cases[] = {
-        {"file /proc/mtd mtd0: none\n", no_row},
-        {"file /proc/mtd mtd0:\n", no_row},
-        {"file /proc/mtd mtd0: 20000\n", no_row},
-        {"file /proc/mtd mtd0: 20000 0\n", no_row},
-        {kRows + "file /proc/mtd mtd2: none\n", no_row},
-        {kRows + "file /proc/mtd mtd2: ff000000 10000\n", no_row},
-        {"", no_table},
-        {kRows + "fault /proc/mtd open 1 EIO\n", no_table},
-        {kRows + "fault /proc/mtd read 1 EIO\n", no_table},
-        {kRows + long_name + long_name + "fault /proc/mtd read 2 EIO\n", no_table},
-    };
-    for (const auto& [script, message] : cases) {
-        load(script);
-        EXPECT_EQ(flash_init(), -1) << script;
-        EXPECT_TRUE(journal_follows({message})) << script;
-    }
-    // In whatever order, by the names of the rows alone, fifteen of them.
-    std::string many = "file /proc/mtd mtd0: 10000 1000 \"mtd1: 1\"\n" + long_name;
-    for (int i = 16; i > 0; --i)
-        many += "file /proc/mtd mtd" + std::to_string(i) + ": " + std::to_string(i) + "0000 10000 \"p\"\n";
-    load(many);
-    EXPECT_EQ(flash_init(), 15);
-    EXPECT_TRUE(journal_follows(
-        {"/proc/mtd open", "out \"[libmarl] ####CFG_FLASH_SEC_SIZE=0x1000\\n\"",
-         "out \"[libmarl] NUM_MTDS=15\\n\"", "out \"[libmarl] ####MTD_START[0]=0x2000000\\n\"",
-         "out \"[libmarl] ####MTD_START[2]=0x2020000\\n\"", "out \"[libmarl] ####MTD_START[3]=0x2030000\\n\"",
-         "out \"[libmarl] ####MTD_START[15]=0x2870000\\n\""}));
-    EXPECT_EQ(count("/proc/mtd open"), 1U);
 }
 
 TEST(Flash, WritesOnlyWhatDiffers) {
@@ -201,18 +150,6 @@ TEST(Flash, MapsAddressesAndRefusesTheRest) {
     EXPECT_EQ(count("/"), 0U) << "an object that is gone";
 }
 
-TEST(Flash, EndsWithTheLastPartition) {
-    load(kRows + "file /proc/mtd mtd10: 50000 10000 \"behind a gap\"\nfile /dev/mtd/0 x\nfile /dev/mtd/1 x");
-    RawFlash* flash = create();
-    sim::clear_journal();
-    EXPECT_EQ(Ints({write(flash, kThird - kSector, kSector + 1), write(flash, kThird, kSector)}),
-              Ints(2, -1));
-    EXPECT_EQ(count("/dev/mtd/"), 0U);
-    EXPECT_TRUE(journal_follows({"out \"addr=0x2120000,MTD_START[0]=0x2000000,MTD_START[2]=0x2120000\\n\"",
-                                 "out \"addr=0x2120000\\n\""}));
-    EXPECT_EQ(flash->release(flash), 0);
-}
-
 TEST(Flash, ReleasesTheStorageBusOnce) {
     HWINFO.store_interface = 3;
     load_board("level 9 1\nfile /dev/misc/ataen\n");
@@ -230,51 +167,13 @@ TEST(Flash, ReleasesTheStorageBusOnce) {
     EXPECT_EQ(count("/dev/misc/rtc"), 0U);
 }
 
-#ifdef MARL_MEMORY_IS_LIMITED
-TEST(Flash, NeedsMemoryOnlyToCompareOrToFillUp) {
+TEST(UpgradeFlag, IsLoweredAtTheThirdTry) {
     load_board();
-    RawFlash* flash = nullptr;
-    Ints results(5);
-    g_largest_memory = 16;
-    results[0] = createRawFlash(&kHost, &flash);
-    g_largest_memory = sizeof(RawFlash);
-    results[1] = createRawFlash(&kHost, &flash);
-    g_largest_memory = SIZE_MAX;
-    EXPECT_EQ(flash, nullptr);
-    EXPECT_TRUE(
-        journal_follows({"out \"malloc(sizeof(RawFlash))\\n\"", "out \"malloc(sizeof(priv_module))\\n\""}));
-    flash = create();
-    const Bytes bytes(2 * kSector, 0x5A);
-    g_largest_memory = 16;
-    results[2] = flash->write(flash, bytes.data(), kFirst, 2 * kSector);
-    results[3] = flash->write(flash, bytes.data(), kFirst, kSector + 1);
-    results[4] = flash->write(flash, bytes.data(), kSecond, kSector);
-    g_largest_memory = SIZE_MAX;
-    EXPECT_EQ(results, Ints({-1, -1, 2 * kSector, -1, -1}));
-    EXPECT_EQ(counts({"out \"calloc 0x10000\\n\"", "/dev/mtd/0 ioctl", "/dev/mtd/1 ioctl", "umount"}),
-              Ints({2, 2, 0, 0}));
-    EXPECT_EQ(flash->release(flash), 0);
-}
-#endif
-
-TEST(UpgradeFlag, IsToldWhenItCannotBeSetAndTriedAgain) {
-    load_board();
-    const std::tuple<std::string, int, int, size_t> cases[] = {
-        {"", 0, 0, 0},
-        {"fault /tmp/upgrade_ing write 1..2 EIO", 0, 0, 2},  // write and erase go on without it
-        {"fault /tmp/upgrade_ing write 3 ENOSPC", 0, 0, 1},
-        {"fault /tmp/upgrade_ing write 3..5 EIO", -1, 1, 3},
-        {"", 0, 0, 0},
-    };
-    for (const auto& [faults, released, flag, reports] : cases) {
-        sim::clear_journal();
-        run(faults);
-        RawFlash* flash = create();
-        EXPECT_EQ(Ints({write(flash, kFirst, kSector), flash->release(flash), check_upgrade_map()}),
-                  Ints({kSector, released, flag}))
-            << faults;
-        EXPECT_EQ(count("err \"open /tmp/upgrade_ing failed\\n\""), reports) << faults;
-    }
+    run("fault /tmp/upgrade_ing write 3..4 ENOSPC");
+    RawFlash* flash = create();
+    EXPECT_EQ(Ints({write(flash, kFirst, kSector), flash->release(flash), check_upgrade_map()}),
+              Ints({kSector, 0, 0}));
+    EXPECT_EQ(count("err \"open /tmp/upgrade_ing failed\\n\""), 2U);
 }
 
 TEST(FpgaFlash, TakesItsImageSectorBySectorAndTheFirstLast) {
@@ -313,6 +212,18 @@ TEST(FpgaFlash, IsOpenedOnKnownDevicesOnly) {
     }
 }
 
+TEST(FpgaFlash, TakesWholeSectorsOnly) {
+    load_board();
+    ASSERT_EQ(fpga_flash_open(), 0);
+    const Bytes bytes(2 * kFpgaSector);
+    EXPECT_EQ(
+        Ints({fpga_flash_write(nullptr, kFpgaSector, 0), fpga_flash_write(bytes.data(), kFpgaSector + 1, 0),
+              fpga_flash_write(bytes.data(), kFpgaSector, 0 - kFpgaSector)}),
+        Ints(3, -1));
+    EXPECT_EQ(counts({kErase, "/dev/misc/spi1 write"}), Ints(2, 0));
+    fpga_flash_close();
+}
+
 int write_part(uint32_t from, uint32_t to) {
     return fpga_flash_write(Bytes(kFpgaImage, 0x5A).data(), to - from, from);
 }
@@ -333,18 +244,17 @@ TEST(FpgaImage, RunsOnlyWhenNothingOfItIsMissing) {
 }
 
 TEST(FpgaImage, GoesWithAnOpenThatFails) {
-    load_board("fault /dev/misc/spi1 open 1 EIO");
-    Ints results = {fpga_flash_open(), fpga_flash_open(), write_part(0, 0x4000), fpga_flash_open(),
-                    write_part(0x4000, 0x5000)};
-    EXPECT_EQ(results, Ints({-1, 0, kFpgaSector, 0, kFpgaSector})) << "opened twice, the image goes on";
-    sim::run("fault /dev/misc/spi1 ioctl:0xc004650c 1 EIO");
-    sim::clear_journal();
-    results = {fpga_flash_open(), write_part(0x5000, 0x6000), fpga_flash_open(),
-               write_part(0x5000, kFpgaImage)};
-    EXPECT_EQ(results, Ints({-1, -1, 0, -1}));
-    EXPECT_EQ(counts({"/dev/misc/spi1 ioctl 0xc0046501", "/dev/misc/spi1 ioctl 0xc004650b", kErase}),
-              Ints({1, 1, 0}))
-        << "in programming mode again";
+    load_board();
+    EXPECT_EQ(Ints({fpga_flash_open(), write_part(0, 0x4000), fpga_flash_open(), write_part(0x4000, 0x5000)}),
+              Ints({0, kFpgaSector, 0, kFpgaSector}))
+        << "opened twice, the image goes on";
+    for (const bool tries_to_write : {false, true}) {
+        EXPECT_EQ(write_part(0, 0x5000), static_cast<int>(kFpgaSector));
+        run(std::string("fault /dev/misc/spi1 ioctl:0xc004650") + (tries_to_write ? "b" : "c") + " 1 EIO");
+        EXPECT_EQ(fpga_flash_open(), -1);
+        EXPECT_EQ(tries_to_write ? write_part(0x5000, 0x6000) : -1, -1);
+        EXPECT_EQ(Ints({fpga_flash_open(), write_part(0x5000, kFpgaImage)}), Ints({0, -1}));
+    }
     EXPECT_EQ(write_part(0, kFpgaImage), static_cast<int>(kFpgaSector));
     fpga_flash_close();
 }
@@ -401,7 +311,6 @@ TEST(CoprocessorUpgrade, ShipsChecksummedFrames) {
 // The link is asked again, a frame offered again while the link answers, and resent four times.
 TEST(CoprocessorUpgrade, SurvivesAFaultAtEveryCall) {
     const std::tuple<std::string, int, size_t, std::string> cases[] = {
-        {"open 1 EIO", -1, 0, "err \"open dm6446 spi fail\\n\""},
         {"ioctl:0x40047305 1 EIO", 100, 1, ""},
         {"ioctl:0x80047304 1 EIO", 100, 1, ""},
         {"write 1 EIO", 100, 2, "err \"[libmarl]: ERROR, transmit upgrade-data failed\\n\""},

@@ -120,14 +120,6 @@ TEST(ModemDiscovery, AListThatEndsTooEarlyHasNoModem) {
     set_model("Q4");
     EXPECT_EQ(check_usb_hub_model(), 0);
     cut_everywhere(list_of("00"));
-    run("fault /proc/bus/usb/devices read 4 EIO");
-    EXPECT_EQ(find_in(list_of("00")), -1);
-    EXPECT_TRUE(is_zero());
-    EXPECT_TRUE(journal_follows({"err \"fopen: Input/output error\\n\""}));
-    run("delete /proc/bus/usb/devices");
-    EXPECT_EQ(find_and_identify_3g(&g_module), -1);
-    EXPECT_TRUE(
-        journal_follows({"out \"[libmarl] [libmarl] \"", "err \"fopen: No such file or directory\\n\""}));
 }
 
 TEST(ModemIdentity, VendorsAndKnownModules) {
@@ -373,14 +365,6 @@ TEST(ModemWait, FailuresEndWithALastLook) {
     EXPECT_EQ(wait(30), -1);
     EXPECT_NEAR(sim::now(), 3, 0.01);
     EXPECT_FALSE(is_third_vendor()) << "no modem has no type";
-
-    begin("0.01");
-    run(std::string("delete /sys") + kDirect + "/speed");
-    plug_in_at("0.25");
-    EXPECT_EQ(wait(3), 0) << "the list has it by then";
-    EXPECT_STREQ(g_module.product, "HSPA modem");
-    EXPECT_TRUE(
-        journal_follows({"err \"Open: No such file or directory\\n\"", "/proc/bus/usb/devices open"}));
 }
 
 }  // namespace

@@ -165,22 +165,10 @@ constexpr Call kSafeCalls[] = {
     [](int) { return NetGetEthIndex("eth2", "") == 2 && get_keyboard_bootpara() == 2 && get_appauto() == 1; },
 };
 
-// In real time, where threads run side by side.
 TEST(Threads, CallWhatIsSafeInAnyOrder) {
-    const char* time = getenv("MARL_SIM_TIME");
-    if (time == nullptr || std::string(time) != "real") {
-        setenv("MARL_SIM_TIME", "real", 1);
-        setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
-        const auto outcome =
-            scenario::run("tests/neighbours_test",
-                          kTraffic +
-                              "env a=1\nfile /mnt/mtd/Config/network2 HOSTIP = 10.0.0.1\n"
-                              "file /proc/net/dev eth0: 0\nword " +
-                              kFlag + " 0\n",
-                          {.seconds = 100, .arguments = {"--gtest_filter=Threads.*"}, .keep_output = true});
-        EXPECT_EQ(outcome.status, 0) << outcome.output;
-        return;
-    }
+    const std::string files =
+        "file /mnt/mtd/Config/network2 HOSTIP = 10.0.0.1\nfile /proc/net/dev eth0: 0\nword ";
+    if (!scenario::in_real_time(kTraffic + "env a=1\n" + files + kFlag + " 0\n")) return;
     std::atomic<int> failed{-1};
     const auto run = [&](unsigned seed) {
         std::minstd_rand random(seed);

@@ -78,16 +78,4 @@ TEST(Daemon, OutlivesItsTerminalAndALogFileAtItsLimit) {
     EXPECT_EQ(status, 0);
 }
 
-TEST(Daemon, RunsNoPartOfACoreMountCommand) {
-    for (const size_t length : {255U, 256U}) {
-        const std::string command = "mount " + std::string(length - 6, 'x');
-        const auto run = scenario::run_sentrel("env coremnt=" + command + "\n", 25);
-        const bool fits = length < 256;
-        EXPECT_EQ(run.journal.count("command \"mount"), fits ? 1U : 0U);
-        EXPECT_EQ(run.journal.count("command \"killall mount"), fits ? 1U : 0U);
-        EXPECT_EQ(run.journal.count("out \"coremnt is longer than 255 characters, not run\\n\""),
-                  fits ? 0U : 1U);
-    }
-}
-
 }  // namespace

@@ -1,4 +1,4 @@
-// Upgrade flag, watchdog services and CMOS bytes in a client's process.
+// Watchdog services and CMOS bytes in a client's process.
 #include <libmarl.h>
 
 #include <cstring>
@@ -8,63 +8,6 @@
 namespace {
 
 using namespace board;
-
-const std::string kFlag = "/tmp/upgrade_ing";
-const std::string kFlagUnopened = "err \"open /tmp/upgrade_ing failed\\n\"";
-constexpr int (*const kFlagOperations[])() = {init_upgrade_map, set_upgrade_map, clear_upgrade_map,
-                                              check_upgrade_map};
-
-// What other processes do to the file, what this one does then, the bytes that are there afterwards,
-// and the flag.
-TEST(UpgradeFlag, IsThatOfTheFileWithTheName) {
-    const std::string word = "word " + kFlag + " ";
-    const std::string gone = "delete " + kFlag + "\n", shorter = "truncate " + kFlag;
-    const struct {
-        std::string others;
-        int (*operation)();
-        int result;
-        const char* stored;  // the first bytes, "-" without a file
-        int running;
-    } steps[] = {
-        {"", check_upgrade_map, 0, "-", 0},
-        {"", clear_upgrade_map, -1, "-", 0},
-        {"", init_upgrade_map, 0, "0000", 0},
-        {"", set_upgrade_map, 0, "1000", 1},
-        {"", clear_upgrade_map, 0, "0000", 0},
-        {word + "2", check_upgrade_map, 0, "2000", 0},
-        {gone + word + "1", check_upgrade_map, 1, "1000", 1},
-        {"", clear_upgrade_map, 0, "0000", 0},
-        {gone + word + "0", set_upgrade_map, 0, "1000", 1},
-        {gone, check_upgrade_map, 1, "-", 1},
-        {"", clear_upgrade_map, 0, "-", 0},
-        {"", set_upgrade_map, 0, "1000", 1},
-        {shorter + " 3", check_upgrade_map, 1, "100", 1},
-        {shorter + " 0", check_upgrade_map, 0, "", 0},
-    };
-    load("");
-    for (const auto& step : steps) {
-        SCOPED_TRACE(&step - steps);
-        run(step.others);
-        EXPECT_EQ(step.operation(), step.result);
-        std::string stored = read_file(kFlag);
-        for (char& byte : stored) byte = static_cast<char>(byte + '0');
-        if (!std::filesystem::exists(path_of(kFlag))) stored = "-";
-        EXPECT_EQ(stored, step.stored);
-        EXPECT_EQ(check_upgrade_map(), step.running);
-    }
-    EXPECT_TRUE(journal_follows({"out \"\\e[1;33m[libmarl] WARN (src/flash/flash|check_upgrade_map|"}));
-}
-
-TEST(UpgradeFlag, FailuresAreReported) {
-    const std::string fault = "\nfault " + kFlag;
-    load("word " + kFlag + " 0" + fault + " open 1 EACCES" + fault + " mmap 1 ENOMEM" + fault +
-         " read 1 EIO" + fault + " write 1..3 ENOSPC");
-    for (const int result : {-1, -1, -1, 0}) EXPECT_EQ(check_upgrade_map(), result);
-    for (const auto operation : kFlagOperations) EXPECT_EQ(operation() < 0, operation != check_upgrade_map);
-    const std::string unmapped = "err \"mmap /tmp/upgrade_ing failed\\n\"";
-    EXPECT_TRUE(
-        journal_follows({kFlagUnopened, unmapped, unmapped, kFlagUnopened, kFlagUnopened, kFlagUnopened}));
-}
 
 TEST(Watchdog, IsForBoardsThatStartAlone) {
     load("env a=1");
@@ -103,13 +46,9 @@ TEST(Cmos, TransfersCarryTheOffsetInFront) {
     EXPECT_EQ(byte, 77) << "a failed read leaves the caller's bytes alone";
 }
 
-TEST(Cmos, MissingDeviceIsReportedEveryTimeAndTheExemptModelNeverAsks) {
+TEST(Cmos, IsNotThereOnOneModel) {
     load("missing /dev/misc/rtc");
     uint8_t byte = 9;
-    const std::string report = "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|openCMOS|";
-    EXPECT_EQ(Ints({readCMOS(1, &byte, 1), writeCMOS(1, &byte, 1)}), Ints(2, -1));
-    EXPECT_TRUE(journal_follows({report, report}));
-    EXPECT_TRUE(seen("):  can't open /dev/misc/rtc (fd = -1)\\n\\e[m"));
     strcpy(HWINFO.product_model, "QZ-CA-KZ9-N");
     sim::clear_journal();
     EXPECT_EQ(Ints({readCMOS(42, &byte, 1), byte, writeCMOS(42, &byte, 1)}), Ints(3, 0));

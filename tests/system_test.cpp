@@ -38,8 +38,6 @@ TEST(Command, IsRunByAShellAndWaitedFor) {
 TEST(UsbPhy, IsSwitchedThroughItsRegister) {
     const auto set = [](int state) { return usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, state); };
     load("");
-    EXPECT_EQ(set(0), -1);
-    EXPECT_TRUE(journal_follows({"err \"open /dev/mem error\\n\""}));
     put_memory();
     set_memory(kPhyControl, 0xAB00);
     EXPECT_EQ(Ints({set(2), set(0)}), Ints({-1, 0}));
@@ -88,36 +86,23 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Restart, testing::ValuesIn(kRestarts));
 
 TEST(ArmClock, FromTheBootVariableOrTheRegisters) {
     load("env a=1");
-    EXPECT_EQ(get_arm_rate(), 0);
-    EXPECT_TRUE(journal_follows({"out \"\\e[0;32;32m[libmarl] read armrate failed\\n\\e[m\"",
-                                 "out \"[libmarl] Failed to get armrate from boot para, now calculate.\\n\"",
-                                 "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|DRV_mMapOpen|",
-                                 "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|readReg|"}));
     put_memory();
     set_memory(kRegisters + 0xD10, 18);
     set_memory(kRegisters + 0xD20, 1);
     EXPECT_EQ(get_arm_rate(), 432);
     EXPECT_TRUE(journal_follows({"out \"[libmarl] armrate = 432000000\\n\""}));
-    sim::run("fault /dev/mem mmap 1 ENOMEM");
-    EXPECT_EQ(Ints({get_arm_rate(), __set_armboot_para("armrate", "297"), get_arm_rate()}),
-              Ints({0, 0, 297}));
-    EXPECT_EQ(count("/dev/mem open"), count("/dev/mem close") + 1) << "the one that failed";
+    EXPECT_EQ(Ints({__set_armboot_para("armrate", "297"), get_arm_rate()}), Ints({0, 297}));
 }
 
 TEST(Statistics, OfMemoryAndProcessor) {
     MemInfo memory{};
-    load("");
-    EXPECT_EQ(get_mem_info(&memory), -1);
-    EXPECT_EQ(get_cpu_usage() + get_context_switches(), 0U);
-    run("file /proc/meminfo MemTotal:  61000 kB\nfile /proc/meminfo MemFree:  2000 kB\n"
+    load(
+        "file /proc/meminfo MemTotal:  61000 kB\nfile /proc/meminfo MemFree:  2000 kB\n"
         "file /proc/meminfo Cached:  30000 kB\nfile! /proc/stat cpu  100 0 100 800 5\\nctxt 12345\\n");
     CpuStat stat{};
     EXPECT_EQ(Ints({get_mem_info(&memory), get_cpu_stat(&stat)}), Ints(2, 0));
     EXPECT_EQ(std::vector<unsigned>({memory.total, memory.available, stat.usage, stat.context_switches}),
               std::vector<unsigned>({61000, 32000, 20, 12345}));
-    EXPECT_EQ(get_cpu_usage(), 100U) << "nothing has passed";
-    run("file! /proc/stat cpu  150 0 150 900 5\\n");
-    EXPECT_EQ(get_cpu_usage(), 50U);
     run("file! /proc/stat cpu  1 2\\n");
     EXPECT_EQ(get_cpu_usage(), 0U);
     EXPECT_TRUE(journal_follows({"err \"sscanf  1 2\\n failed\\n\""}));
@@ -148,6 +133,8 @@ TEST(Summary, OfTheSystem) {
     EXPECT_EQ(getSystemInfo(&info), -1) << "without an ID it is the MAC address, and there is no network";
     EXPECT_EQ(Ints({info.type_flag, info.bandWidth}), Ints({1, 32}));
     EXPECT_STREQ(info.chip, "unkown");
+    EXPECT_EQ(Ints({__set_armboot_para("ID", "0000000000000000001"), getSystemInfo(&info)}), Ints(2, 0));
+    EXPECT_STREQ(info.id, "0000000000000000001") << "an ID of its own";
     // The modem switch stays silent on product types that the summary has seen.
     product_type = 22;
     strcpy(HWINFO.product_model, "IPC-KW1");
@@ -178,7 +165,8 @@ TEST(Summary, OfTheSubModules) {
     EXPECT_EQ(list("TRV-A6-S"), Ints({0, 2, 1}));
     EXPECT_STREQ(modules[1].name, "FPGA");
     EXPECT_EQ(list("TRV-A5-S")[1], 2);
-    EXPECT_TRUE(journal_follows({"/dev/ad9920_dev open r", "/dev/ad9979_dev open r -> ENOENT"}));
+    EXPECT_TRUE(journal_follows({"/dev/dm6480 open r", "/dev/dm6480 close", "/dev/ad9920_dev open r",
+                                 "/dev/ad9979_dev open r -> ENOENT"}));
     write_file("/mnt/mtd/dm365_version",
                std::string(32, 'n') + std::string(16, 'v') + "V2" + std::string(14, '\0'));
     EXPECT_EQ(list("IPC-KL7")[1], 1);

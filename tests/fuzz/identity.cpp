@@ -84,15 +84,18 @@ void require_sound_identity() {
 }  // namespace
 
 TARGET(environment) {
-    const bool erased = input.line() == "erased";
+    const std::string how = input.line();
     const std::string name = input.line();
     const std::string value = input.line();
-    put_environment(input.rest(), erased ? '\xFF' : '\0');
+    put_environment(input.rest(), how == "erased" ? '\xFF' : '\0');
     const Variables before = variables();
     require_found(before, name, 1 + value.size());
-    if (name.size() % 4 != 1) return;  // a save takes long: its checksum is over 16 KiB
-    const bool is_settable = name.size() <= 23 && name.find('=') == name.npos && value.size() <= 255;
-    require(__set_armboot_para(name.c_str(), value.c_str()) == (is_settable ? 0 : -1));
+    if (name.size() % 4 > 1 && name.size() < 20) return;  // a save takes long: its checksum is over 16 KiB
+    const bool is_name = !name.empty() && name.size() <= 23 && name.find('=') == name.npos;
+    const bool is_settable = is_name && value.size() <= 255;
+    const int result = how == "pair" && is_name ? set_armboot_para_kv((name + "=" + value).c_str())
+                                                : __set_armboot_para(name.c_str(), value.c_str());
+    require(result == (is_settable ? 0 : -1));
     const Variables after = is_settable ? expected(before, name, value) : before;
     require(variables() == after);
     require_found(after, name, MARL_ENV_VALUE_MAX + 1);

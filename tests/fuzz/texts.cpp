@@ -1,4 +1,6 @@
 // Text files: the network settings, the resolver's, the host's name, and what the kernel tells under /proc.
+#include <map>
+
 #include "daemon/proc_stat.h"
 #include "flash/partitions.h"
 #include "libmarl/flash.h"
@@ -14,6 +16,7 @@
 namespace {
 
 constexpr const char* kNetwork = "/mnt/mtd/Config/network";
+constexpr const char* kResolver = "/mnt/mtd/Config/resolv.conf";
 constexpr const char* kBlanks = " \t\n\v\f\r";
 
 using Pieces = std::vector<std::string>;
@@ -49,6 +52,29 @@ std::string rewritten(const Pieces& old, const std::string& key, const std::stri
     return text + (text.empty() || text.ends_with('\n') ? "" : "\n") + setting;
 }
 
+// Where the partitions of a table begin, and the last ends: a row for each number, in whatever order and the first one
+// counts, up to the first number without. Nothing where such a row has no size, or the first no sectors.
+std::vector<uint32_t> starts_in(const std::string& table) {
+    std::map<unsigned long, std::string> rows;
+    for (bool at_start = true; const std::string& piece : pieces(table, 127)) {
+        const std::string row = piece.substr(std::min(piece.find_first_not_of(" \t"), piece.size()));
+        const size_t colon = row.find_first_not_of("0123456789", 3);
+        const bool is_number = row.starts_with("mtd") && colon > 3 && colon < row.size();
+        const bool is_row = at_start && is_number && row[colon] == ':';
+        if (is_row) rows.try_emplace(strtoul(row.c_str() + 3, nullptr, 10), row.substr(colon + 1));
+        at_start = piece.ends_with('\n');
+    }
+    std::vector<uint32_t> starts = {0x2000000};
+    for (unsigned number = 0; number < 15 && rows.contains(number); ++number) {
+        unsigned size = 0, sector = 1;
+        const int given = sscanf(rows[number].c_str(), "%x %x", &size, &sector);
+        const bool is_whole = given == 2 && sector > 0;
+        if (given < 1 || (number == 0 && !is_whole) || size > UINT32_MAX - starts.back()) return {};
+        starts.push_back(starts.back() + size);
+    }
+    return starts.size() > 1 ? starts : std::vector<uint32_t>();
+}
+
 }  // namespace
 
 TARGET(network) {
@@ -61,6 +87,9 @@ TARGET(network) {
         GetEthAttr("eth0", type, out.data(), MARL_NET_VALUE_SIZE);
         require(text_in(out).size() < out.size());
     }
+    memory::put("/dev/misc/rtc", "", memory::Kind::Device);
+    memory::answers.write = [](const void*, size_t) -> ssize_t { abort(); };
+    if (!is_plain_word(value)) require(SaveEthAttr("eth0", NET_ATTR_IP, value.c_str()) == -1);
     const Pieces old = pieces(text, 31);
     const std::string setting = key + " = " + value + "\n";
     const bool is_setting = is_plain_word(key) && key.find('=') == key.npos && is_plain_word(value);
@@ -77,23 +106,31 @@ TARGET(network) {
 }
 
 TARGET(resolver) {
-    const std::string servers[] = {input.line(), input.line()};
-    memory::put("/mnt/mtd/Config/resolv.conf", input.rest());
+    const std::string servers[] = {input.line(), input.line()}, text = input.rest();
+    memory::put(kResolver, text);
     Buffer found[] = {Buffer(16), Buffer(16)};
     NetGetDNS(found[0].data(), 16, found[1].data(), 16);
-    if (NetSetDNS(servers[0].c_str(), servers[1].c_str()) != 0) return;
+    const bool fits = std::all_of(servers, servers + 2, [](const std::string& server) {
+        return server.empty() || (is_plain_word(server) && server.size() <= 51);
+    });
+    require(NetSetDNS(servers[0].c_str(), servers[1].c_str()) == (fits ? 0 : -1));
+    if (!fits) return require(memory::text_of(kResolver) == text);
     require(NetGetDNS(found[0].data(), 16, found[1].data(), 16) == 0);
     for (const int i : {0, 1}) require(servers[i].empty() || text_in(found[i]) == servers[i].substr(0, 15));
 }
 
 TARGET(host_name) {
-    memory::answers.command = [](std::string_view command) {
-        require(command.starts_with("hostname ") && command.size() < 64 && command[9] != '-');
-        require(std::all_of(command.begin() + 9, command.end(), [](char each) {
+    static std::string name;
+    name = input.rest().c_str();
+    const bool is_name =
+        !name.empty() && name[0] != '-' && std::all_of(name.begin(), name.end(), [](char each) {
             return isalnum(static_cast<uint8_t>(each)) || each == '-' || each == '.';
-        }));
+        });
+    memory::answers.command = [](std::string_view command) {
+        require(command == ("hostname " + name).substr(0, 63));
+        name = "set";
     };
-    NetSetHostName(input.rest().c_str());
+    require(NetSetHostName(name.c_str()) == (is_name ? 0 : -1) && (name == "set") == is_name);
 }
 
 TARGET(proc_field) {
@@ -144,11 +181,28 @@ TARGET(statistics) {
     require(ends(process.command) && process.command[0] != '\0');
 }
 
+// A name may hold anything, blanks and parentheses included; its process is the child of none, of the first or of one
+// that is gone.
+TARGET(process) {
+    const std::string name = "(" + input.line().substr(0, 100) + ")";
+    const int parent = input.byte() % 3, group = input.byte();
+    const std::string numbers = std::to_string(parent) + " " + std::to_string(group);
+    memory::put("/proc/7/stat", "7 " + name + " R " + numbers + " 9\n");
+    memory::put("/proc/1/stat", "1 init S 0 1\n");
+    sentrel::ProcStatInfo process = {};
+    require(sentrel::get_proc_stat(7, &process, 0) == 0 && process.command == name.substr(0, 31));
+    require(process.state == 'R' && process.parent == parent && process.process_group == group);
+    require(sentrel::get_proc_stat(7, &process, 9) == (parent == 2 ? -1 : 0));
+    if (parent == 1) require(process.command == std::string("init") && process.process_group == 1);
+}
+
 TARGET(partitions) {
-    memory::put("/proc/mtd", input.rest());
+    const std::string table = input.rest();
+    memory::put("/proc/mtd", table);
     marl::g_partitions = {};
-    const int count = flash_init();
+    const std::vector<uint32_t> wanted = starts_in(table);
+    require(flash_init() == static_cast<int>(wanted.size()) - 1);
     const auto& [number, sector, starts] = marl::g_partitions;
-    require(number == std::max(count, 0) && number <= marl::kMaxPartitions && (sector > 0) == (number > 0));
-    require(std::is_sorted(starts, starts + number + (number > 0)));
+    require(number == static_cast<int>(wanted.size()) - 1 || (wanted.empty() && number == 0));
+    require(std::equal(wanted.begin(), wanted.end(), starts) && (sector > 0) == !wanted.empty());
 }

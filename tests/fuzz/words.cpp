@@ -128,9 +128,13 @@ bool reboots() {
 }  // namespace
 
 TARGET(mcu_stream) {
-    for (uint32_t command = 0; command <= MCU_COMMAND_MAX; ++command) initSpiUtilDev(command);
-    const size_t step = 1 + input.byte() % 9U;
-    g_stream = {input.rest(), 0, step};
+    const uint8_t how = input.byte();
+    for (uint32_t command = 0; command <= MCU_COMMAND_MAX; ++command) {
+        if (initSpiUtilDev(command) == nullptr) continue;
+        const marl::mcu::HeldRing ring(command);
+        ring.get().in = ring.get().out = UINT32_MAX - how;  // which soon pass their end, and that of the ring
+    }
+    g_stream = {input.rest(), 0, 1 + how % 9U};
     memory::answers.read = [](void* data, size_t size) -> ssize_t {
         auto& [bytes, at, most] = g_stream;
         const size_t count = bytes.copy(static_cast<char*>(data), std::min(size, most), at);
@@ -179,16 +183,20 @@ TARGET(upgrade_flag) {
     memory::put(kFlag, as_text(0));
     require(set_upgrade_map() == 0 && clear_upgrade_map() == 0 && check_upgrade_map() == 0);
     Bearer bearer = Bearer::File;
+    int held = 0;
     while (input.any()) {
         const uint8_t how = input.byte();
-        bearer = disturb(kFlag, how, input.byte() % 3, bearer);
+        const Bearer before = std::exchange(bearer, disturb(kFlag, how, input.byte() % 3, bearer));
+        const bool is_lost = bearer == Bearer::Nothing && before == Bearer::File;
         const int refused = bearer == Bearer::Intruder ? -1 : 0;
         const int flag = check_upgrade_map();
         if (bearer == Bearer::Intruder) require(flag == -1);
-        if (bearer == Bearer::File) require(flag == (word_of(kFlag) == 1 ? 1 : 0));
+        if (bearer == Bearer::File) held = word_of(kFlag) == 1 ? 1 : 0;
+        if (bearer == Bearer::File || is_lost) require(flag == held);  // a file that has lost its name counts
         const auto change = how < 128 ? set_upgrade_map : how < 192 ? init_upgrade_map : clear_upgrade_map;
         if (how < 64 || (how >= 192 && bearer == Bearer::Nothing)) continue;
-        require(change() == refused && check_upgrade_map() == (refused == 0 && how < 128 ? 1 : refused));
+        held = refused == 0 && how < 128 ? 1 : 0;
+        require(change() == refused && check_upgrade_map() == (refused == 0 ? held : -1));
         if (bearer == Bearer::Nothing) bearer = Bearer::File;
     }
 }

@@ -128,6 +128,20 @@ Outcome run(const std::string& program, const std::string& script, const Options
     return result;
 }
 
+bool in_real_time(const std::string& board) {
+    const char* const time = getenv("MARL_SIM_TIME");
+    if (time != nullptr && std::string(time) == "real") return true;
+    setenv("MARL_SIM_TIME", "real", 1);
+    setenv("ASAN_OPTIONS", "verify_asan_link_order=0:detect_leaks=0", 1);
+    const auto& test = *testing::UnitTest::GetInstance()->current_test_info();
+    const std::string filter = std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name();
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").filename();
+    const auto outcome =
+        run("tests/" + program, board, {.seconds = 100, .arguments = {filter}, .keep_output = true});
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    return false;
+}
+
 testing::AssertionResult journal_follows(const std::vector<std::string>& starts) {
     std::vector<Journal::Step> steps;
     for (const std::string& start : starts) steps.push_back({kAnyTime, start});

@@ -81,13 +81,9 @@ class BoardDirectory {
     std::string path_;
 };
 
-// Names the cases of a table by their `what`.
-struct ByWhat {
-    template <typename Case>
-    std::string operator()(const testing::TestParamInfo<Case>& parameter) const {
-        return parameter.param.what;
-    }
-};
+// Whether the test runs in real time, where threads run side by side. A board's time is settled when its program starts,
+// so the first answer is no, and then the test has run in a process of its own and passed, or failed here.
+bool in_real_time(const std::string& board);
 
 // Checks lines of a journal text in a test program's own process.
 testing::AssertionResult journal_follows(const std::vector<std::string>& starts);

@@ -67,9 +67,15 @@ SCENARIO(network_read) {
     found = value;
     return result;
 }
-SCENARIO(resolver) { return NetSetDNS("10.0.0.222", "10.0.0.9"); }
+SCENARIO(resolver) {
+    if (NetSetDNS("10.0.0.222", "10.0.0.9") < 0) return -1;
+    char first[16] = "", second[16] = "";
+    const int result = NetGetDNS(first, sizeof first, second, sizeof second);
+    found = std::string(first) + second;
+    return result;
+}
 SCENARIO(flash_first) { return write_flash(0, 0x2000000, 0x3000); }
-SCENARIO(flash_second) { return write_flash(0, 0x2008000, 0x2800); }
+SCENARIO(flash_second) { return write_flash(0, 0x2028000, 0x2800); }
 SCENARIO(flash_fpga) { return write_flash(0, 0x4000000, 0x80000); }
 SCENARIO(flash_coprocessor) { return write_flash(1, 0x1000, 100); }
 SCENARIO(fpga) {
@@ -95,6 +101,14 @@ SCENARIO(modem_find) {
     const int result = find_and_identify_3g(&module);
     found = text_of(module);
     return result < 0 ? -1 : 0;
+}
+SCENARIO(usb_devices) {
+    UsbDevice devices[4];
+    int count = 4;
+    const int result = get_usb_devs(devices, &count);
+    for (int i = 0; result == 0 && i < count; ++i)
+        for (const auto& name : devices[i].interfaces) found += name;
+    return result;
 }
 SCENARIO(modem_wait) {
     Usb3gModule module{};

@@ -2,7 +2,8 @@
 //
 // usage: sweep DESCRIPTOR FUNCTION PROMISES [FILE...], with the board's script on standard input up to a line "."; then each line is
 // the faults of a run, separated by ';' and "@SECONDS " before those that come later; or "cut N", a power cut and what
-// comes after it; "plant KIND", what is broken from then on; or "journal", for that of the last run. The answer to a run
+// comes after it; "plant KIND", what is broken from then on; "tells TEXT", what some run has to say, and "untold", for what none
+// has said; or "journal", for that of the last run. The answer to a run
 // on DESCRIPTOR is "met|unmet CODE SECONDS goes|stopped", tab, and what does not hold; CODE is how the board ended the process, -1 when
 // it did not.
 #include <dlfcn.h>
@@ -61,7 +62,7 @@ struct Journal {
 Shared* shared = nullptr;
 Journal* kept = nullptr;
 const char* function_name;  // in calls.cpp
-bool is_told, is_atomic, is_unreported;
+bool is_told, is_atomic, is_exact, is_unreported;
 Texts paths;
 std::string board, plant;
 FILE* answers = nullptr;
@@ -70,7 +71,7 @@ bool cutting = false;
 long heap_before = 0, heap_grown = 0;
 // Without a fault: what is stored before and after, what is said, and how it ends.
 Texts before, after;
-std::set<std::string> usual;
+std::set<std::string> usual, untold;
 Outcome good;
 
 __attribute__((format(printf, 1, 2))) void problem(const char* format, ...) {
@@ -163,6 +164,7 @@ void check_call(const Texts& stored, const std::string& journal) {
     const bool visible = !is_same || !is_found || (!is_new && !is_unreported);
     if (is_same && !told && !is_new && !is_unreported) problem("done (%d), and not stored", result);
     if (visible && !told && is_told) problem("failed (%d) without a message", result);
+    if (is_exact && is_same && !(is_found && is_new)) problem("done (%d), with %s", result, shared->found[0]);
     check_files(stored);
 }
 
@@ -231,6 +233,16 @@ void run_calls() {
     keep_journal();
 }
 
+void forget_told() {
+    const std::string_view journal(kept->text, kept->size);
+    std::erase_if(untold, [&](const std::string& text) { return journal.find(text) != journal.npos; });
+}
+
+void print_untold() {
+    for (const std::string& text : untold) fprintf(answers, "%s\n", text.c_str());
+    fputs(".\n", answers);
+}
+
 // Everything from the loading of the library on.
 void run_child(const std::string& script, const char* function, bool restarted) {
     running = getpid();
@@ -255,6 +267,7 @@ void run(const std::string& script, const char* function, bool restarted = false
     if (WIFSIGNALED(status))
         problem(WTERMSIG(status) == SIGALRM ? "hangs" : "killed by signal %d", WTERMSIG(status));
     if (WIFEXITED(status) && !shared->is_over) problem("ended with status %d", WEXITSTATUS(status));
+    forget_told();
 }
 
 void run_clean() {
@@ -266,6 +279,9 @@ void run_clean() {
         usual = said({kept->text, kept->size});
         good = *shared;
     }
+    if (good.results[0] >= 0) return;
+    fprintf(stderr, "%s fails without a fault: %d\n", function_name, good.results[0]);
+    exit(1);
 }
 
 // The power goes before the Nth change, and comes back: the daemon supervises, and the same call completes.
@@ -327,6 +343,7 @@ extern "C" void _exit(int code) {
     shared->fired = journal.find(kFired) != journal.npos;
     shared->time = sim::now();
     shared->code = code;
+    if (!cutting) check_files(files());
     if (!cutting) check_resources(shared->fired && code == kReset);
     _Exit(code);
 }
@@ -346,6 +363,7 @@ int main(int argc, char** argv) {
     function_name = argv[2];
     is_told = strstr(argv[3], "told") != nullptr;
     is_atomic = strstr(argv[3], "atomic") != nullptr;
+    is_exact = strstr(argv[3], "exact") != nullptr;
     is_unreported = strstr(argv[3], "unreported") != nullptr;
     paths.assign(argv + 4, argv + argc);
     std::string line;
@@ -354,6 +372,10 @@ int main(int argc, char** argv) {
     while (std::getline(std::cin, line)) {
         if (line == "journal")
             fprintf(answers, "%.*s.\n", static_cast<int>(kept->size), kept->text);
+        else if (line == "untold")
+            print_untold();
+        else if (line.starts_with("tells "))
+            untold.insert(line.substr(6)), forget_told();
         else if (line.starts_with("plant "))
             plant = line.substr(6);
         else
