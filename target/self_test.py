@@ -1,5 +1,5 @@
-"""That scripts/target fails when it should: faults are planted, in a copy of the sources where they are the product's, and
-each has to be found."""
+"""That scripts/target fails when it should, and only then: faults are planted, in a copy of the sources where they are the
+product's, and each has to be found; what only looks like one has not."""
 import os
 import shutil
 import subprocess
@@ -48,7 +48,7 @@ def with_planted(archive_label, names, planted):
 
 
 def unaligned(argument):
-    """A program that loads from an odd address."""
+    """What is said of a program that makes such an access, see target/programs/unaligned.cpp."""
     label = f'unaligned-{argument}'
     archive = programs_archive('armel', ['target/unaligned'], label)
     records = run(arm(label, [archive, job(f'{label}-job', f'target/unaligned {argument}; echo "@@ status $?"')], 120),
@@ -82,6 +82,7 @@ def main():
     cases = [
         ('an unaligned word', lambda: unaligned('word'), 'unaligned at'),
         ('unaligned words in one instruction', lambda: unaligned('several'), 'the kernel counted 1 unaligned'),
+        ('an unaligned double word', lambda: unaligned('pair'), ': 8 bytes at'),
         ('a wrong flag of the clone task', lambda: clone_flag(build), 'HealthyAndKnownIsOnlyLookedAt failed'),
         ('a second clock call', lambda: clock_calls(build), 'the clock was not set'),
         ('a machine that does not end', endless, 'did not end by itself'),
@@ -91,7 +92,9 @@ def main():
         told = [line for line in plant() if word in line]
         say(f'{what}: {"found: " + told[0] if told else "NOT FOUND"}')
         missed += not told
-    return 1 if missed else 0
+    told = unaligned('page')
+    say(f'words at the end of a page of Thumb code: {"FOUND: " + told[0] if told else "no fault, none found"}')
+    return 1 if missed or told else 0
 
 
 if __name__ == '__main__':
