@@ -20,13 +20,7 @@ CLOCK = ('src/daemon/clock_sync.cpp', 'return syscall(SYS_settimeofday, &now, &z
 def planted_tree():
     """A copy of the sources with the faults, and the programs that have them, as the armel preset builds them."""
     tree = BUILD / 'planted'
-    for part in ('CMakeLists.txt', 'CMakePresets.json', 'cmake', 'include', 'src', 'sim', 'docs', 'tests', 'target'):
-        source, copy = TOP / part, tree / part
-        if source.is_dir():
-            shutil.copytree(source, copy, dirs_exist_ok=True, ignore=shutil.ignore_patterns('__pycache__'))
-        else:
-            copy.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy2(source, copy)
+    shutil.copytree(TOP, tree, dirs_exist_ok=True, ignore=shutil.ignore_patterns('.git', 'build', '__pycache__'))
     for file, right, wrong in (CLONE, CLOCK):
         text = (tree / file).read_text()
         assert right in text, f'{file} has changed: the planted fault must follow'
