@@ -25,7 +25,10 @@ uint32_t load_word() { return *misplaced<uint32_t>(1); }
 
 __attribute__((target("arm"), noinline)) uint32_t load_several() {
     uint32_t first = 0, second = 0;
-    __asm__ volatile("ldmia %2, {%0, %1}" : "=&r"(first), "=&r"(second) : "r"(misplaced<uint32_t>(1)) : "memory");
+    __asm__ volatile("ldmia %2, {%0, %1}"
+                     : "=&r"(first), "=&r"(second)
+                     : "r"(misplaced<uint32_t>(1))
+                     : "memory");
     return first;
 }
 
