@@ -22,6 +22,7 @@ extern struct qemu_plugin_insn* qemu_plugin_tb_get_insn(const struct qemu_plugin
 extern uint64_t qemu_plugin_insn_vaddr(const struct qemu_plugin_insn*);
 extern const void* qemu_plugin_insn_data(const struct qemu_plugin_insn*);
 extern size_t qemu_plugin_insn_size(const struct qemu_plugin_insn*);
+extern char* qemu_plugin_insn_disas(const struct qemu_plugin_insn*);
 extern unsigned qemu_plugin_mem_size_shift(qemu_plugin_meminfo_t);
 extern void qemu_plugin_register_vcpu_tb_trans_cb(qemu_plugin_id_t,
                                                   void (*)(qemu_plugin_id_t, struct qemu_plugin_tb*));
@@ -83,11 +84,18 @@ static void at_pair(unsigned cpu, qemu_plugin_meminfo_t info, uint64_t address, 
     pair->first_address = address;
 }
 
+// The size does not tell the two instruction sets apart: before the end of a page the emulator looks ahead, and gives a
+// Thumb instruction the bytes of the next one as well. The disassembler knows the state of the processor; it is asked only
+// about what would be a pair in ARM code.
 static bool is_pair(const struct qemu_plugin_insn* instruction) {
     uint32_t word = 0;
     if (qemu_plugin_insn_size(instruction) != sizeof word) return false;
     memcpy(&word, qemu_plugin_insn_data(instruction), sizeof word);
-    return (word >> 28) != 0xf && (word & 0x0e1000d0) == 0x000000d0;
+    if ((word >> 28) == 0xf || (word & 0x0e1000d0) != 0x000000d0) return false;
+    char* const text = qemu_plugin_insn_disas(instruction);
+    const bool pair = strncmp(text, "ldrd", 4) == 0 || strncmp(text, "strd", 4) == 0;
+    free(text);
+    return pair;
 }
 
 static void watch_pair(struct qemu_plugin_insn* instruction) {

@@ -8,7 +8,6 @@ import time
 
 from runs import BUILD, HERE, Records, job, pc, programs_archive, run, say
 
-LIMIT_S = 180
 CASES = 18  # on each driver
 
 SIZE = 8 << 20
@@ -32,7 +31,7 @@ def flash_job(label, settings, name):
 
 def run_cases():
     script = flash_job('flash-cases', '', 'flash-cases')
-    machine = pc('flash-cases', [archive_of('flash-cases'), script], LIMIT_S, backing_file('flash-cases'))
+    machine = pc('flash-cases', [archive_of('flash-cases'), script], backing_file('flash-cases'))
     records = run(machine, Records())
     wrong = records.faults(None) + [f'a case of flash: {line}' for line in records.all('failed')]
     lines = records.all('flash')
@@ -64,7 +63,7 @@ class Cut(threading.Thread):
 def one_life(label, archive, flash, memory, previous, following, dice):
     """Of the machine: completes what the life before had begun, begins what follows, and is cut off in the middle."""
     script = flash_job(f'{label}-job', f'previous={previous} next={following}', 'flash-cut')
-    machine = pc(f'{label}-{following or previous + 1}', [archive, script], LIMIT_S, flash)
+    machine = pc(f'{label}-{following or previous + 1}', [archive, script], flash)
     records = Records()
     try:
         run(machine, records, lambda line: line == '@@ ready' and Cut(machine, memory, dice).start())

@@ -23,6 +23,9 @@ PC = {
     'arguments': 'console=ttyS0 no_timer_check',
 }
 
+# Two minutes of a processor at most: only a machine that hangs comes to this, whatever else the desk does.
+LIMIT_S = 900
+
 
 class Archive:
     """What the machine's memory is filled with before its first program."""

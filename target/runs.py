@@ -2,7 +2,7 @@
 import subprocess
 
 import packages
-from machine import ARM, HERE, PC, Archive, Machine, interact
+from machine import ARM, HERE, LIMIT_S, PC, Archive, Machine, interact
 
 TOP = HERE.parent
 BUILD = TOP / 'build' / 'target'
@@ -88,7 +88,7 @@ class Records:
         return found
 
 
-def arm(label, archives, limit, watched=True):
+def arm(label, archives, limit=LIMIT_S, watched=True):
     """A machine of the board's kind, with its base; watched for unaligned accesses of its programs."""
     place = packages.system('armel', BUILD)
     plugin = f'{alignment_plugin()},report={BUILD / label}.alignment' if watched else None
@@ -96,14 +96,14 @@ def arm(label, archives, limit, watched=True):
                    BUILD / f'{label}.log', limit, dtb=packages.only(place, 'usr/lib/linux-image*/*.dtb'), plugin=plugin)
 
 
-def pc(label, archives, limit, flash=None):
+def pc(label, archives, flash=None):
     """A machine of the desk's kind, with drivers of flash. What is in the flash is a file's."""
     place = packages.system('amd64', BUILD)
     options = [] if flash is None else [
         '-object', f'memory-backend-file,id=flash,share=on,size={flash.stat().st_size},mem-path={flash}',
         '-device', 'ivshmem-plain,memdev=flash']
     return Machine(PC, packages.only(place, 'boot/vmlinuz*'), [base_archive('amd64', place), *archives],
-                   BUILD / f'{label}.log', limit, options=options)
+                   BUILD / f'{label}.log', LIMIT_S, options=options)
 
 
 def job(label, text, name=None, files=()):

@@ -13,7 +13,6 @@ import tests  # noqa: E402
 from runs import BUILD, TOP, Records, arm, job, prepare, run, say, shell  # noqa: E402
 
 PARTS = {'tests': ['armel'], 'daemon': daemon.PRESETS, 'flash': ['release']}  # with the builds that they run
-PROGRAM_LIMIT_S = 600
 
 
 def everything(parts, cuts, seconds):
@@ -57,7 +56,7 @@ def run_program(name, arguments):
     command = ' '.join(shlex.quote(word) for word in [f'./{within}', *arguments])
     script = job('program-job', f'module veth\n{command} </dev/null\necho "@@ status $?"',
                  files={f'marl/{within}': program.read_bytes()})
-    records = run(arm('program', [tests.archive(), script], PROGRAM_LIMIT_S), Records(),
+    records = run(arm('program', [tests.archive(), script]), Records(),
                   lambda line: line.startswith('@@') or say(line))
     wrong = records.faults(BUILD / 'program.alignment')
     for line in wrong:

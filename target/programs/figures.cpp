@@ -153,10 +153,11 @@ void report(const Watched& watched, int seconds) {
     const Use now = use_of(watched.process);
     const std::string folder = "/proc/" + std::to_string(watched.process);
     const std::string memory = folder + "/smaps_rollup";
+    // A machine's first file system keeps its files in memory, and all of it is dirty to the kernel, whoever wrote it or not.
     printf(
-        "@@ figures %s parent %ld armed_ms %.1f dirty_kib %ld private_kib %ld resident_kib %ld "
+        "@@ figures %s parent %ld armed_ms %.1f anonymous_kib %ld private_kib %ld resident_kib %ld "
         "switches_minute %.0f cpu_ms_minute %.1f\n",
-        watched.name, sum_of(folder + "/status", "PPid:"), watched.armed_ms, sum_of(memory, "Private_Dirty:"),
+        watched.name, sum_of(folder + "/status", "PPid:"), watched.armed_ms, sum_of(memory, "Anonymous:"),
         sum_of(memory, "Private_Dirty:") + sum_of(memory, "Private_Clean:"), sum_of(memory, "Rss:"),
         static_cast<double>(now.switches - watched.before.switches) * 60 / seconds,
         static_cast<double>(now.cpu_ns - watched.before.cpu_ns) / 1e6 * 60 / seconds);
