@@ -26,6 +26,11 @@ bool is_exempt() { return catalogue::is_model_of(catalogue::kCmosExempt); }
 
 }  // namespace
 
+bool marl::cmos::read(uint8_t offset, std::span<uint8_t> out) {
+    const int taken = readCMOS(offset, out.data(), static_cast<uint32_t>(out.size()));
+    return taken == static_cast<int>(out.size()) || (taken == 0 && is_exempt());
+}
+
 void marl::cmos::hold_for_good() { pthread_mutex_lock(&g_cmos.lock); }
 
 int openCMOS(const char* path) {

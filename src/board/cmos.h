@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 namespace marl::cmos {
 
@@ -13,6 +14,9 @@ inline constexpr uint8_t kResetMark = 42;
 inline constexpr uint8_t kNetworkCopy = 44;  // eth0's address, netmask and gateway, four bytes each
 
 inline constexpr uint8_t kFactoryReset = 'f';  // in kResetMark
+
+// As readCMOS(); fewer bytes than were asked for are a failure, but for the board that has none and reads zeros.
+bool read(uint8_t offset, std::span<uint8_t> out);
 
 // Takes the CMOS lock for the rest of the process's life: no CMOS access of any thread can follow.
 void hold_for_good();

@@ -79,7 +79,7 @@ void switch_phy_on(volatile uint32_t& control_register) {
 // The run marker as the previous run left it; marks this run as running.
 uint8_t exchange_run_marker() {
     uint8_t marker = kRunning;
-    if (readCMOS(cmos::kRunMarker, &marker, sizeof marker) < 0) marker = kRunning;
+    if (!cmos::read(cmos::kRunMarker, {&marker, 1})) marker = kRunning;
     writeCMOS(cmos::kRunMarker, &kRunning, sizeof kRunning);
     return marker;
 }

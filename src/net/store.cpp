@@ -62,7 +62,7 @@ bool write_address(int type, const char* address) {
 
 bool read_address(int type, uint32_t& address) {
     uint8_t bytes[sizeof address];
-    if (readCMOS(cmos_offset(type), bytes, sizeof bytes) < 0) {
+    if (!cmos::read(cmos_offset(type), bytes)) {
         diag::err("readComs\n");
         return false;
     }
@@ -72,7 +72,7 @@ bool read_address(int type, uint32_t& address) {
 
 bool read_magic(uint16_t& magic) {
     uint8_t bytes[4];
-    if (readCMOS(cmos::kNetworkMagic, bytes, sizeof bytes) < 0) return false;
+    if (!cmos::read(cmos::kNetworkMagic, bytes)) return false;
     magic = load_le<uint16_t>(bytes);
     if (magic != kMagic) diag::out("[libmarl] var=%#x\n", magic);
     return true;
@@ -246,7 +246,7 @@ int NetGetDhcpAttr(const char* path, int type, char* out, int outLen) {
 int NetConfigBeenReset() {
     constexpr diag::Site kSite{module::kNet, "NetConfigBeenReset"};
     uint8_t mark = 0;
-    if (readCMOS(cmos::kResetMark, &mark, sizeof mark) < 0) {
+    if (!cmos::read(cmos::kResetMark, {&mark, 1})) {
         diag::err("ERR: Get CMOS Failed\n");
         return -1;
     }
