@@ -1,5 +1,6 @@
 // What other processes and threads do at the same time, and to the names in /tmp, which are anybody's.
 #include <libmarl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,7 +29,7 @@ using namespace board;
 namespace fs = std::filesystem;
 
 const std::string kFlag = "/tmp/upgrade_ing", kMediaGuard = "/tmp/mediaguard_to_sentrel",
-                  kEncode = "/tmp/encode_to_sentrel";
+                  kEncode = "/tmp/encode_to_sentrel", kNetwork = "/mnt/mtd/Config/network2";
 
 void make_sparse(const std::string& path) {
     std::ofstream(path) << "";
@@ -98,38 +99,16 @@ bool reads_a_saved_address() {
 }
 
 TEST(Processes, ReadASettingWhileItIsSaved) {
-    load("file /mnt/mtd/Config/network2 HOSTIP = 10.0.0.1");
+    load(("file " + kNetwork + " HOSTIP = 10.0.0.1").c_str());
     static int looks = 0;
     g_between = [] {
         ++looks;
         EXPECT_TRUE(reads_a_saved_address());
     };
     for (const std::string& address : {kAddresses[1], kAddresses[0], kAddresses[1]})
-        EXPECT_EQ(NetConfigWriteKey("/mnt/mtd/Config/network2", "HOSTIP", address.c_str()), 0);
+        EXPECT_EQ(NetConfigWriteKey(kNetwork.c_str(), "HOSTIP", address.c_str()), 0);
     g_between = nullptr;
     EXPECT_GE(looks, 9);
-}
-
-// Children that were forked go on with their parent's library, one beside the other.
-TEST(Processes, ShareTheFlagAfterAFork) {
-    load("env a=1\nfile /mnt/mtd/Config/network2 HOSTIP = 10.0.0.1");
-    ASSERT_EQ(init_upgrade_map(), 0);
-    for (int child = 0; child < 4; ++child) {
-        if (fork() != 0) continue;
-        bool holds = true;
-        for (int round = 0; holds && round < 50; ++round) {
-            char value[2] = {};
-            holds = reads_a_saved_address() && get_armboot_para("a", value, sizeof value) == 0 &&
-                    (round % 2 == child % 2 ? set_upgrade_map() : clear_upgrade_map()) == 0 &&
-                    check_upgrade_map() >= 0;
-        }
-        _exit(holds ? 0 : 1);
-    }
-    for (int child = 0, status = -1; child < 4; ++child) {
-        wait(&status);
-        EXPECT_EQ(status, 0);
-    }
-    EXPECT_EQ(clear_upgrade_map() + check_upgrade_map(), 0);
 }
 
 // A call that is safe from any thread, and whether it did what it should beside the others.
@@ -165,11 +144,16 @@ constexpr Call kSafeCalls[] = {
     [](int) { return NetGetEthIndex("eth2", "") == 2 && get_keyboard_bootpara() == 2 && get_appauto() == 1; },
 };
 
+const std::string kShared = kTraffic + "env a=1\nfile /proc/net/dev eth0: 0\nfile " + kNetwork +
+                            " HOSTIP = 10.0.0.1\nword " + kFlag + " 0\n";
+
+// While another process saves what they read.
 TEST(Threads, CallWhatIsSafeInAnyOrder) {
-    const std::string files =
-        "file /mnt/mtd/Config/network2 HOSTIP = 10.0.0.1\nfile /proc/net/dev eth0: 0\nword ";
-    if (!scenario::in_real_time(kTraffic + "env a=1\n" + files + kFlag + " 0\n")) return;
+    if (!scenario::in_real_time(kShared)) return;
     std::atomic<int> failed{-1};
+    const pid_t saver = fork();
+    for (unsigned i = 0; saver == 0; ++i)
+        if (NetConfigWriteKey(kNetwork.c_str(), "HOSTIP", kAddresses[i % 2].c_str()) != 0) _exit(1);
     const auto run = [&](unsigned seed) {
         std::minstd_rand random(seed);
         for (int round = 0; round < 400; ++round) {
@@ -181,6 +165,28 @@ TEST(Threads, CallWhatIsSafeInAnyOrder) {
     for (unsigned seed = 1; seed <= 4; ++seed) threads.emplace_back(run, seed);
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(failed, -1) << "number of the call";
+    kill(saver, SIGKILL);
+    int status = 0;
+    EXPECT_EQ(waitpid(saver, &status, 0), saver);
+    EXPECT_EQ(WTERMSIG(status), SIGKILL) << "a save failed";
+}
+
+TEST(Processes, WorkBesideTheDaemonOnOneBoard) {
+    const scenario::BoardDirectory board;
+    setenv("MARL_SIM_TIME", "real", 1);
+    const auto start = [&](const char* program, double seconds, const std::vector<std::string>& arguments) {
+        if (fork() != 0) return;
+        const auto run = scenario::run(program, kShared + kEncodeBeats + kMediaGuardBeats,
+                                       {.seconds = seconds, .arguments = arguments, .root = board.path()});
+        _exit(run.status == 0 && run.journal.count("out \"[sentrel]") == 0 ? 0 : 1);
+    };
+    start("sentrel", 6, {});
+    for (int tries = 0; tries < 1000 && !fs::exists(board.path() + kFlag); ++tries) poll(nullptr, 0, 10);
+    setenv("MARL_SIM_BESIDE", "1", 1);
+    for (int client = 0; client < 2; ++client)
+        start("tests/neighbours_test", 60, {"--gtest_filter=Threads.CallWhatIsSafeInAnyOrder"});
+    for (int status = -1; wait(&status) > 0;) EXPECT_EQ(status, 0);
+    EXPECT_TRUE(fs::exists(board.path() + kFlag));
 }
 
 }  // namespace

@@ -157,7 +157,7 @@ std::string compile(Compiler& compiler, const char* script) {
         if (!file) refuse("%s: %s", script, strerror(errno));
         text << file.rdbuf();
     }
-    std::string orders = compiler.start(text.str());
+    std::string orders = compiler.start(text.str(), getenv("MARL_SIM_BESIDE") != nullptr);
     for (const auto& [line, problem] : compiler.problems())
         fprintf(stderr, "simulated board: %s:%u: %s\n", script, line, problem.c_str());
     if (!compiler.problems().empty()) exit(kRefused);

@@ -39,12 +39,13 @@ Line take_prefixes(Source& source, unsigned number, std::string_view text, unsig
 }  // namespace
 
 // A board that was on before has its flash, CMOS and settings still, and nothing of what was volatile.
-std::string Compiler::start(std::string_view script) {
-    const bool was_on = boot_ > 1;
+std::string Compiler::start(std::string_view script, bool beside) {
+    const bool was_on = boot_ > 1 && !beside;
     const std::string gone = was_on ? "0 - remove /tmp\n0 - remove /proc\n0 - remove /sys\n" : "";
-    known_.outlasts = was_on;
+    known_.kept = beside ? Known::kFiles : was_on ? Known::kSaved : Known::kNothing;
     const std::string orders = compile(script);
-    known_.outlasts = false;
+    known_.kept = Known::kNothing;
+    if (beside) return kEmptyBoard + orders;
     return gone + kEmptyBoard + "0 - put " + launch::kBootsFile + " 0 " + bytes_of(boot_) + "\n" + orders;
 }
 

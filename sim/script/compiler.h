@@ -21,7 +21,7 @@ struct Problem {
 struct Known {
     unsigned environment = 0;  // where it ends; 0: there is none
     bool network = false;
-    bool outlasts = false;  // what was saved before is there, and not made a second time
+    enum { kNothing, kSaved, kFiles } kept = kNothing;  // what is there already, and not made a second time
     unsigned serial_ports = 0;
 };
 
@@ -30,8 +30,9 @@ class Compiler {
     // `boot`: how often the board was switched on, from 1. Lines of other boots are looked at, and left out.
     explicit Compiler(unsigned boot) : boot_(boot) {}
 
-    // The orders of a board that is switched on: those of its script, after those that every board has.
-    std::string start(std::string_view script);
+    // The orders of a board that is switched on: those of its script, after those that every board has. For a program
+    // `beside` another one on a board that is on they leave the files alone.
+    std::string start(std::string_view script, bool beside = false);
     // The orders of some lines. Those that are wrong make none.
     std::string compile(std::string_view text);
     // The orders of one that acts now, while the board runs.

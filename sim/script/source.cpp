@@ -95,9 +95,10 @@ bool Source::wants(bool is_right, std::string_view wanted, std::string_view foun
 }
 
 bool Source::is_saved(std::string_view path) const {
-    const bool is_at_start = known.outlasts && time_ == kAtOnce;
-    return is_at_start && std::any_of(std::begin(kLasting), std::end(kLasting),
-                                      [path](std::string_view top) { return path.starts_with(top); });
+    if (known.kept == Known::kNothing || time_ != kAtOnce) return false;
+    return known.kept == Known::kFiles ||
+           std::any_of(std::begin(kLasting), std::end(kLasting),
+                       [path](std::string_view top) { return path.starts_with(top); });
 }
 
 void Source::order(const char* format, ...) {
