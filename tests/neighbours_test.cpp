@@ -188,8 +188,7 @@ TEST(Processes, WorkBesideTheDaemonOnOneBoard) {
     start("sentrel", 6, {});
     for (int tries = 0; tries < 1000 && !fs::exists(board.path() + kFlag); ++tries) poll(nullptr, 0, 10);
     setenv("MARL_SIM_BESIDE", "1", 1);
-    for (int client = 0; client < 2; ++client)
-        start("tests/neighbours_test", 60, {"--gtest_filter=Threads.CallWhatIsSafeInAnyOrder"});
+    start("tests/neighbours_test", 60, {"--gtest_filter=Threads.CallWhatIsSafeInAnyOrder"});
     for (int status = -1; wait(&status) > 0;) EXPECT_EQ(status, 0);
     EXPECT_TRUE(fs::exists(board.path() + kFlag));
 }

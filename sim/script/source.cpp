@@ -13,7 +13,7 @@ namespace {
 
 constexpr const char* kBlanks = " \t";
 constexpr std::string_view kLasting[] = {"/mnt", "/dev/mtd", "/etc", "/."};
-constexpr std::string_view kOfFiles[] = {"put", "size", "remove", "flash"};  // orders
+constexpr std::string_view kOfFiles[] = {"put", "size", "remove", "flash", "beat"};  // orders
 
 std::string one_of_the_devices() {
     std::string list = "one of";
