@@ -4,6 +4,7 @@ import os
 import pathlib
 import pty
 import re
+import shlex
 import select
 import shutil
 import signal
@@ -237,9 +238,9 @@ class Tool(unittest.TestCase):
         made = subprocess.run([*EMULATOR, TOOL, "completion", "bash"], capture_output=True, check=True, text=True).stdout
         self.assertEqual(made, shipped.read_text(encoding="utf-8"))
         for words, wanted in [("marl fl", "flash"), ("marl flash w", "write"), ("marl --json modem power o", "on off"),
-                              ("marl reboot --w", "--when-idle"), ("marl flash write /etc/host", "/etc/hosts")]:
+                              ("marl reboot --w", "--when-idle"), ("marl flash write /etc/passw", "/etc/passwd")]:
             count = len(words.split()) - 1
-            script = f"source {shipped}; COMP_WORDS=({words}); COMP_CWORD={count}; _marl; echo \"${{COMPREPLY[@]}}\""
+            script = f"source {shlex.quote(str(shipped))}; COMP_WORDS=({words}); COMP_CWORD={count}; _marl; echo \"${{COMPREPLY[@]}}\""
             shown = subprocess.run(["bash", "-c", script], capture_output=True, check=True, text=True).stdout
             self.assertTrue(set(wanted.split()) <= set(shown.split()), words + ": " + shown)
 
