@@ -4,8 +4,8 @@ import os
 import pathlib
 import pty
 import re
-import shlex
 import select
+import shlex
 import shutil
 import signal
 import subprocess
