@@ -3,6 +3,7 @@
 #include <libmarl.h>
 
 #include <cstring>
+#include <sstream>
 
 #include "helpers/board.h"
 
@@ -92,6 +93,35 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
         const auto run = identify(one.script);
         for (const std::string& line : one.lines) EXPECT_TRUE(says(run, line)) << line << run.journal.text();
         EXPECT_EQ(run.journal.count(one.event), one.count) << run.journal.text();
+    }
+}
+
+// For each rule its digits: analysis and network, video, hardware, sensor, code. D: the file names the model.
+TEST(Identification, NamesEveryModelOfThePackedCodes) {
+    load("env a=1");
+    const auto model_of = [](const std::string& id, const std::string& device) {
+        write_file("/mnt/custom/ProductDefinition", "Device:\"" + device + "\"");
+        write_file("/proc/qorzo/bootpara",
+                   "HWID:" + id.substr(0, 3) + "000000" + id[3] + "000" + id.substr(4, 2) + "\n");
+        hwid_transform();
+        return std::string(HWINFO.product_model);
+    };
+    std::istringstream rules(
+        R"(000000 0 unknow, 800001 D1 TRV-A2-I, 000001 D1 TRV-A2-S, 100002 2 IPC-KN1F, 050c02 0 IPC-KN1P,
+        050d02 0 IPC-KN1Q, 000402 2 IPC-KN1S, 050502 2 IPC-KN1S, 000902 2 IPC-KN1S, 040d02 2 IPC-KN1E,
+        010003 2 IPC-KB1, 000003 2 IPC-KB2, 000004 D1 TRV-A5-S, 800005 D1 TRV-A1-I, 000005 D1 TRV-A1-S,
+        004006 2 KXE4AH, 000006 2 KXE4AF, 002107 2 IPC-KD1, 000107 2 IPC-KD2, 000707 2 IPC-KD3,
+        000a07 2 IPC-KD4, 000f07 2 IPC-KD5, 002007 2 Unkown Type, 002108 2 IPC-KE1, 004108 2 IPC-KE2,
+        000008 2 IPC-KE3, 002008 2 IPC-KE3, 004008 2 IPC-KE4, 006008 2 IPC-KE5, 008008 2 IPC-KE6, 00a008 2 ,
+        000009 1 QZ-NRX2, 00000a 2 IPC-KA2, 00000b 2 IPC-KT1, 00000c 2 IPC-KQ3, 00000d 2 Q3, 00000e 2 Q4,
+        00000f 2 Q5, 000010 0 unknow, 000011 2 IPC-KP1, 000012 2 IPC-KM1, 002012 2 IPC-KM2, 004012 2 IPC-KM1,
+        000013 0 IPC-KN1S, 000014 0 unknow, 000015 0 unknow, 000016 2 IPC-KW1, 000017 0 unknow,
+        000018 2 IPC-KW2, 000519 2 IPC-KR1, 000019 2 IPC-KR2, 00001a D1 TRV-A6-S, 00001b 0 VMK51F,
+        80001c D1 TRV-A4-I, 00001c D1 TRV-B4-S, 00071d 2 IPC-KS1, 00081d 2 IPC-KS2, 00001d 2 IPC-KS3,
+        00001e 0 QZ-TRX5-KB-A, 80001f D1 TRV-A3-I, 00001f D1 TRV-A3-S,)");
+    for (std::string rule; std::getline(rules >> std::ws, rule, ',');) {
+        const std::string mark = model_of(rule, "D") == "D" ? " D" : " ", model = model_of(rule, "");
+        EXPECT_EQ(rule.substr(0, 6) + mark + std::to_string(HWINFO.product_category) + " " + model, rule);
     }
 }
 
