@@ -201,10 +201,7 @@ TEST_F(LiveNetwork, EveryFailingRequestIsReportedAndLeavesNoSocket) {
 }
 
 const std::string kCameraWithMac =
-    "network real\n"
-    "env HWID=IPC-KN1E:1:2:0:a:6\n"
-    "file /proc/qorzo/bootpara qz_keyboard:2\n" +
-    kStored;
+    "network real\nenv HWID=IPC-KN1E:1:2:0:a:6\nfile /proc/qorzo/bootpara qz_keyboard:2\n" + kStored;
 const std::string kError = "file! /proc/net/emac_stats DEMAC Error               : 3\\n\n";
 
 TEST_F(LiveNetwork, ALastingMacErrorRestartsEth0AndRestoresItsRoute) {
