@@ -33,8 +33,7 @@ testing::AssertionResult shows(const std::string& words, const std::string& part
 }
 
 const std::string kStored =
-    "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\n"
-    "file /mnt/mtd/Config/network SUBMASK = 255.255.255.0\n"
+    "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\nfile /mnt/mtd/Config/network SUBMASK = 255.255.255.0\n"
     "file /mnt/mtd/Config/network GATEWAYIP = 10.0.0.1\n"
     "file /mnt/mtd/Config/network2 HOSTIP = 10.2.0.2\n"
     "file /mnt/mtd/Config/network2 SUBMASK = 255.255.0.0\n";
