@@ -16,8 +16,7 @@ TEST(GpioObject, OneAtATimeUntilItsLastReferenceGoes) {
                     createGPIO(&other), pg_gpio->release(pg_gpio), createGPIO(nullptr)}),
               Ints({-1, 1, 0, 0, -1, 0, -1}));
     EXPECT_TRUE(journal_follows(
-        {"out \"\\e[0;32;31m[libmarl] ERROR (src/misc/gpio|createGPIO|258): Error:OBJ is "
-         "created\\n\\e[m\"",
+        {"out \"\\e[0;32;31m[libmarl] ERROR (src/misc/gpio|createGPIO|258): Error:OBJ is created\\n\\e[m\"",
          "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/gpio|createGPIO|264): Obiect is NULL"}));
 }
 

@@ -3,6 +3,7 @@
 #include <libmarl.h>
 
 #include <cstring>
+#include <sstream>
 
 #include "helpers/board.h"
 
@@ -68,7 +69,6 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
         {record(R"(\x78\x56\x34\x12)"), {"MAGIC error: 12345678\n", "hwid=" + kZeros}},
         {"file! /mnt/mtdblock1 " + kMagic + "\\x0a", {"read /mnt/mtdblock1", "model=unknow "}},
         {kPacked + kDefinition, {"model=TRV-A9-X ", "info=5 32 "}},
-        {packed("1f") + "file /mnt/custom/ProductDefinition Device: none", {"model=TRV-A3-S "}},
         {packed("6000000000012"), {"model=IPC-KM1 ", "|hwid_transform|738): hardware version"}},
         {"file /proc/qorzo/bootpara HWID:\nfile! /proc/qorzo/bootpara qz_keyboard",
          {"code=0 model=unknow keyboard=0"}},
@@ -92,6 +92,35 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
         const auto run = identify(one.script);
         for (const std::string& line : one.lines) EXPECT_TRUE(says(run, line)) << line << run.journal.text();
         EXPECT_EQ(run.journal.count(one.event), one.count) << run.journal.text();
+    }
+}
+
+// For each rule its digits: code, analysis and network, video, hardware, sensor. D: the file names the model.
+TEST(Identification, NamesEveryModelOfThePackedCodes) {
+    load("env a=1");
+    const auto model_of = [](std::string id, const char* definition) {
+        id.resize(6, '0');
+        write_file("/mnt/custom/ProductDefinition", definition);
+        write_file("/proc/qorzo/bootpara",
+                   "HWID:" + id.substr(2, 3) + "000000" + id[5] + "000" + id.substr(0, 2) + "\n");
+        hwid_transform();
+        return std::string(HWINFO.product_model);
+    };
+    std::istringstream rules(R"(00 0 unknow, 018 D1 TRV-A2-I, 01 D1 TRV-A2-S, 021 2 IPC-KN1F,
+        02050c 0 IPC-KN1P, 02050d 0 IPC-KN1Q, 020004 2 IPC-KN1S, 020505 2 IPC-KN1S, 020009 2 IPC-KN1S,
+        02040d 2 IPC-KN1E, 0301 2 IPC-KB1, 03 2 IPC-KB2, 04 D1 TRV-A5-S, 058 D1 TRV-A1-I, 05 D1 TRV-A1-S,
+        06004 2 KXE4AH, 06 2 KXE4AF, 070021 2 IPC-KD1, 070001 2 IPC-KD2, 070007 2 IPC-KD3, 07000a 2 IPC-KD4,
+        07000f 2 IPC-KD5, 07002 2 Unkown Type, 080021 2 IPC-KE1, 080041 2 IPC-KE2, 08 2 IPC-KE3,
+        08002 2 IPC-KE3, 08004 2 IPC-KE4, 08006 2 IPC-KE5, 08008 2 IPC-KE6, 0800a 2 , 09 1 QZ-NRX2,
+        0a 2 IPC-KA2, 0b 2 IPC-KT1, 0c 2 IPC-KQ3, 0d 2 Q3, 0e 2 Q4, 0f 2 Q5, 10 0 unknow, 11 2 IPC-KP1,
+        12 2 IPC-KM1, 12002 2 IPC-KM2, 12004 2 IPC-KM1, 13 0 IPC-KN1S, 14 0 unknow, 15 0 unknow,
+        16 2 IPC-KW1, 17 0 unknow, 18 2 IPC-KW2, 190005 2 IPC-KR1, 19 2 IPC-KR2, 1a D1 TRV-A6-S, 1b 0 VMK51F,
+        1c8 D1 TRV-A4-I, 1c D1 TRV-B4-S, 1d0007 2 IPC-KS1, 1d0008 2 IPC-KS2, 1d 2 IPC-KS3, 1e 0 QZ-TRX5-KB-A,
+        1f8 D1 TRV-A3-I, 1f D1 TRV-A3-S,)");
+    for (std::string rule; std::getline(rules >> std::ws, rule, ',');) {
+        const std::string id = rule.substr(0, rule.find(' ')), own = model_of(id, "Device: none");
+        const std::string mark = model_of(id, "Device:\"D\"") == "D" ? " D" : " ";
+        EXPECT_EQ(id + mark + std::to_string(HWINFO.product_category) + " " + own, rule);
     }
 }
 
@@ -137,9 +166,8 @@ TEST(Identification, WithAnotherIdLeavesNothingOfTheFirst) {
 
 TEST(Sections, OfAnEnvironmentThatComesLate) {
     const auto run = identify(
-        "env [product_type]=IPC-KQ3\nenv [video_channel]=4\nenv [audio_channel]=2\nenv "
-        "[alarm_mode]=IPC-1.0.440\n"
-        "env [fvideo_chip]=no such chip\nenv [hd_ver]=V2.3\nenv [hwinfo_ver]=V17.0\n"
+        "env [product_type]=IPC-KQ3\nenv [video_channel]=4\nenv [audio_channel]=2\nenv [hd_ver]=V2.3\n"
+        "env [alarm_mode]=IPC-1.0.440\nenv [fvideo_chip]=no such chip\nenv [hwinfo_ver]=V17.0\n"
         "env [net_interface]=EPON\nfault /dev/mtd/1 read 1..6 EIO\n",
         "sections");
     for (const char* text : {"sections=0 c 4 2 5 ffff 0 0 0 0 0 0 0 0 13 0 2 0 0\n",

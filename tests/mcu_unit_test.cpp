@@ -130,7 +130,7 @@ TEST(Link, TwoCallersShareTheDevice) {
 }
 
 TEST(Link, WritesAreRepeatedForALimitedTime) {
-    load_link("fault /dev/mcu write 1..299 EIO\nfault /dev/mcu write 301+ EIO");
+    load_link("fault /dev/mcu write 1..299 short 0\nfault /dev/mcu write 301+ EIO");
     EXPECT_EQ(mcu_shutdown(), MCU_FRAME_SIZE) << "the last try";
     EXPECT_NEAR(sim::now(), 2.99, 0.001);
     EXPECT_EQ(mcu_shutdown(), -1);

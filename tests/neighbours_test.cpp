@@ -66,6 +66,8 @@ TEST(Neighbours, CannotStopTheSupervision) {
             EXPECT_EQ(run.status, held ? 0 : kBoardReset);
             EXPECT_GE(run.journal.count("out \"upgrade is on, skip--\\n\""), held ? 5U : 0U);
             EXPECT_EQ(board.read("/precious"), "precious");
+            const auto uses = counts({path + " open", path + " close"}, run.journal);
+            EXPECT_TRUE(what != std::string("FIFO") || uses[0] == uses[1]) << run.journal.text();
         }
     }
 }

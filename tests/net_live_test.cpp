@@ -33,8 +33,7 @@ testing::AssertionResult shows(const std::string& words, const std::string& part
 }
 
 const std::string kStored =
-    "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\n"
-    "file /mnt/mtd/Config/network SUBMASK = 255.255.255.0\n"
+    "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\nfile /mnt/mtd/Config/network SUBMASK = 255.255.255.0\n"
     "file /mnt/mtd/Config/network GATEWAYIP = 10.0.0.1\n"
     "file /mnt/mtd/Config/network2 HOSTIP = 10.2.0.2\n"
     "file /mnt/mtd/Config/network2 SUBMASK = 255.255.0.0\n";
@@ -201,10 +200,7 @@ TEST_F(LiveNetwork, EveryFailingRequestIsReportedAndLeavesNoSocket) {
 }
 
 const std::string kCameraWithMac =
-    "network real\n"
-    "env HWID=IPC-KN1E:1:2:0:a:6\n"
-    "file /proc/qorzo/bootpara qz_keyboard:2\n" +
-    kStored;
+    "network real\nenv HWID=IPC-KN1E:1:2:0:a:6\nfile /proc/qorzo/bootpara qz_keyboard:2\n" + kStored;
 const std::string kError = "file! /proc/net/emac_stats DEMAC Error               : 3\\n\n";
 
 TEST_F(LiveNetwork, ALastingMacErrorRestartsEth0AndRestoresItsRoute) {

@@ -20,9 +20,7 @@ std::string block(const Device& device) {
     return all +
            "C:* #Ifs= 1 Cfg#= 1 Atr=e0 MxPwr=500mA\n"
            "I:* If#= 0 Alt= 0 #EPs= 3 Cls=ff(vend.) Sub=ff Prot=ff Driver=" +
-           device.driver +
-           "\n"
-           "E:  Ad=81(I) Atr=03(Int.) MxPS=  16 Ivl=2ms\n";
+           device.driver + "\nE:  Ad=81(I) Atr=03(Int.) MxPS=  16 Ivl=2ms\n";
 }
 
 void put(std::string_view list) { board::write_file("/proc/bus/usb/devices", list); }

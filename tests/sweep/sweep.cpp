@@ -163,6 +163,7 @@ void check_call(const Texts& stored, const std::string& journal) {
     const bool is_found = memcmp(shared->found[0], good.found[0], sizeof good.found[0]) == 0;
     const bool visible = !is_same || !is_found || (!is_new && !is_unreported);
     if (is_same && !told && !is_new && !is_unreported) problem("done (%d), and not stored", result);
+    if (result < -1) problem("the result %d", result);
     if (visible && !told && is_told) problem("failed (%d) without a message", result);
     if (is_exact && is_same && !(is_found && is_new)) problem("done (%d), with %s", result, shared->found[0]);
     check_files(stored);
