@@ -205,7 +205,7 @@ TARGET(heartbeat) {
     memory::put(kFlag, as_text(0));
     memory::put(kBeat, as_text(0));
     memory::answers.reboot = [] { longjmp(g_reboot, 1); };
-    for (const uint32_t word : {100, 101, 102}) {
+    for (const uint32_t word : {100U, 101U, 102U}) {
         memory::text_of(kBeat) = as_text(word);
         reboots();  // or not, by what was before
     }
