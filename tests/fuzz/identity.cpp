@@ -85,8 +85,8 @@ void require_sound_identity() {
 
 TARGET(environment) {
     const std::string how = input.line();
-    const std::string name = input.line();
-    const std::string value = input.line();
+    const std::string name = input.line().c_str();  // as a caller gives them, without NULs
+    const std::string value = input.line().c_str();
     put_environment(input.rest(), how == "erased" ? '\xFF' : '\0');
     const Variables before = variables();
     require_found(before, name, 1 + value.size());
