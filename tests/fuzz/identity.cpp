@@ -30,6 +30,7 @@ void put_environment(std::string_view list, char behind = '\0') {
     };
     memory::answers.write = [](const void* image, size_t size) {
         require(image == g_image && size == kImageSize);
+        require(marl::load_le<uint32_t>(g_image) == marl::crc32({g_image + kStart, 0x3FFC}));
         ++g_saves;
         return static_cast<ssize_t>(size);
     };
@@ -100,7 +101,6 @@ TARGET(environment) {
     require(variables() == after);
     require_found(after, name, MARL_ENV_VALUE_MAX + 1);
     require(g_saves == (is_settable && !after.empty() && after.back() == name + "=" + value));
-    if (g_saves > 0) require(marl::load_le<uint32_t>(g_image) == marl::crc32({g_image + kStart, 0x3FFC}));
 }
 
 TARGET(hwid) {
