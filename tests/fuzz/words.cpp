@@ -93,6 +93,7 @@ ssize_t take_frame(const void* data, size_t size) {
 }
 
 constexpr const char* kFlag = "/tmp/upgrade_ing";
+constexpr int kSteps = 40;  // of neighbours; none of the library's counters goes on for longer
 constexpr const char* kBeat = "/tmp/mediaguard_to_sentrel";
 
 std::string as_text(uint32_t word) { return {reinterpret_cast<const char*>(&word), sizeof word}; }
@@ -184,7 +185,7 @@ TARGET(upgrade_flag) {
     require(set_upgrade_map() == 0 && clear_upgrade_map() == 0 && check_upgrade_map() == 0);
     Bearer bearer = Bearer::File;
     int held = 0;
-    while (input.any()) {
+    for (int steps = 0; input.any() && steps < kSteps; ++steps) {
         const uint8_t how = input.byte();
         const Bearer before = std::exchange(bearer, disturb(kFlag, how, input.byte() % 3, bearer));
         const bool is_lost = bearer == Bearer::Nothing && before == Bearer::File;
@@ -212,7 +213,7 @@ TARGET(heartbeat) {
     reboots();
     uint32_t held = 102, last = 102, unchanged = 1, zeros = 0;
     Bearer bearer = Bearer::File;
-    while (input.any()) {
+    for (int steps = 0; input.any() && steps < kSteps; ++steps) {
         const uint8_t how = input.byte();
         bearer = disturb(kBeat, how, input.byte() % 4, bearer);
         if (bearer == Bearer::File) held = word_of(kBeat);
