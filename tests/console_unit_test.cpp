@@ -6,12 +6,15 @@
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <functional>
 
+#include "base/clock.h"
 #include "base/diag.h"
 #include "base/fd.h"
+#include "daemon/clone_task.h"
 #include "daemon/process.h"
 #include "helpers/console.h"
 #include "libmarl/hwinfo.h"
@@ -149,6 +152,26 @@ TEST(Console, ThatIsGoneOrAtItsLimitEndsNobody) {
     EXPECT_EQ(end_of(limited), 0);
     EXPECT_EQ(lseek(file, 0, SEEK_END), 100);
     close(file);
+}
+
+// Its creator's errno is its own: put back, an old value would stand for that of a call of the creator's.
+TEST(Console, LeavesErrnoAsItIsOnTheStackOfACloneTask) {
+    if (getenv("MARL_SIM_CLONE") != nullptr) GTEST_SKIP() << "a thread here";
+    const pid_t creator = start(STDOUT_FILENO, [] {
+        static std::atomic<int> left = 0;
+        close(STDOUT_FILENO);
+        const auto task = [](void*) {
+            errno = ENOTDIR;
+            diag::line("to nobody");
+            left = errno;
+            return 0;
+        };
+        int id = 0;
+        sentrel::clone_thread_create(&id, task, nullptr);
+        sleep_ms(100);
+        _exit(left == 0 || left == ENOTDIR ? 1 : 0);
+    });
+    EXPECT_EQ(end_of(creator), 0);
 }
 
 // Whatever is closed at the start, no device takes the number of a stream.

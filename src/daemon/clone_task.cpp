@@ -21,6 +21,7 @@ int clone_thread_create(int* out_id, int (*fn)(void*), void* arg) {
     if (block == nullptr) return -1;
     char* top = block + kStackSize - sizeof arg;
     memcpy(top, &arg, sizeof arg);
+    marl::diag::share_errno_on(block, kStackSize);
     const int id = clone(fn, top, kFlags, arg);
     if (id < 0) {
         marl::diag::out("create failed:%d\n", id);
