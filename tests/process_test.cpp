@@ -21,7 +21,14 @@ struct AtShell {
 
 void handle(int /*signal*/) {}
 
+int g_interruptions = 0;
+
 }  // namespace
+
+extern "C" pid_t waitpid(pid_t child, int* status, int options) {
+    errno = EINTR;
+    return g_interruptions-- > 0 ? -1 : board::behind(waitpid, "waitpid")(child, status, options);
+}
 
 // In the place of the board's own: a shell that ends with status 3.
 extern "C" int execve(const char* /*path*/, char* const* /*arguments*/,
@@ -41,6 +48,7 @@ TEST(Command, RunsNoHandlerOfItsParentAndIsToldEvenWhereChildrenAreIgnored) {
     signal(SIGUSR1, handle);
     for (const auto children : {SIG_DFL, SIG_IGN}) {
         signal(SIGCHLD, children);
+        g_interruptions = 1000;
         EXPECT_EQ(my_system_call("true"), 3 << 8);
         EXPECT_EQ(g_at_shell.handler, SIG_DFL);
         EXPECT_EQ(g_at_shell.user_signal_held, 0);

@@ -3,11 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 #include "base/console.h"
 #include "base/diag.h"
-#include "base/fd.h"
 #include "base/lock.h"
 #include "base/module.h"
 #include "libmarl/system.h"
@@ -123,6 +123,9 @@ int my_system_call(const char* command) {
         return -1;
     }
     int status = 0;
-    const pid_t ended = repeat_interrupted([&] { return waitpid(child, &status, 0); });
+    pid_t ended = -1;
+    // However often: no driver answers here, and the child ends some time.
+    do ended = waitpid(child, &status, 0);
+    while (ended < 0 && errno == EINTR);
     return ended == child ? status : -1;
 }
