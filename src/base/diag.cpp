@@ -152,8 +152,10 @@ int line(const char* text) { return out("%s\n", text); }
 
 // strerrordesc_np, because strerror and its relatives look for a translation behind a lock.
 int system_error(const char* tag, int error) {
+    const char* separator = *tag != '\0' ? ": " : "";
     const char* text = strerrordesc_np(error);
-    return err("%s%s%s\n", tag, *tag != '\0' ? ": " : "", text != nullptr ? text : "Unknown error");
+    return text != nullptr ? err("%s%s%s\n", tag, separator, text)
+                           : err("%s%sUnknown error %d\n", tag, separator, error);
 }
 
 int library_system_error(const char* tag, int error) {
