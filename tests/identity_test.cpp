@@ -84,6 +84,7 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
          {"code=0 model=IPC-KA2 "}},
         {packed("09") + kDefinition + fault("/mnt/custom/ProductDefinition read 1 EIO"),
          {"model=QZ-TRV-A9-X\n "}},
+        {"file /proc/qorzo/bootpara", {"type=0 code=0 model=unknow "}, "err \"get hwid err\\n\"", 1},
         {"missing /dev/mtd/1", {"type=0 code=0 model=unknow "}, "err \"get hwid err\\n\"", 1},
         {fault(kEnv + "open 1+ ENODEV"), {"type=0 code=0 model=unknow "}, kEnv + "open", 2},
     };

@@ -1,6 +1,7 @@
 #include "identity/env_image.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -34,9 +35,10 @@ void EnvImage::release() {
     bytes_ = nullptr;
 }
 
-// Pages that hold the same go in one call. Where the kernel keeps them, because its pages are larger or locked,
-// nothing is lost but the memory.
+// Pages that hold the same go in one call. Where the kernel keeps them, or has larger ones, nothing is lost but the
+// memory.
 void EnvImage::give_back_behind(size_t used) {
+    if (sysconf(_SC_PAGESIZE) != kPage) return;
     for (size_t page = (used + kPage - 1) / kPage; page < kPages;) {
         uint8_t* start = bytes_ + page * kPage;
         const Content content = content_of(start);

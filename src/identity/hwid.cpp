@@ -134,10 +134,11 @@ void take_id(Identity& board, const uint8_t* id) {
 }
 
 Answer ask_boot_parameters(char (&digits)[28]) {
-    const int result = read_proc_field(device::kBootParameters, kKey, digits, {});
+    int result = read_proc_field(device::kBootParameters, kKey, digits, {});
+    // A file may be empty, or have given nothing for once.
+    if (result == kFieldOfNothing) result = read_proc_field(device::kBootParameters, kKey, digits, {});
     if (result == 0) return Answer::Given;
-    const bool failed = result == kFieldUnreadable || result == kFieldOfNothing ||
-                        (result == kFieldCannotOpen && !is_absent(errno));
+    const bool failed = result == kFieldUnreadable || (result == kFieldCannotOpen && !is_absent(errno));
     return failed ? Answer::Failed : Answer::None;
 }
 
