@@ -174,6 +174,10 @@ TEST(UpgradeFlag, IsLoweredAtTheThirdTry) {
     EXPECT_EQ(Ints({write(flash, kFirst, kSector), flash->release(flash), check_upgrade_map()}),
               Ints({kSector, 0, 0}));
     EXPECT_EQ(count("err \"open /tmp/upgrade_ing failed\\n\""), 2U);
+    flash = create();
+    EXPECT_EQ(write(flash, kFirst, kSector), static_cast<int>(kSector));
+    std::filesystem::remove(path_of("/tmp/upgrade_ing"));
+    EXPECT_EQ(flash->release(flash), 0) << "nobody else sees a flag without a name";
 }
 
 TEST(FpgaFlash, TakesItsImageSectorBySectorAndTheFirstLast) {

@@ -9,9 +9,9 @@
  *   any                                        | the flash of the DM365 co-processor, when that was asked for
  *
  * A write compares each sector with what is stored and rewrites only those that differ; in the first
- * partition the range is rewritten without a look. From the first write or erase on, even one that fails, the
- * upgrade flag (set_upgrade_map()) is raised; the last release lowers it. A flag that cannot be raised is
- * reported by set_upgrade_map() and does not stop the write.
+ * partition the range is rewritten without a look. Before anything is changed the upgrade flag
+ * (set_upgrade_map()) is raised; the last release lowers it. A flag that cannot be raised is reported by
+ * set_upgrade_map() and does not stop the write.
  *
  * @par Which call
  * createRawFlash(), which reads the partition table itself, then flash_getinfo(), flash_read(), flash_write()
@@ -25,8 +25,8 @@
  * dm365_upgrade_write().
  *
  * @par Results
- * Every failure returns -1. A failure is not retried; sectors rewritten before stay, and writing the same
- * again completes the image.
+ * Every failure returns -1. Only the lowering of the upgrade flag is tried again; sectors rewritten before
+ * stay, and writing the same again completes the image: the FPGA's when that begins with its first sector.
  *
  * @par Messages
  * These failures are silent:

@@ -90,7 +90,7 @@ void raise_flag() {
 bool lower_flag() {
     int tries = 1;
     while (clear_upgrade_map() < 0) {
-        if (!g_flash.flag_raised) return true;
+        if (!g_flash.flag_raised || check_upgrade_map() == 0) break;  // as where the file is gone
         if (tries++ == kLowerTries) return false;
         sleep_ms(kLowerPauseMs);
     }
