@@ -150,12 +150,13 @@ TEST_F(LiveNetwork, AnAppliedAddressIsSavedAndAnnouncedInOneFrame) {
               Ints(2, 0));
     EXPECT_EQ(Strings({address, gateway}), Strings({"10.0.0.5", "10.0.0.7"}));
     sim::clear_journal();
-    // In the other's subnet, or a broadcast address.
+    // In the other's subnet, a broadcast address, or what cannot be stored.
     EXPECT_EQ(Ints({NetApplyIpMask("eth0", "10.2.0.9", "255.255.0.0"),
                     NetApplyIpMask("eth2", "10.0.0.9", "255.255.255.0"),
                     NetApplyIpMask("eth0", "10.0.0.255", "255.255.255.0"),
-                    NetApplyEth0IpMask("10.0.0.255", "255.255.255.0")}),
-              Ints(4, -1));
+                    NetApplyEth0IpMask("10.0.0.255", "255.255.255.0"),
+                    NetApplyIpMask("eth0", "10.0.0.9\n", "255.255.255.0")}),
+              Ints(5, -1));
     EXPECT_EQ(count("socket"), 0U);
     EXPECT_EQ(NetSendarp("wlan0"), -1);
 }

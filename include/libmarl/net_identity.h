@@ -76,8 +76,8 @@ MARL_API int NetSetMAC(const char* name, const char* mac);
 /**
  * Runs the shell command "hostname NAME", the whole of it cut to 63 characters.
  *
- * @param name  letters, digits, '-' and '.' (RFC 1123). One with anything else, an empty one and one that
- *              begins with '-' is refused before a shell is started, so that nobody runs a command through it.
+ * @param name  letters, digits, '-' and '.' (RFC 1123), and '_'. One with anything else, an empty one and one
+ *              that begins with '-' is refused before a shell is started, so that nobody runs a command through it.
  * @return the status of system(3), or -1 for a name that is refused
  */
 MARL_API int NetSetHostName(const char* name);

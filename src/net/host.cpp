@@ -57,7 +57,7 @@ int fail_resolver() {
 }
 
 bool is_host_name(const char* name) {
-    constexpr std::string_view kAllowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-.";
+    constexpr std::string_view kAllowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._";
     const std::string_view text = name;
     return !text.empty() && text.front() != '-' && text.find_first_not_of(kAllowed) == std::string_view::npos;
 }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -150,14 +151,16 @@ int wireless_link(const char* name) {
     char raw[MARL_PROC_RAW_SIZE + 1] = {};
     const int result = get_proc_field(kWireless, name, ':', nullptr, raw);
     if (result < 0) return result;
-    unsigned status = 0;
+    unsigned status = UINT_MAX;
     unsigned quality = 0;
-    if (sscanf(raw, "%u %u", &status, &quality) != 2) {
+    const bool is_whole = sscanf(raw, "%u %u", &status, &quality) == 2;
+    if (!is_whole) {
         diag::out("[libmarl] raw=%s\n", raw);
         diag::err("sscanf");
-        return kUnknown;
     }
-    return status == 0 ? kDown : kUp;
+    // Without the quality the status still tells.
+    if (status == 0) return kDown;
+    return status == 1 || is_whole ? kUp : kUnknown;
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include "libmarl/interfaces.h"
 #include "libmarl/net_live.h"
 #include "libmarl/network.h"
+#include "net/text_file.h"
 
 namespace {
 
@@ -130,7 +131,10 @@ bool clashes_with_other_interface(const char* name, const char* address, const c
     return strcmp(name, "eth0") == 0 && NetSameSubnet("eth2", address, mask) == 1;
 }
 
+// What could be set but not stored would be gone at the next start: an address is taken with a blank behind it.
 int apply(const char* name, int type, const char* value) {
+    const bool is_storable = value == nullptr || *value == '\0' || is_word(value);
+    if (!is_storable) return fail("SetEthAttr", "express error");
     if (SetEthAttr(name, type, value) != 0) return -1;
     SaveEthAttr(name, type, value);
     return 0;

@@ -124,7 +124,7 @@ TARGET(host_name) {
     name = input.rest().c_str();
     const bool is_name =
         !name.empty() && name[0] != '-' && std::all_of(name.begin(), name.end(), [](char each) {
-            return isalnum(static_cast<uint8_t>(each)) || each == '-' || each == '.';
+            return isalnum(static_cast<uint8_t>(each)) || strchr("-._", each) != nullptr;
         });
     memory::answers.command = [](std::string_view command) {
         require(command == ("hostname " + name).substr(0, 63));
