@@ -88,14 +88,14 @@ void raise_flag() {
 // word: it is tried again, here and by the next release. A flag that was not raised here is lowered once,
 // come what may.
 bool lower_flag() {
-    int tries = 1;
-    while (clear_upgrade_map() < 0) {
-        if (!g_flash.flag_raised || check_upgrade_map() == 0) break;  // as where the file is gone
-        if (tries++ == kLowerTries) return false;
+    bool is_lowered = clear_upgrade_map() == 0;
+    for (int tries = 1; g_flash.flag_raised && !is_lowered && tries < kLowerTries; ++tries) {
         sleep_ms(kLowerPauseMs);
+        is_lowered = clear_upgrade_map() == 0;
     }
-    g_flash.flag_raised = false;
-    return true;
+    const bool is_gone = !is_lowered && errno == ENOENT;  // the file, and the flag with it
+    if (is_lowered || is_gone) g_flash.flag_raised = false;
+    return !g_flash.flag_raised;
 }
 
 bool open_fpga() {
