@@ -32,8 +32,8 @@ struct Range {
     uint32_t sectors() const { return (length + target.sector - 1) / target.sector; }
 };
 
-// The target of the command and, from --offset on, `length` bytes of it or, for 0, all. Complaints are made here,
-// before anything is touched.
+// The target of the command and, from --offset on, `length` bytes of it or, for 0, all that there are. Complaints
+// are made here, before anything is touched.
 Exit find_range(const Request& request, const char* name, uint32_t length, Range& out) {
     Partitions partitions;
     if (!partitions.read()) return failed_system("the partitions cannot be read");
@@ -42,7 +42,7 @@ Exit find_range(const Request& request, const char* name, uint32_t length, Range
         return refused("there is no %s in flash; \"marl flash map\" lists what there is", name);
     out.target = *target;
     out.offset = request.number("--offset", 0);
-    if (out.offset > target->size) return refused("%s has %u bytes only", name, target->size);
+    if (out.offset >= target->size) return refused("%s has %u bytes only", name, target->size);
     const uint32_t room = target->size - out.offset;
     out.length = length != 0 ? length : room;
     if (out.length > room) {

@@ -59,6 +59,7 @@ constexpr Kind kKinds[] = {
     number("COUNT", "a number of CMOS bytes, 1 to 64", 1, MARL_CMOS_READ_MAX),
     number("BYTE", "the value of a byte, 0 to 255", 0, 255),
     number("BYTES", "a number of bytes; K and M behind it count 1024 and 1048576", 0, UINT32_MAX),
+    number("SIZE", "a number of bytes, 1 at least; K and M as behind BYTES", 1, UINT32_MAX),
     number("MS", "a time in milliseconds, 1 to 3600000", 1, 3600000),
     number("PERIOD", "a watchdog period in milliseconds, 1000 to 2147483647", 1000, INT32_MAX),
     number("SECONDS", "a time in seconds, 1 to 86400", 1, 86400),
