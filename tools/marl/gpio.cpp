@@ -91,11 +91,15 @@ Exit gpio_watch(const Request& request) {
 Exit expander_get(const Request& request) {
     const uint32_t first = request.number(0);
     const uint32_t last = request.word(0) != nullptr ? first : kInputs - 1;
+    uint8_t levels[kInputs] = {};
+    for (uint32_t input = first; input <= last; ++input) {
+        if (gio_expander_read(input, &levels[input]) < 0)
+            return failed_system("input %u cannot be read", input);
+    }
     const results::JsonOnly structure;
     results::begin_list("inputs");
     for (uint32_t input = first; input <= last; ++input) {
-        uint8_t level = 0;
-        if (gio_expander_read(input, &level) < 0) return failed_system("input %u cannot be read", input);
+        const int level = levels[input];
         request.word(0) != nullptr ? results::print("%d\n", level) : results::print("%u %d\n", input, level);
         results::begin();
         results::field("input", input);

@@ -8,9 +8,15 @@
 namespace tool {
 namespace {
 
+// What cannot be read is shown as not known, and the rest all the same.
+bool is_unknown(const char* name) {
+    results::field(name, nullptr);
+    return false;
+}
+
 bool show_memory() {
     MemInfo memory{};
-    if (get_mem_info(&memory) != 0) return false;
+    if (get_mem_info(&memory) != 0) return is_unknown("memory");
     results::begin("memory");
     results::field("total_kb", memory.total);
     results::field("available_kb", memory.available);
@@ -26,7 +32,7 @@ bool show_processor(uint32_t seconds) {
         sleep_us(1000000 * (seconds % 60));
         for (uint32_t minutes = seconds / 60; minutes > 0; --minutes) sleep_us(60000000);
     }
-    if (get_cpu_stat(&processor) != 0) return false;
+    if (get_cpu_stat(&processor) != 0) return is_unknown("processor");
     results::begin("processor");
     results::field("usage_percent", processor.usage);
     results::field("context_switches", processor.context_switches);
@@ -37,6 +43,7 @@ bool show_processor(uint32_t seconds) {
 bool show_interfaces() {
     NetDeviceEntry entries[MARL_NET_DEVICES_MAX];
     const int count = NetGetEthDevice(entries, MARL_NET_DEVICES_MAX);
+    if (count < 0) return is_unknown("interfaces");
     results::begin("interfaces");
     for (int i = 0; i < count; ++i) {
         NetDeviceStats counters{};
@@ -49,7 +56,7 @@ bool show_interfaces() {
         results::end();
     }
     results::end();
-    return count >= 0;
+    return true;
 }
 
 }  // namespace

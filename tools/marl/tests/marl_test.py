@@ -212,6 +212,11 @@ class Tool(unittest.TestCase):
                     self.assertEqual(self.out, b"")
                     self.assertNotRegex(self.calls(), " (write|ioctl|ftruncate) |command")
 
+    def test_a_failure_leaves_whole_json(self):
+        self.assertEqual((self.marl("expander get --json", script=BOARD + "fault /dev/misc/gio_expd_in read 3 EIO\n"), self.out), (1, b""))
+        self.assertEqual(self.marl("stats --json", script=BOARD.replace("file /proc/meminfo", "file /tmp/nothing")), 1)
+        self.assertEqual((json.loads(self.out)["memory"], json.loads(self.out)["processor"]["usage_percent"]), (None, 25))
+
     def test_results_and_messages_are_apart(self):
         self.marl("env get appauto")
         self.assertEqual(self.out, b"1\n")
