@@ -18,14 +18,15 @@ constexpr int kDescriptor = 63;
 
 struct {
     bool json;
-    bool failed;
+    int descriptor;  // negative when the program has been started without a standard output
+    int error;       // of the first write that failed
     bool is_open;   // the object that all is in has been begun
     bool is_first;  // no member of the present object or list has been written
     int depth;      // of objects and lists around
     int silent;     // text is left out
     size_t used;
     char buffer[4096];
-} constinit state{false, false, false, true, 0, 0, 0, {}};
+} constinit state{false, -1, 0, false, true, 0, 0, 0, {}};
 
 void append(const char* text, size_t size) {
     while (size > 0) {
@@ -103,7 +104,7 @@ void close_bracket(const char* bracket) {
 }  // namespace
 
 void take_standard_output() {
-    if (dup3(STDOUT_FILENO, kDescriptor, O_CLOEXEC) < 0) state.failed = true;
+    state.descriptor = dup3(STDOUT_FILENO, kDescriptor, O_CLOEXEC);
     if (dup2(STDERR_FILENO, STDOUT_FILENO) < 0) close(STDOUT_FILENO);
 }
 
@@ -158,13 +159,14 @@ bool end_object() {
 }
 
 bool flush() {
-    for (size_t done = 0; done < state.used && !state.failed;) {
-        const ssize_t n = write(kDescriptor, state.buffer + done, state.used - done);
+    for (size_t done = 0; done < state.used && state.error == 0;) {
+        const ssize_t n = write(state.descriptor, state.buffer + done, state.used - done);
         if (n > 0) done += static_cast<size_t>(n);
-        if (n < 0 && errno != EINTR) state.failed = true;
+        if (n < 0 && errno != EINTR) state.error = errno;
     }
     state.used = 0;
-    return !state.failed;
+    if (state.error != 0) errno = state.error;
+    return state.error == 0;
 }
 
 }  // namespace tool::results

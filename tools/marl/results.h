@@ -39,10 +39,11 @@ struct JsonOnly {
 };
 
 // Ends the object, if there is one, and writes all that is kept; what follows is in an object, and on a line, of
-// its own. False when that or anything before could not be written.
+// its own. False as flush() is.
 bool end_object();
 
-// Writes what is kept.
+// Writes what is kept. False, with errno set, when that or anything before could not be written; where there is
+// nothing to write, nothing fails.
 bool flush();
 
 }  // namespace tool::results

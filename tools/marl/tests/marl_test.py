@@ -227,6 +227,9 @@ class Tool(unittest.TestCase):
         self.assertIn(b"\na=b\n", (self.marl("env list"), self.out)[1])
         self.assertEqual(self.marl("env set a b --yes"), 0)
         self.assertEqual(self.erases(), 0)
+        for line, status in ("gpio set 49 0", 0), ("gpio get 23", 1):
+            self.assertEqual(self.marl(line, before=["sh", "-c", "exec \"$@\" >&-", "sh"]), status)
+            self.assertEqual("standard output: Bad file descriptor" in self.errors, status == 1)
 
     def test_help_needs_no_board(self):
         names = re.findall(r"^  (\S+) ", subprocess.run([*EMULATOR, TOOL, "--help"], capture_output=True, check=True, text=True).stdout, re.M)
