@@ -14,8 +14,11 @@ constexpr uint32_t kSize = 256;
 
 Exit unreachable(int result, const char* what) {
     if (result == 0) return failed("this model has no CMOS bytes");
+    if (result > 0) return failed("not all of the CMOS bytes were %s", what);
     return failed_system("the CMOS bytes cannot be %s", what);
 }
+
+bool is_whole(int result, uint32_t count) { return result == static_cast<int>(count); }
 
 void show(uint32_t offset, const uint8_t* bytes, uint32_t count) {
     for (uint32_t i = 0; i < count; ++i) results::print("%02x%c", bytes[i], i + 1 < count ? ' ' : '\n');
@@ -35,7 +38,7 @@ Exit cmos_read(const Request& request) {
         return refused("there are 256 CMOS bytes: %u from %u on are too many", count, offset);
     uint8_t bytes[MARL_CMOS_READ_MAX];
     const int result = readCMOS(static_cast<uint8_t>(offset), bytes, count);
-    if (result <= 0) return unreachable(result, "read");
+    if (!is_whole(result, count)) return unreachable(result, "read");
     show(offset, bytes, count);
     return kDone;
 }
@@ -49,9 +52,10 @@ Exit cmos_write(const Request& request) {
     uint8_t bytes[MARL_CMOS_READ_MAX], stored[MARL_CMOS_READ_MAX];
     for (uint32_t i = 0; i < count; ++i)
         bytes[i] = static_cast<uint8_t>(request.number(static_cast<int>(i) + 1));
-    const int result = writeCMOS(static_cast<uint8_t>(offset), bytes, count);
-    if (result <= 0) return unreachable(result, "written");
-    if (readCMOS(static_cast<uint8_t>(offset), stored, count) <= 0) return unreachable(-1, "read back");
+    const int written = writeCMOS(static_cast<uint8_t>(offset), bytes, count);
+    if (written <= 0) return unreachable(written, "written");
+    const int read = readCMOS(static_cast<uint8_t>(offset), stored, count);
+    if (!is_whole(read, count)) return unreachable(read, "read back");
     if (memcmp(bytes, stored, count) != 0) return failed("the CMOS bytes are not as they were written");
     if (results::is_json()) show(offset, bytes, count);
     return kDone;

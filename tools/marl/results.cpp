@@ -20,10 +20,10 @@ struct {
     bool json;
     int descriptor;  // negative when the program has been started without a standard output
     int error;       // of the first write that failed
-    bool is_open;   // the object that all is in has been begun
-    bool is_first;  // no member of the present object or list has been written
-    int depth;      // of objects and lists around
-    int silent;     // text is left out
+    bool is_open;    // the object that all is in has been begun
+    bool is_first;   // no member of the present object or list has been written
+    int depth;       // of objects and lists around
+    int silent;      // text is left out
     size_t used;
     char buffer[4096];
 } constinit state{false, -1, 0, false, true, 0, 0, 0, {}};
