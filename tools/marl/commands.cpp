@@ -60,7 +60,7 @@ constexpr Command kCommands[] = {
      .arguments = "LINE [--level 0|1] [--for MS]",
      .summary =
          "Sets a line to a level, 1, for a time, 100 ms, and then to the other. Line 35 resets the board.",
-     .details = nullptr,
+     .details = "Ctrl-C ends the pulse, which has failed then.",
      .examples = "gpio pulse 4 --level 0 --for 50",
      .run = gpio_pulse,
      .danger = kReset,

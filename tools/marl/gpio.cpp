@@ -53,8 +53,9 @@ Exit gpio_pulse(const Request& request) {
     // Halfway is no place to stop.
     watch_for_interrupts();
     if (!set_line(line, level)) return failed_system("line %u cannot be set", line);
-    sleep_us(time_ms * 1000);
+    const bool is_whole = sleep_us(time_ms * 1000) == 0;
     if (!set_line(line, 1 - level)) return failed_system("line %u cannot be set back", line);
+    if (!is_whole) return failed("interrupted: line %u was set back before %u ms were over", line, time_ms);
     const results::JsonOnly rest;
     results::field("line", line);
     results::field("level", level);

@@ -122,6 +122,7 @@ NOT_DONE = [
     ("flash read data --length 0K", 2, "SIZE is"), ("flash erase data --offset 256K --yes", 2, "262144 bytes only"), ("flash erase fpga --yes", 2, "cannot be erased"),
     ("flash verify IMAGE data", 1, ""), ("flash read system --json", 2, "wants a FILE"),
     ("word /tmp/upgrade_ing 1: reboot --yes", 2, "an upgrade runs"), ("missing /dev/misc/gpio: id", 1, ""),
+    ("fault * sleep 1 EINTR: gpio pulse 4", 1, "line 4 was set back before 100 ms"),
     ("fault /dev/misc/gpio read 1 EIO: gpio get 3", 1, "line 3 cannot be read: Input/output error"),
     ("fault /dev/misc/rtc read 1 short 2: cmos read 60 3", 1, "not all of the CMOS bytes were read"),
     ("fault /dev/mtd/1 ioctl 1 EIO: env set a b --yes", 1, "a is not in flash"), ("env appauto=0: watchdog feed", 1, "appauto"),
