@@ -1,11 +1,12 @@
 // GPIO lines and the expander.
 #include <libmarl.h>
 
+#include <algorithm>
 #include <cstring>
-#include <ctime>
 
 #include "handlers.h"
 #include "messages.h"
+#include "progress.h"
 #include "results.h"
 
 namespace tool {
@@ -66,25 +67,28 @@ Exit gpio_pulse(const Request& request) {
 // The first level and every change, with the time since the start.
 Exit gpio_watch(const Request& request) {
     const uint32_t line = request.number(0);
-    const uint32_t pause_ms = request.number("--every", 100);
-    const uint64_t limit_ms = uint64_t{request.number("--for", 0)} * 1000;
+    const int64_t pause_ms = request.number("--every", 100);
+    const int64_t limit_ms = request.has("--for") ? request.number("--for", 0) * int64_t{1000} : INT64_MAX;
+    const int64_t start_ms = now_in_ms();
     int before = -1;
     watch_for_interrupts();
-    for (uint64_t time_ms = 0; !is_interrupted() && (limit_ms == 0 || time_ms < limit_ms);
-         time_ms += pause_ms) {
+    for (int64_t time_ms = 0; !is_interrupted() && time_ms < limit_ms;) {
         const int level = gpio_get_bit(line);
         if (level < 0) return unreadable(line);
         if (level != before) {
             results::print("%7u.%03u %d\n", static_cast<unsigned>(time_ms / 1000),
                            static_cast<unsigned>(time_ms % 1000), level);
             const results::JsonOnly rest;
-            results::field("ms", static_cast<int64_t>(time_ms));
+            results::field("ms", time_ms);
             results::field("line", line);
             results::field("level", level);
             if (!results::end_object()) return failed_system("standard output");
         }
         before = level;
-        sleep_us(pause_ms * 1000);
+        const int64_t sleep_ms = std::min(pause_ms, limit_ms - time_ms);
+        sleep_us(static_cast<uint32_t>(sleep_ms * 1000));
+        // A simulated board's time stands still for the clock, but its sleeps count.
+        time_ms = std::max(time_ms + sleep_ms, now_in_ms() - start_ms);
     }
     return kDone;
 }

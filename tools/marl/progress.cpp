@@ -13,13 +13,13 @@ constexpr int kWidth = 30;
 constexpr int64_t kPauseMs = 100;
 constexpr double kMiB = 1 << 20;
 
+}  // namespace
+
 int64_t now_in_ms() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
-
-}  // namespace
 
 Progress::Progress(const char* what, uint32_t total)
     : what_(what),

@@ -5,6 +5,9 @@
 
 namespace tool {
 
+// Of the clock that nobody sets.
+int64_t now_in_ms();
+
 class Progress {
   public:
     Progress(const char* what, uint32_t total);

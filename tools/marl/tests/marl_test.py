@@ -332,6 +332,10 @@ class Tool(unittest.TestCase):
         self.assertRegex(shown, r"(?s)interrupted after \d+ of 16777216 bytes.*the same command writes what it lacks")
         self.assertEqual(self.place.joinpath("root/tmp/upgrade_ing").read_bytes(), bytes(4))
 
+    def test_a_watch_ends_in_time(self):
+        self.assertEqual(self.marl("gpio watch 23 --every 5000 --for 7", script=BOARD + "at 8 level 23 1\n"), 0)
+        self.assertRegex(self.journal, r"\n5\.000 /dev/misc/gpio read .*\n\Z")
+
     def test_the_board_is_reset_when_it_may_be(self):
         self.assertEqual(self.marl("reboot --yes"), 3)
         self.assertEqual((self.marl("gpio pulse 35 --level 0 --yes"), "board reset gpio35" in self.journal), (3, True))
