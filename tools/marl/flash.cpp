@@ -58,10 +58,11 @@ Exit check_alignment(const Range& range) {
     return refused("%u is not the start of a sector: they have %u bytes", range.offset, range.target.sector);
 }
 
-// The library's object, for as long as it is used.
+// The library's object, for as long as it is used. Its release lowers the upgrade flag whoever raised it, so one
+// that another process raised is raised again.
 class Flash {
   public:
-    Flash() {
+    Flash() : was_raised_(is_flag_raised()) {
         const int32_t host_flash = 0;
         if (createRawFlash(&host_flash, &object_) != 0) object_ = nullptr;
     }
@@ -71,23 +72,40 @@ class Flash {
 
     bool is_open() const { return object_ != nullptr; }
 
-    // Lowers the upgrade flag, if it was raised. False when that failed.
-    bool close() {
-        RawFlash* object = object_;
+    // Complains of a release that failed.
+    Exit close() {
+        if (object_ == nullptr) return kDone;
+        const bool is_others = is_flag_raised() && (was_raised_ || !has_changed_);
+        const bool is_released = flash_release(object_) == 0;
         object_ = nullptr;
-        return object == nullptr || flash_release(object) == 0;
+        if (is_others && set_upgrade_map() != 0)
+            return failed("the upgrade flag, which another process had raised, is lowered");
+        if (is_released) return kDone;
+        return !is_others && check_upgrade_map() != 0 ? failed("the upgrade flag could not be lowered")
+                                                      : failed("the flash could not be released in order");
     }
+
+    // Whether anything was written or erased, or may have been by what then failed.
+    bool has_changed() const { return has_changed_; }
 
     bool read(uint32_t address, uint8_t* out, uint32_t size) {
         return flash_read(object_, out, address, size) == static_cast<int>(size);
     }
     bool write(uint32_t address, const uint8_t* data, uint32_t size) {
+        has_changed_ = true;
         return flash_write(object_, data, address, size) >= 0;
     }
-    bool erase(uint32_t address, uint32_t size) { return flash_erase(object_, address, size) == 0; }
+    bool erase(uint32_t address, uint32_t size) {
+        has_changed_ = true;
+        return flash_erase(object_, address, size) == 0;
+    }
 
   private:
+    static bool is_flag_raised() { return check_upgrade_map() == 1; }
+
     RawFlash* object_ = nullptr;
+    bool was_raised_;
+    bool has_changed_ = false;
 };
 
 // Room for one sector of the image and what is stored in its place.
@@ -262,6 +280,7 @@ Exit flash_get(const Request& request) {
         if (path != nullptr && !file.write_at(sectors.stored, size, done)) return failed_system("%s", path);
         progress.advance(size);
     }
+    if (const Exit status = flash.close(); status != kDone) return status;
     const results::JsonOnly rest;
     show_range(range);
     return kDone;
@@ -281,13 +300,17 @@ Exit flash_put(const Request& request) {
     uint32_t written = 0;
     const Exit status = target.is_fpga() ? write_fpga(pass, written) : pass.run(Work::Update);
     if (!target.is_fpga()) written = pass.differing();
-    const bool is_closed = flash.close();
+    const bool is_closed = flash.close() == kDone;
+    if (status != kDone && !flash.has_changed()) return failed("nothing was written");
+    // What the FPGA's writes have left alone is known to the library only.
+    if (status != kDone && target.is_fpga())
+        return failed("the image may not be whole; the same command writes what it lacks");
     if (status != kDone) {
         return failed(
-            "the image is not whole; the same command writes what it lacks (%u sectors were written)",
+            "the image may not be whole; the same command writes what it lacks (%u sectors were written)",
             written);
     }
-    if (!is_closed) return failed("the image is whole, but the upgrade flag could not be lowered");
+    if (!is_closed) return failed("the image is whole all the same");
     const uint32_t sectors_of_image = job.range.sectors();
     results::print("%s: %u of %u sectors differed and were written, %u were right already\n", target.name,
                    written, sectors_of_image, sectors_of_image - written);
@@ -309,6 +332,7 @@ Exit flash_compare(const Request& request) {
     if (!flash.is_open() || !sectors.is_there()) return failed("the flash cannot be opened");
     Pass pass(flash, job.image, job.range, sectors);
     if (const Exit status = pass.run(Work::Compare); status != kDone) return status;
+    if (const Exit status = flash.close(); status != kDone) return status;
     results::print("%s: %u of %u sectors differ\n", job.range.target.name, pass.differing(),
                    job.range.sectors());
     const results::JsonOnly rest;
@@ -337,7 +361,7 @@ Exit flash_clear(const Request& request) {
             return failed("%s: the sector at %u is not erased", range.target.name, range.offset + done);
         progress.advance(range.target.sector);
     }
-    if (!flash.close()) return failed("the upgrade flag could not be lowered");
+    if (const Exit status = flash.close(); status != kDone) return status;
     results::print("%s: %u sectors erased\n", range.target.name, range.sectors());
     const results::JsonOnly rest;
     show_range(range);

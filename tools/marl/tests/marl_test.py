@@ -126,6 +126,8 @@ NOT_DONE = [
     ("fault /dev/misc/gpio read 1 EIO: gpio get 3", 1, "line 3 cannot be read: Input/output error"),
     ("fault /dev/misc/rtc read 1 short 2: cmos read 60 3", 1, "not all of the CMOS bytes were read"),
     ("fault /dev/mtd/1 ioctl 1 EIO: env set a b --yes", 1, "a is not in flash"), ("env appauto=0: watchdog feed", 1, "appauto"),
+    ("fault /tmp/upgrade_ing write 2+ EIO: flash erase data --yes", 1, "the upgrade flag could not be lowered"),
+    ("fault /dev/mtd/3 read 1 EIO: flash write IMAGE data --yes", 1, "nothing was written"),
     ("fault /dev/mtd/3 write 2 EIO: flash write IMAGE data --yes", 1, "the same command writes what it lacks (1 sectors were written)"),
 ]
 
@@ -292,6 +294,10 @@ class Tool(unittest.TestCase):
         for written in 128, 0:
             self.assertEqual(self.answer("flash write IMAGE fpga --yes", script=script)[0]["written"], written)
             self.assertEqual("0xc0046508" in self.journal, written > 0)
+        self.image("image", 0x80000, seed=2)
+        for fault, wanted in ("read 1", "nothing was written\n"), ("ioctl:0xc0046508 1", "the same command writes what it lacks\n"):
+            self.assertEqual(self.marl("flash write IMAGE fpga --yes", script=script + f"fault /dev/misc/spi1 {fault} EIO\n"), 1)
+            self.assertIn(wanted, self.errors)
         self.assertEqual(self.place.joinpath("root/dev/misc/spi1").read_bytes(), data)
 
     def on_terminal(self, line, typed, interrupted_at=None):
@@ -335,6 +341,13 @@ class Tool(unittest.TestCase):
     def test_a_watch_ends_in_time(self):
         self.assertEqual(self.marl("gpio watch 23 --every 5000 --for 7", script=BOARD + "at 8 level 23 1\n"), 0)
         self.assertRegex(self.journal, r"\n5\.000 /dev/misc/gpio read .*\n\Z")
+
+    def test_a_flag_of_another_stays_raised(self):
+        self.image("image", SECTOR)
+        for flag in 0, 1:
+            for line in "flash read data", "flash write IMAGE data --yes", "flash erase data --yes":
+                self.assertEqual(self.marl(line, script=BOARD + f"word /tmp/upgrade_ing {flag}\n"), 0)
+                self.assertEqual(self.place.joinpath("root/tmp/upgrade_ing").read_bytes(), flag.to_bytes(4, "little"))
 
     def test_the_board_is_reset_when_it_may_be(self):
         self.assertEqual(self.marl("reboot --yes"), 3)
