@@ -260,13 +260,16 @@ Exit flash_get(const Request& request) {
     if (range.target.is_fpga() &&
         (check_alignment(range) != kDone || range.length % range.target.sector != 0))
         return refused("fpga is read in whole sectors of %u bytes", range.target.sector);
-    const File file(path != nullptr ? path : "/dev/null",
-                    O_WRONLY | (path != nullptr ? O_CREAT | O_TRUNC : 0));
-    if (!file.is_open()) return failed_system("%s", path);
     watch_for_interrupts();
     Flash flash;
     Sectors sectors(range.target.sector);
     if (!flash.is_open() || !sectors.is_there()) return failed("the flash cannot be opened");
+    // The file may be the last good copy: it is emptied when there is something to put into it.
+    if (!flash.read(range.address(), sectors.stored, std::min(range.target.sector, range.length)))
+        return failed("%s cannot be read", request.word(0));
+    const File file(path != nullptr ? path : "/dev/null",
+                    O_WRONLY | (path != nullptr ? O_CREAT | O_TRUNC : 0));
+    if (!file.is_open()) return failed_system("%s", path);
     Progress progress("reading", range.length);
     for (uint32_t done = 0, size = 0; done < range.length; done += size) {
         size = std::min(range.target.sector, range.length - done);

@@ -282,8 +282,9 @@ class Tool(unittest.TestCase):
             self.assertEqual(self.marl(f"flash read {target} OUT --offset {offset} --length {size}"), 1)  # outside of the board
             self.assertEqual(self.marl(f"flash read {target} --offset {offset} --length {size}"), 0)
             self.assertEqual(self.out, data)
-            self.assertEqual(self.answer(f"flash read {target} /tmp/out --offset {offset} --length {size}")[0]["bytes"], size)
-            self.assertEqual(self.place.joinpath("root/tmp/out").read_bytes(), data)
+            self.assertEqual(self.answer(f"flash read {target} /mnt/mtd/out --offset {offset} --length {size}")[0]["bytes"], size)
+            self.assertEqual(self.marl("flash read fpga /mnt/mtd/out"), 1)
+            self.assertEqual(self.place.joinpath("root/mnt/mtd/out").read_bytes(), data)
         self.assertEqual(self.flash(0)[SECTOR + 5000:], b"\xff" * (SECTOR - 5000))
 
     def test_the_fpga_takes_whole_images(self):
