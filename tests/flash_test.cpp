@@ -45,8 +45,8 @@ Bytes pattern(size_t size, uint32_t seed = 0) {
 }
 
 // A board with three partitions and an FPGA flash; the first two hold the pattern.
-void load_board(const std::string& script = "") {
-    load(kTable + kFpgaBoard + "present /dev/mtd/2\ntruncate /dev/mtd/2 32505856\ntruncate " + kFpgaStore +
+void load_board(const std::string& script = "", const std::string& table = kTable) {
+    load(table + kFpgaBoard + "present /dev/mtd/2\ntruncate /dev/mtd/2 32505856\ntruncate " + kFpgaStore +
          " 524288\n" + script);
     fill("/dev/mtd/0", pattern(2 * kSector));
     fill(kStore, pattern(kSecondSize));
@@ -79,7 +79,8 @@ TEST(Flash, WritesOnlyWhatDiffers) {
     RawFlash* flash = create();
     Bytes image = pattern(kSecondSize);
     EXPECT_EQ(write(flash, image, kSecond), static_cast<int>(kSecondSize));
-    EXPECT_EQ(counts({"/dev/mtd/1 ioctl", "/dev/mtd/1 write", "/dev/mtd/1 read"}), Ints({0, 0, 16}))
+    EXPECT_EQ(counts({"/dev/mtd/1 ioctl", "/dev/mtd/1 write", "/dev/mtd/1 read", "umount2", "err"}),
+              Ints({0, 0, 16, 2, 0}))
         << "one call a sector to compare";
     for (const uint32_t sector : {0U, 7U, 15U}) image[sector * kSector + 3] ^= 0x40;
     sim::clear_journal();
@@ -99,7 +100,7 @@ TEST(Flash, WritesOnlyWhatDiffers) {
     for (const auto& [address, partition] :
          {std::pair(kFirst, "/dev/mtd/0"), std::pair(kSecond, "/dev/mtd/1")}) {
         Bytes expected = stored(partition, 2 * kSector);
-        const Bytes piece = pattern(kSector + 5, 0x99);
+        const Bytes piece = pattern(kSector + 1, 0x99);
         std::copy(piece.begin(), piece.end(), expected.begin());
         EXPECT_EQ(write(flash, piece, address), static_cast<int>(piece.size()));
         EXPECT_EQ(stored(partition, 2 * kSector), expected);
@@ -108,8 +109,11 @@ TEST(Flash, WritesOnlyWhatDiffers) {
 }
 
 TEST(Flash, MapsAddressesAndRefusesTheRest) {
-    load_board();
-    RawFlash *flash = create(), *second = nullptr;
+    RawFlash *flash = nullptr, *second = nullptr;
+    for (const char* fault : {"/proc/mtd read 2", "/dev/mtd/1 open 1", "/dev/misc/spi1 open 1+"}) {
+        load_board("fault " + std::string(fault) + " EIO");
+        EXPECT_EQ(createRawFlash(&kHost, &flash), strstr(fault, "spi1") != nullptr ? 0 : -1);
+    }
     EXPECT_EQ(createRawFlash(&kHost, &second), -1);
     EXPECT_EQ(info_of(flash), Ints({0, 0x1000000, kSector}));
     Bytes bytes(16);
@@ -118,6 +122,8 @@ TEST(Flash, MapsAddressesAndRefusesTheRest) {
     };
     EXPECT_EQ(Ints({read(kSecond - 16, 16), read(kSecond, 16)}), Ints(2, 16));
     EXPECT_EQ(bytes, stored(kStore, 16));
+    EXPECT_EQ(Ints({read(kFpga, 16), write(flash, kFpga, kFpgaSector)}), Ints(2, -1));
+    EXPECT_EQ(count("out \"\\e[1;33m[libmarl] WARN : ##: open fpga flash fail\\n"), 2U);
     sim::clear_journal();
     EXPECT_EQ(Ints({flash->erase(flash, kFpga + 2 * kSector, 1), read(kFirst - 1, 1),
                     write(flash, bytes, kSecond + 1), flash->erase(flash, kSecond + 1, 16),
@@ -131,9 +137,11 @@ TEST(Flash, MapsAddressesAndRefusesTheRest) {
     EXPECT_EQ(counts({"/dev/mtd/", "/dev/misc/spi1"}), Ints(2, 0)) << "nothing is touched";
     sim::clear_journal();
     EXPECT_EQ(Ints({read(0xFFFFFFF8, 16), write(flash, bytes, 0xFFFFFFF8),
-                    flash->erase(flash, kSecond, 0xFFFFFFFF)}),
+                    flash->erase(flash, kSecond, 0xFE000000)}),
               Ints(3, -1));
     EXPECT_EQ(sim::journal(), "") << "a range past 2^32";
+    run("fault /dev/mtd/1 ioctl 1..2 EIO\nfault /dev/mtd/0 ioctl 1 EIO");
+    EXPECT_EQ(flash->erase(flash, kSecond, 1) + write(flash, kSecond, 9) + write(flash, kFirst, 9), -3);
     EXPECT_EQ(flash->erase(flash, kSecond, kSector + 1), 0);
     EXPECT_EQ(stored(kStore, 2 * kSector), Bytes(2 * kSector, 0xFF)) << "the last sector wholly";
     EXPECT_EQ(Ints({write(flash, kThird - kSector, 2 * kSector), write(flash, kFpga - kSector, kSector)}),
@@ -152,15 +160,16 @@ TEST(Flash, MapsAddressesAndRefusesTheRest) {
 
 TEST(Flash, ReleasesTheStorageBusOnce) {
     HWINFO.store_interface = 3;
-    load_board("level 9 1\nfile /dev/misc/ataen\n");
+    load_board("level 10 0\nfile /dev/misc/ataen\n", kRows);
     RawFlash* flash = create();
+    EXPECT_TRUE(write(flash, kSecond, kSecondSize + 1) == -1 && !seen("mtd/1 ioctl")) << "past the end";
     for (int i = 0; i < 2; ++i) EXPECT_EQ(write(flash, kSecond, kSector), static_cast<int>(kSector));
     EXPECT_EQ(count("out \"[libmarl] status = 1\\n\""), 1U);
     EXPECT_EQ(flash->release(flash), 0);
     EXPECT_TRUE(journal_follows({"/dev/misc/ataen open rw", "sync", "umount", "umount", "sync",
                                  "/dev/misc/ataen ioctl 0x40044a01", "/dev/misc/ataen ioctl 0x80044a02",
-                                 "/dev/misc/ataen close", "out \"[libmarl] idestatus =1\\n\"",
-                                 "/dev/misc/rtc write 3: 1b 57 13"}));
+                                 "out \"[libmarl] ioctl get_ataen1=10\\n\"", "/dev/misc/ataen close",
+                                 "out \"[libmarl] idestatus =1\\n\"", "/dev/misc/rtc write 3: 1b 57 13"}));
     flash = create();
     sim::clear_journal();
     EXPECT_EQ(Ints({flash->skip_cmos_mark(flash), flash->release(flash)}), Ints(2, 0));
@@ -168,13 +177,20 @@ TEST(Flash, ReleasesTheStorageBusOnce) {
 }
 
 TEST(UpgradeFlag, IsLoweredAtTheThirdTry) {
-    load_board();
-    run("fault /tmp/upgrade_ing write 3..4 ENOSPC");
+    load("");
+    EXPECT_EQ(Ints({set_upgrade_map(), check_upgrade_map()}), Ints({0, 1}));
+    std::filesystem::remove(path_of("/tmp/upgrade_ing"));
+    EXPECT_EQ(Ints({check_upgrade_map(), clear_upgrade_map(), check_upgrade_map()}), Ints({1, -1, 0}));
+    for (const bool stays : {false, true}) {
+        load_board("fault /tmp/upgrade_ing write 3.." + std::to_string(stays ? 5 : 4) + " ENOSPC");
+        RawFlash* flash = create();
+        EXPECT_EQ(Ints({write(flash, kFirst, kSector), flash->release(flash), check_upgrade_map(),
+                        flash_release(create()), check_upgrade_map()}),
+                  Ints({kSector, stays ? -1 : 0, stays, 0, 0}));
+        EXPECT_EQ(count("err \"open /tmp/upgrade_ing failed\\n\""), stays ? 3U : 2U);
+        EXPECT_NEAR(sim::now(), 0.02, 0.0001);
+    }
     RawFlash* flash = create();
-    EXPECT_EQ(Ints({write(flash, kFirst, kSector), flash->release(flash), check_upgrade_map()}),
-              Ints({kSector, 0, 0}));
-    EXPECT_EQ(count("err \"open /tmp/upgrade_ing failed\\n\""), 2U);
-    flash = create();
     EXPECT_EQ(write(flash, kFirst, kSector), static_cast<int>(kSector));
     std::filesystem::remove(path_of("/tmp/upgrade_ing"));
     EXPECT_EQ(flash->release(flash), 0) << "nobody else sees a flag without a name";
@@ -203,6 +219,7 @@ TEST(FpgaFlash, TakesItsImageSectorBySectorAndTheFirstLast) {
                     flash->release(flash)}),
               Ints({-1, -1, 0}));
     EXPECT_TRUE(journal_follows({"/dev/misc/spi1 ioctl 0xc0046502", "/dev/misc/spi1 close"}));
+    EXPECT_TRUE(seen("): address doesn't  align 0x1000\\e[m") && !seen("Program  failed"));
 }
 
 TEST(FpgaFlash, IsOpenedOnKnownDevicesOnly) {
@@ -222,10 +239,13 @@ TEST(FpgaFlash, TakesWholeSectorsOnly) {
     const Bytes bytes(2 * kFpgaSector);
     EXPECT_EQ(
         Ints({fpga_flash_write(nullptr, kFpgaSector, 0), fpga_flash_write(bytes.data(), kFpgaSector + 1, 0),
-              fpga_flash_write(bytes.data(), kFpgaSector, 0 - kFpgaSector)}),
-        Ints(3, -1));
+              fpga_flash_write(bytes.data(), kFpgaSector, 0 - kFpgaSector),
+              fpga_flash_write(bytes.data(), 0, 0), fpga_flash_read(nullptr, kFpgaSector, 0)}),
+        Ints(5, -1));
     EXPECT_EQ(counts({kErase, "/dev/misc/spi1 write"}), Ints(2, 0));
+    run("fault /dev/misc/spi1 ioctl:0xc0046502 1 EIO");
     fpga_flash_close();
+    EXPECT_TRUE(seen("end  fpga_flash Program  failed\\n"));
 }
 
 int write_part(uint32_t from, uint32_t to) {
@@ -241,7 +261,7 @@ TEST(FpgaImage, RunsOnlyWhenNothingOfItIsMissing) {
         run("fault /dev/misc/spi1 " + fault + " EIO");
         EXPECT_EQ(Ints({write_part(0x1000, 0x4000), write_part(0x4000, kFpgaImage)}), Ints(2, -1));
         EXPECT_EQ(stored(kFpgaStore, kFpgaSector), Bytes(kFpgaSector, 0xFF));
-        EXPECT_EQ(Ints({write_part(0, 0x4000), write_part(0x4000, kFpgaImage)}), Ints(2, kFpgaSector));
+        EXPECT_EQ(Ints({write_part(0, 0x1000), write_part(0x1000, kFpgaImage)}), Ints({0, kFpgaSector}));
         EXPECT_EQ(stored(kFpgaStore, kFpgaImage), Bytes(kFpgaImage, 0x5A)) << "from the start";
         fpga_flash_close();
     }
@@ -252,11 +272,12 @@ TEST(FpgaImage, GoesWithAnOpenThatFails) {
     EXPECT_EQ(Ints({fpga_flash_open(), write_part(0, 0x4000), fpga_flash_open(), write_part(0x4000, 0x5000)}),
               Ints({0, kFpgaSector, 0, kFpgaSector}))
         << "opened twice, the image goes on";
-    for (const bool tries_to_write : {false, true}) {
+    for (const char* fault : {"c not support FPGA upgrade", "b open Protect failed", "1 start  fpga"}) {
         EXPECT_EQ(write_part(0, 0x5000), static_cast<int>(kFpgaSector));
-        run(std::string("fault /dev/misc/spi1 ioctl:0xc004650") + (tries_to_write ? "b" : "c") + " 1 EIO");
+        run("fault /dev/misc/spi1 ioctl:0xc004650" + std::string(fault, 1) + " 1 EIO");
         EXPECT_EQ(fpga_flash_open(), -1);
-        EXPECT_EQ(tries_to_write ? write_part(0x5000, 0x6000) : -1, -1);
+        EXPECT_EQ(*fault == 'b' ? write_part(0x5000, 0x6000) : -1, -1);
+        EXPECT_TRUE(seen(fault + 2));
         EXPECT_EQ(Ints({fpga_flash_open(), write_part(0x5000, kFpgaImage)}), Ints({0, -1}));
     }
     EXPECT_EQ(write_part(0, kFpgaImage), static_cast<int>(kFpgaSector));
@@ -271,7 +292,11 @@ TEST(FpgaImage, MissesAPartThatTheObjectRefuses) {
     EXPECT_EQ(write(flash, kFpga + kFpgaSector, kFpgaSector), -1);
     HWINFO.store_interface = 0;
     EXPECT_EQ(write(flash, kFpga + 2 * kFpgaSector, kFpgaImage - 2 * kFpgaSector), -1);
-    EXPECT_EQ(flash->release(flash), -1) << "nor can the mark be made";
+    EXPECT_EQ(
+        Ints({write(flash, kFpga, kFpgaSector), write_part(kFpgaSector, kFpgaImage), flash->release(flash)}),
+        Ints({0, kFpgaSector, -1}))
+        << "whole, but the mark cannot be made";
+    EXPECT_TRUE(seen("|flash_write|") && seen("|flash_release|"));
 }
 
 int upgrade(const Bytes& bytes) {
@@ -287,19 +312,23 @@ void expect_upgrade(const Bytes& bytes, int result, double seconds) {
 }
 
 TEST(CoprocessorUpgrade, ShipsChecksummedFrames) {
-    load(kLink);
+    load("");
+    EXPECT_EQ(Ints({dm365_spi_open(), fpga_flash_open()}), Ints(2, -1)) << "not on this board";
+    load(kLink + "fault /dev/misc/spi0 ioctl:0x40047305 1 EIO");
     EXPECT_EQ(Ints({dm365_upgrade_write(dm365_spi_open(), nullptr, 0, 0, 0x1357),
                     dm365_upgrade_write(dm365_spi_open(), nullptr, 0, 0, 0x1111),
-                    dm365_upgrade_write(-1, nullptr, 0, 0, 0x2468)}),
-              Ints({0, -1, -1}));
-    expect_upgrade(pattern(1000), 1000, 0.04 + 0.02);  // two probes, and one look at the acknowledgement
+                    dm365_upgrade_write(dm365_spi_open(), nullptr, 0, 0, 0x2468),
+                    dm365_upgrade_write(0, Bytes(1).data(), 1, 0, 0x2468)}),
+              Ints({0, -1, -1, -1}));
+    expect_upgrade(pattern(1000), 1000, 0.08 + 0.02);  // three probes, and one look at the acknowledgement
     EXPECT_EQ(upgrade(pattern(70000)), 65536) << "one frame a call";
     EXPECT_EQ(upgrade(Bytes{'u', 'p'}), 2) << "shorter than the end mark";
     EXPECT_TRUE(journal_follows(
-        {"/dev/misc/spi0 ioctl 0x40047305", "out \"[DEBUG]=======>: Libmarl:  transmation alive",
+        {"err \"CMD WRONG !\\n\"", "err \"fd not open\\n\"", "/dev/misc/spi0 ioctl 0x40047305",
+         "out \"=========>:  365 spi driver", "out \"[DEBUG]=======>: Libmarl:  transmation alive",
          "/dev/misc/spi0 ioctl 0x40047301 9320", "/dev/misc/spi0 write 1016: 00 00 00 02 e8 03 00 00",
          "/dev/misc/spi0 ioctl 0x80047304", "/dev/misc/spi0 write 65552", "/dev/misc/spi0 write 18"}));
-    EXPECT_EQ(count("/dev/misc/spi0 ioctl 0x40047305"), 2U) << "the link is probed once";
+    EXPECT_EQ(count("/dev/misc/spi0 ioctl 0x40047305"), 3U) << "the link is probed once";
     Bytes end = pattern(100);
     memcpy(end.data(), "upgrade-end", 11);
     expect_upgrade(end, 16, 5);
@@ -314,34 +343,29 @@ TEST(CoprocessorUpgrade, ShipsChecksummedFrames) {
 
 // The link is asked again, a frame offered again while the link answers, and resent four times.
 TEST(CoprocessorUpgrade, SurvivesAFaultAtEveryCall) {
-    const std::tuple<std::string, int, size_t, std::string> cases[] = {
-        {"ioctl:0x40047305 1 EIO", 100, 1, ""},
-        {"ioctl:0x80047304 1 EIO", 100, 1, ""},
-        {"write 1 EIO", 100, 2, "err \"[libmarl]: ERROR, transmit upgrade-data failed\\n\""},
-        {"write 1..5 EIO", 100, 6, ""},
-        {"write 1..6 EIO", -1, 6, ""},
-        {"write 1 EIO\nspi0 alive 0", -1, 1,
+    const std::tuple<std::string, int, size_t, double, std::string> cases[] = {
+        {"write 9 EIO\nspi0 alive 0", -1, 0, 10, ""},  // later calls do not probe
+        {"ioctl:0x80047304 1 EIO", 100, 1, 0.06, ""},
+        {"write 1 EIO", 100, 2, 0.06, "err \"[libmarl]: ERROR, transmit upgrade-data failed\\n\""},
+        {"write 1..5 EIO", 100, 6, 0.26, ""},
+        {"write 1..6 EIO", -1, 6, 0.24, ""},
+        {"write 1 EIO\nspi0 alive 0", -1, 1, 2.0,
          "out \"[libmarl]: ERROR, Probe SPI between 6441 and 365 failed, upgrade failed\\n\""},
-        {"write 9 EIO\nspi0 acks 7788 7788 7788 7788 55aa", 100, 5,
+        {"write 9 EIO\nspi0 acks 7788 7788 7788 7788 55aa", 100, 5, 0.10,
          "out \"dm365flash: resend updata time = 4\\n\""},
-        {"write 9 EIO\nspi0 acks 7788 7788 7788 7788 7788 55aa", -1, 5,
+        {"write 9 EIO\nspi0 acks 7788 7788 7788 7788 7788 55aa", -1, 5, 0.10,
          "out \"dm365flash: resend updata failed\\n\""},
     };
-    for (const auto& [fault, result, writes, message] : cases) {
+    for (const auto& [fault, result, writes, seconds, message] : cases) {
         SCOPED_TRACE(fault);
         load(kLink + "fault /dev/misc/spi0 " + fault);
-        EXPECT_EQ(upgrade(pattern(100)), result);
+        expect_upgrade(pattern(100), result, seconds);
         EXPECT_TRUE(journal_follows({message}));
         EXPECT_EQ(count("/dev/misc/spi0 write 116"), writes);
-        EXPECT_EQ(sim::now() > 1.99 && sim::now() < 2.01, seen("Probe SPI")) << "50 probes";
     }
-}
-
-TEST(CoprocessorUpgrade, ADeadLinkFailsTheFirstCallAfterTenSeconds) {
-    load(kLink + "spi0 alive 0");
-    expect_upgrade(pattern(100), -1, 10);
-    EXPECT_EQ(count("/dev/misc/spi0 write"), 0U);
-    EXPECT_EQ(upgrade(pattern(100)), 100) << "later calls do not probe";
+    uint32_t word = 7;
+    dm365_spi_probe(-1, 3, &word), dm365_wait_ack(-1, 3, &word, 10);
+    EXPECT_TRUE(word == 7 && count("err \"@@: spi0 device is not open\\n\"") == 2);
 }
 
 TEST(CoprocessorUpgrade, IsWhatTheFlashObjectDoesOnItsBoards) {
