@@ -16,7 +16,7 @@ using scenario::run_sentrel;
 scenario::Outcome identify(const std::string& script, const std::string& argument = "") {
     auto run = scenario::run("tests/identify", script, {.arguments = {argument}, .keep_output = true});
     EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.journal.count("out \"\\e[0;32;32m[libmarl] SVN NUM"), 1U);
+    EXPECT_EQ(counts({"out \"\\e[0;32;32m[libmarl] SVN NUM", "err \"create pg"}, run.journal), Ints({1, 0}));
     return run;
 }
 
@@ -36,6 +36,7 @@ std::string fault(const std::string& what) { return "fault " + what + "\n"; }
 const std::string kColon = "env HWID=TRV-A1-I:1:1:2:1:6\n", kPacked = packed("5");
 const std::string kByColon = "type=5 code=0 model=TRV-A1-I ", kByPacked = "type=0 code=5 model=TRV-A1-S ";
 const std::string kEnv = "/dev/mtd/1 ", kParameters = "/proc/qorzo/bootpara ", kRecord = "/mnt/mtdblock1 ";
+const std::string kEnvFails = fault(kEnv + "open 1+ EMFILE");
 const std::string kMagic = R"(\xef\xcd\xab\x89)", kZeros(32, '0');
 const std::string kDefinition = R"(file /mnt/custom/ProductDefinition "Vendor" : "x",
 file /mnt/custom/ProductDefinition "Device" : "",
@@ -52,10 +53,11 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
         std::string event = "nothing";
         size_t count = 0;
     } cases[] = {
-        {"env HWID=NOSUCH:1:2", {"type=-1 code=0 model=NOSUCH", "Undefined NOSUCH in [product_type]"}},
+        {"env HWID=NOSUCH:1:2",
+         {"type=-1 code=0 model=NOSUCH", "Type|1050): Undefined NOSUCH in [product_type]"}},
         {"env HWID=QZ-NRX2::zz:3",
          {"type=9 ", "hwid=" + kZeros + "\ninfo=9 0 32 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 3 "}},
-        {"env HWID=Q3" + parts, {"type=13 ", "clocks=1 \n"}},
+        {"env HWID=Q3:1:1:1:1:1:1:1:1:1:1:1:1b0" + parts, {"type=13 ", "clocks=432 \n"}},
         {"env HWID=Q3:1:1:1:1:1:1:1:1:1:1:1:1_2_3_4_5_6_7_8_9_a:7",
          {"clocks=1 2 3 4 5 6 7 8 \n", "info=13 1 32 7 "}},
         {"env HWID=" + model + ":1", {"type=-1 code=0 model=" + model.substr(0, 31) + " "}},
@@ -68,6 +70,7 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
         {"", {"model=unknow ", "info=0 32 32 0 ", "get_armboot_para\n", "open /mnt/mtdblock1"}},
         {record(R"(\x78\x56\x34\x12)"), {"MAGIC error: 12345678\n", "hwid=" + kZeros}},
         {"file! /mnt/mtdblock1 " + kMagic + "\\x0a", {"read /mnt/mtdblock1", "model=unknow "}},
+        {"env a=1\n" + kPacked, {kByPacked}, "err \"get hwid \\n: Success\\n\"", 1},
         {kPacked + kDefinition, {"model=TRV-A9-X ", "info=5 32 "}},
         {packed("6000000000012"), {"model=IPC-KM1 ", "|hwid_transform|738): hardware version"}},
         {"file /proc/qorzo/bootpara HWID:\nfile! /proc/qorzo/bootpara qz_keyboard",
@@ -77,8 +80,11 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
         {kColon + fault(kEnv + "open 1..2 EMFILE"), {kByColon}, kEnv + "open", 3},
         {kColon + kPacked + fault(kEnv + "read 1 EIO"), {kByColon}},
         {kColon + kPacked + fault(kEnv + "read 1+ EIO"), {kByPacked}, kEnv + "open", 2},
-        {kPacked + fault(kParameters + "read 2 short 20") + fault(kParameters + "read 3 EIO"), {kByPacked}},
-        {record(kMagic) + fault(kRecord + "open 1 EMFILE"),
+        {kPacked + fault(kParameters + "read 2 short 0"), {kByPacked}},
+        {kEnvFails + kPacked + fault(kParameters + "read 2 short 20") + fault(kParameters + "read 3 EIO"),
+         {kByPacked}},
+        {kEnvFails + kPacked + record(kMagic) + fault(kParameters + "open 3 EMFILE"), {kByPacked}},
+        {kEnvFails + record(kMagic) + fault(kRecord + "open 1 EMFILE"),
          {"hwid=0a010203040506900800000000000000", "code=0 model=IPC-KA2 "}},
         {record(kMagic) + fault(kRecord + "read 1 short 9") + fault(kRecord + "read 2 EIO"),
          {"code=0 model=IPC-KA2 "}},
@@ -126,15 +132,15 @@ TEST(Identification, NamesEveryModelOfThePackedCodes) {
 }
 
 TEST(Identification, PrintedForPeople) {
-    const auto run = identify("env HWID=KXE4AF:1:2:0:10:5:0:4:1:3:f:1:12c_1b0:2:0:0:1:4:1:3:0\n", "info");
+    const auto run = identify("env HWID=KXE4AF:1:2:0:0:5:0:4:1:3:f:1:12c_1b0:2:0:0:1:4:1:3:0\n", "info");
     const std::string stars(70, '*');
     EXPECT_TRUE(says(run, "type=6 code=0 model=KXE4AF keyboard=0 gpio=1\n")) << run.output;
-    EXPECT_TRUE(says(run, "info=6 4 32 2 16 5 1 0 0 1 0 0 0 3 1 4 1 0 1 2 0 3 15 2 0 \nclocks=300 432 \n"));
+    EXPECT_TRUE(says(run, "info=6 4 32 2 0 5 1 0 0 1 0 0 0 3 1 4 1 0 1 2 0 3 15 2 0 \nclocks=300 432 \n"));
     EXPECT_TRUE(
         says(run, stars + "\n|                      SYSTEM INFO                                       \n" +
                       "|\tproduct_model:\t\t\tKXE4AF\n|\thwid_ver:\t\t        1\n"
                       "|\tproduct_category:\t  \tIPC\n|\tproduct_sub_category:\t\t0\n"
-                      "|\tforward video chip:\t\tunknow: 16\n|\tDSP chip:\t\t        dm365\n"
+                      "|\tforward video chip:\t\tunknow: 0\n|\tDSP chip:\t\t        dm365\n"
                       "|\tback video chip:\t\tno chip\n|\tvideo_channel:\t\t\t4\n"
                       "|\tanalog audio mode:\t\tTW2835\n|\taudio_in_channel:\t        0x3\n"
                       "|\taudio_out_channel:\t        0xf\n|\tstore interface:\t\tUSB\n"
@@ -157,7 +163,7 @@ TEST(Identification, WithAnotherIdLeavesNothingOfTheFirst) {
     };
     for (const auto& [id, found] : steps) {
         EXPECT_EQ(__set_armboot_para("HWID", id), 0);
-        hwid_transform();
+        EXPECT_EQ(Ints({get_hwid_info(), static_cast<int>(hwid_absent)}), Ints(2, 0));
         char text[64];
         snprintf(text, sizeof text, "%s %d %d %d %x %x", HWINFO.product_model, static_cast<int>(product_type),
                  static_cast<int>(get_product_type()), static_cast<int>(product_code), hwid[0], hwid[1]);
@@ -180,26 +186,33 @@ TEST(Sections, OfAnEnvironmentThatComesLate) {
     EXPECT_FALSE(says(run, "Get [audio_")) << "read from the start once the image is there";
 }
 
-TEST(Sections, VersionsAreReadAsScanfReadsThem) {
-    load("env a=1");
-    const auto fields_of = [](const Strings& versions) {  // -1 where one is refused
-        Ints fields;
-        for (const std::string& version : versions) {
-            EXPECT_EQ(__set_armboot_para("[hd_ver]", version.c_str()), 0);
-            HWINFO_SECTIONS.hd_ver = 0x5555;
-            sim::clear_journal();
-            EXPECT_EQ(get_hwid_info(), 0);
-            const bool is_kept = HWINFO_SECTIONS.hd_ver == 0x5555;
-            EXPECT_EQ(seen("get_hwinfo2Struct|1205): Error:Too large version "), is_kept) << version;
-            fields.push_back(is_kept ? -1 : HWINFO_SECTIONS.hd_ver);
-        }
-        return fields;
+TEST(Sections, NamesAndVersions) {
+    load("env [fvideo_chip]=AR0130");
+    EXPECT_EQ(
+        Ints({check_product_type("IPC"), __set_armboot_para("[product_type]", "IPC-KQ3"), get_hwid_info(),
+              static_cast<int>(product_code), check_fvideo_chip("0130"), check_fvideo_chip("x")}),
+        Ints({-1, 0, 0, 12, 1, 0}));
+    const char* const list[] = {"a", "b", nullptr};
+    EXPECT_EQ(Ints({string2Value("a", list, 0), string2Value("b", list, 0), string2Value("c", list, 17),
+                    string2Value("a", list, 18), string2ValueProductType("Q3", MODEL_TABLE, 18)}),
+              Ints({0, 1, -1, -1, -1}));
+    EXPECT_TRUE(seen("|check_product_type|1571): Get product error\\n") &&
+                seen("|string2Value|1037): Undefined c in [hwinfo_ver]\\n"));
+    const auto field_of = [](const char* version) {  // -1 where one is refused
+        EXPECT_EQ(__set_armboot_para("[hd_ver]", version), 0);
+        HWINFO_SECTIONS.hd_ver = 9;
+        sim::clear_journal();
+        EXPECT_EQ(get_hwid_info(), 0);
+        const bool is_kept = seen("get_hwinfo2Struct|1205): Error:Too large version ");
+        EXPECT_EQ(HWINFO_SECTIONS.hd_ver == 9, is_kept) << version;
+        return is_kept ? -1 : int{HWINFO_SECTIONS.hd_ver};
     };
-    EXPECT_EQ(fields_of({"V1.0", "V2.003", "V002.3", "V1.010", "V 2. 3", "V+2.3", "V2.3b", "V16.16"}),
+    EXPECT_EQ(Ints({field_of("V1.0"), field_of("V2.003"), field_of("V002.3"), field_of("V1.010"),
+                    field_of("V 2. 3"), field_of("V+2.3"), field_of("V2.3b"), field_of("V16.16")}),
               Ints({0, 0x13, 0x13, 0x0a, 0x13, 0x13, 0x13, 0xfff0}));
-    EXPECT_EQ(fields_of({"V17.0", "V2.17", "V0.1", "V2.-1", "V2 .3", " V2.3", "V2", "2.3", "",
-                         "V4294967298.3", "V99999999999999999999.0"}),
-              Ints(11, -1));
+    for (const char* version : {"V17.0", "V2.17", "V0.1", "V2.-1", "V2 .3", " V2.3", "V2", "2.3", "",
+                                "V4294967298.3", "V99999999999999999999.0"})
+        EXPECT_EQ(field_of(version), -1);
 }
 
 TEST(Initialisation, ComesFirstAndWithoutGpioNoProgramStarts) {
@@ -237,8 +250,7 @@ TEST(Supervision, BeginsWhenTheBoardIsKnown) {
                    run.journal),
             Ints(3, 1));
     }
-    const auto absent = run_sentrel("missing /dev/mtd/1\n", 300);
-    EXPECT_EQ(absent.journal.count("err \"get hwid err\\n\""), 1U);
+    EXPECT_EQ(run_sentrel("missing /dev/mtd/1\n", 300).journal.count("err \"get hwid err\\n\""), 1U);
     const auto failing = run_sentrel("env a=1\nfault /dev/mtd/1 read 1+ EIO\n", 2000);
     EXPECT_EQ(failing.journal.count("err \"get hwid err\\n\""), 3U + 11U)
         << "5, 10, 20 s and so on up to 300 s";

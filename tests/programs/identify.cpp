@@ -1,10 +1,11 @@
-// A client of the library that prints what the load-time initialiser found out, one "name=value" a line, and
-// then does what its arguments say: "again" identifies once more, "sections" runs the section-based
-// identification, "info" prints the block for people.
+// A client of the library that prints what the load-time initialiser found out, one "name=value" a line, then
+// with "sections" what the section-based identification finds, with "info" the block for people.
 #include <libmarl.h>
 
+#include <array>
+#include <bit>
 #include <cstdio>
-#include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -21,11 +22,8 @@ void print_identity() {
 }
 
 void print_sections() {
-    const int result = get_hwid_info();
-    uint16_t fields[sizeof HWINFO_SECTIONS / sizeof(uint16_t)];
-    memcpy(fields, &HWINFO_SECTIONS, sizeof fields);
-    printf("sections=%d", result);
-    for (const uint16_t field : fields) printf(" %x", field);
+    printf("sections=%d", get_hwid_info());
+    for (const auto field : std::bit_cast<std::array<uint16_t, 18>>(HWINFO_SECTIONS)) printf(" %x", field);
     printf("\n");
 }
 
@@ -34,15 +32,8 @@ void print_sections() {
 int main(int argc, char** argv) {
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     print_identity();
-    for (int i = 1; i < argc; ++i) {
-        if (strcmp(argv[i], "again") == 0) {
-            hwid_transform();
-            print_identity();
-        } else if (strcmp(argv[i], "sections") == 0) {
-            print_sections();
-        } else if (strcmp(argv[i], "info") == 0) {
-            print_system_info();
-        }
-    }
+    const std::string_view argument = argc > 1 ? argv[1] : "";
+    if (argument == "sections") print_sections();
+    if (argument == "info") print_system_info();
     return 0;
 }
