@@ -153,7 +153,7 @@ TARGET(mcu_stream) {
         const marl::mcu::HeldRing ring(command);
         std::string got(marl::fifo_level(ring.get()), '\0');
         marl::fifo_get(ring.get(), reinterpret_cast<uint8_t*>(got.data()), MCU_RING_SIZE);
-        require(got == wanted[command]);
+        require(got == wanted[command].substr(0, MCU_RING_SIZE / MCU_FRAME_SIZE * MCU_FRAME_SIZE));
     }
 }
 
