@@ -102,15 +102,22 @@ void have_children_say_much() {
     })));
 }
 
+// Then a console can only be asked whether it has room.
+void say_much_without_a_free_descriptor() {
+    const rlimit none{3, 3};
+    setrlimit(RLIMIT_NOFILE, &none);
+    say_much();
+}
+
 TEST(Console, ThatIsStuckHoldsNobodyUpAndComesBack) {
     for (const Kind kind : console::kKinds) {
         SCOPED_TRACE(static_cast<int>(kind));
-        for (const auto& body : {say_much, have_children_say_much}) {
+        for (const auto& body : {say_much, say_much_without_a_free_descriptor, have_children_say_much}) {
             const Console console(kind);
             console.fill();
             EXPECT_EQ(end_of(start(console.writer(), body)), 0);
             EXPECT_EQ(fcntl(console.writer(), F_GETFL) & O_NONBLOCK,
-                      kind == Kind::Socket ? O_NONBLOCK * (body != say_much) : 0)
+                      kind == Kind::Socket ? O_NONBLOCK * (body == have_children_say_much) : 0)
                 << "a stream that others share stays as it is";
         }
     }
@@ -203,7 +210,7 @@ TEST(Console, GetsOneWholeMessageAtATime) {
         {[&] { fail("%s"); }, error, "m\033[m"},
         {[&] { diag::out("%s\n\033[m", longer.c_str()); }, "mmm", "m\n\033[m"},
         {[&] { diag::line(longer.c_str()); }, "mmm", "m\n"},
-        {[&] { diag::err("%s", longer.c_str()); }, "mmm", "m"},
+        {[&] { diag::err("%s", std::string(diag::kMessageMax, 'm').c_str()); }, "mmm", "m"},
     };
     for (const auto& one : cases) {
         const Console console(Kind::Pipe);

@@ -7,6 +7,7 @@
 #include <csignal>
 
 #include "helpers/board.h"
+#include "helpers/console.h"
 #include "libmarl/system.h"
 
 namespace {
@@ -15,13 +16,16 @@ using namespace board;
 
 // As a child found it when it was about to become the shell; it shares the memory of its parent up to there.
 struct AtShell {
+    pid_t pid;
+    const char* command;
     void (*handler)(int);
+    void (*ignored)(int);
     int user_signal_held;
 } g_at_shell;
 
 void handle(int /*signal*/) {}
 
-int g_interruptions = 0;
+int g_interruptions = 0, g_missing_shells = 0;
 
 }  // namespace
 
@@ -31,13 +35,16 @@ extern "C" pid_t waitpid(pid_t child, int* status, int options) {
 }
 
 // In the place of the board's own: a shell that ends with status 3.
-extern "C" int execve(const char* /*path*/, char* const* /*arguments*/,
-                      char* const* /*environment*/) noexcept {
-    struct sigaction action {};
+extern "C" int execve(const char* /*path*/, char* const* arguments, char* const* /*environment*/) noexcept {
+    struct sigaction handled {
+    }, ignored{};
     sigset_t held;
-    sigaction(SIGUSR1, nullptr, &action);
+    sigaction(SIGHUP, nullptr, &handled);
+    sigaction(SIGUSR2, nullptr, &ignored);
     pthread_sigmask(SIG_BLOCK, nullptr, &held);
-    g_at_shell = {action.sa_handler, sigismember(&held, SIGUSR1)};
+    g_at_shell = {getpid(), arguments[2], handled.sa_handler, ignored.sa_handler,
+                  sigismember(&held, SIGUSR1)};
+    if (g_missing_shells-- > 0) return -1;
     _exit(3);
 }
 
@@ -45,16 +52,35 @@ namespace {
 
 TEST(Command, RunsNoHandlerOfItsParentAndIsToldEvenWhereChildrenAreIgnored) {
     load("");
-    signal(SIGUSR1, handle);
-    for (const auto children : {SIG_DFL, SIG_IGN}) {
-        signal(SIGCHLD, children);
+    signal(SIGHUP, handle);
+    signal(SIGUSR2, SIG_IGN);
+    for (const auto& [children, flags] : {std::pair(SIG_DFL, 0), {SIG_IGN, 0}, {SIG_DFL, SA_NOCLDWAIT}}) {
+        struct sigaction action {};
+        action.sa_handler = children;
+        action.sa_flags = flags;
+        sigaction(SIGCHLD, &action, nullptr);
         g_interruptions = 1000;
         EXPECT_EQ(my_system_call("true"), 3 << 8);
+        EXPECT_STREQ(g_at_shell.command, "true");
         EXPECT_EQ(g_at_shell.handler, SIG_DFL);
+        EXPECT_EQ(g_at_shell.ignored, SIG_IGN);
         EXPECT_EQ(g_at_shell.user_signal_held, 0);
-        EXPECT_EQ(signal(SIGCHLD, SIG_DFL), children);
+        EXPECT_TRUE(seen("out \"[libmarl] inclild ppid=" + std::to_string(getpid()) +
+                         " pid=" + std::to_string(g_at_shell.pid) + " \\n\""));
+        sigaction(SIGCHLD, nullptr, &action);
+        EXPECT_EQ(action.sa_handler, children);
+        EXPECT_EQ(action.sa_flags & SA_NOCLDWAIT, flags);
     }
-    EXPECT_EQ(signal(SIGUSR1, SIG_DFL), handle);
+    EXPECT_EQ(signal(SIGHUP, SIG_DFL), handle);
+    sigset_t held;
+    pthread_sigmask(SIG_BLOCK, nullptr, &held);
+    EXPECT_EQ(sigismember(&held, SIGUSR1), 0);
+}
+
+TEST(Command, WithoutAShellOrAChildHasFailed) {
+    load("fault process vfork 2 EAGAIN");
+    g_missing_shells = 1;
+    EXPECT_EQ(Ints({my_system_call("true"), my_system_call("true")}), Ints({127 << 8, -1}));
 }
 
 // What the announcement of the child raises must not end it before it has become the shell.
@@ -73,17 +99,23 @@ TEST(Command, RunsWhenNobodyReadsThePipeOfItsAnnouncement) {
 }
 
 TEST(Daemon, OutlivesItsTerminalAndALogFileAtItsLimit) {
-    const pid_t child = fork();
-    if (child == 0) {
-        signal(SIGCHLD, SIG_IGN);
-        sentrel::prepare_process();
-        raise(SIGHUP);
-        raise(SIGXFSZ);
-        _exit(signal(SIGCHLD, SIG_DFL) == SIG_DFL ? 0 : 1);
+    for (const unsigned closed : {0U, 7U}) {
+        const pid_t child = fork();
+        if (child == 0) {
+            const int next = dup(STDERR_FILENO);
+            close(next);
+            console::close_streams(closed);
+            signal(SIGCHLD, SIG_IGN);
+            sentrel::prepare_process();
+            raise(SIGHUP);
+            raise(SIGXFSZ);
+            // Closed streams have something in their places, and nothing else is left open.
+            _exit(signal(SIGCHLD, SIG_DFL) == SIG_DFL && dup(STDERR_FILENO) == next ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0) << closed;
     }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
