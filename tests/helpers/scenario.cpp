@@ -66,8 +66,8 @@ int spawn(const std::vector<std::string>& command, const std::string& output, co
 
 }  // namespace
 
-Journal::Journal(std::string_view text) {
-    std::istringstream lines{std::string(text)};
+Journal::Journal(std::string_view text) : text_(text) {
+    std::istringstream lines(text_);
     for (std::string line; std::getline(lines, line);) {
         char* rest = nullptr;
         const double time = strtod(line.c_str(), &rest);
@@ -99,17 +99,11 @@ testing::AssertionResult Journal::follows(const std::vector<Step>& steps) const 
         if (event == events_.end()) {
             return testing::AssertionFailure()
                    << "not in its place: " << step.time << " " << step.start << "\n"
-                   << text();
+                   << text_;
         }
         ++event;
     }
     return testing::AssertionSuccess();
-}
-
-std::string Journal::text() const {
-    std::ostringstream text;
-    for (const Event& event : events_) text << event.time << " " << event.text << "\n";
-    return text.str();
 }
 
 Outcome run(const std::string& program, const std::string& script, const Options& options) {

@@ -34,9 +34,10 @@ class Journal {
     };
     testing::AssertionResult follows(const std::vector<Step>& steps) const;
 
-    std::string text() const;
+    const std::string& text() const { return text_; }
 
   private:
+    std::string text_;
     std::vector<Event> events_;
 };
 
