@@ -1,5 +1,5 @@
 // Every call of the public headers takes null pointers, each and all, and numbers at their ends without a
-// crash. The list of calls is made from the headers when this is built; each combination runs in a process
+// crash, and answers -1 when all are null. The list of calls is made from the headers when this is built; each combination runs in a process
 // of its own.
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -9,8 +9,7 @@
 #include <climits>
 #include <cstddef>
 #include <functional>
-#include <set>
-#include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -46,8 +45,8 @@ int signal_of(const std::function<void()>& call) {
     return WIFSIGNALED(status) && WTERMSIG(status) != SIGALRM ? WTERMSIG(status) : 0;
 }
 
-const std::set<std::string> kAnswerOtherwise = {"check_product_model", "NetSetDNS", "NetIsBroadcast",
-                                                "NetSameSubnet", "flash_skip_cmos_mark"};
+constexpr std::string_view kAnswerOtherwise =
+    "check_product_model NetSetDNS NetIsBroadcast NetSameSubnet flash_skip_cmos_mark";
 
 template <typename Result, typename... Arguments>
 void check(const char* name, Result (*function)(Arguments...)) {
@@ -67,9 +66,8 @@ void check(const char* name, Result (*function)(Arguments...)) {
         if (pointers == (1U << kCount) - 1) break;  // there are no numbers
     }
     if constexpr (std::is_same_v<Result, int> && (std::is_pointer_v<Arguments> || ...)) {
-        if (!kAnswerOtherwise.contains(name)) {
-            EXPECT_EQ(function(argument<Arguments>(0, 0, 0)...), -1) << name << ": nothing but null pointers";
-        }
+        const bool otherwise = kAnswerOtherwise.find(name) != kAnswerOtherwise.npos;
+        EXPECT_EQ(otherwise ? -1 : function(argument<Arguments>(0, 0, 0)...), -1) << name;
     }
 }
 

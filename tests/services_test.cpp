@@ -60,11 +60,4 @@ TEST(Cmos, IsNotThereOnOneModel) {
     EXPECT_EQ(SaveEthAttr("eth0", NET_ATTR_IP, "10.0.0.1"), 0);
 }
 
-TEST(Wireless, IsPresentWhenTheKernelListsIt) {
-    load("file /proc/net/wireless eth2: 0001 54 200 0");
-    EXPECT_EQ(Ints({NetWirelessPresent("eth2"), NetWirelessPresent("eth3")}), Ints({0, -1}));
-    load("");
-    EXPECT_EQ(NetWirelessPresent("eth2"), -2);
-}
-
 }  // namespace

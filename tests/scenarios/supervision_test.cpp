@@ -1,6 +1,7 @@
 // What the daemon notices, decides and does: heartbeats, the reset button, the co-processor.
 
 #include <cstdio>
+#include <sstream>
 
 #include "helpers/board.h"
 
@@ -97,14 +98,9 @@ TEST(ResetButton, ReleasedAfter24PassesDoesNothing) {
     const auto without_rtc = run_sentrel(held + "missing /dev/misc/rtc\n", 60);
     EXPECT_TRUE(without_rtc.journal.follows(at(25, {"out \" can't open /dev/misc/rtc\\n\""}) +
                                             at(25.2, {"command \"reboot\""})));
-    for (const auto& [model, line] : {std::pair("Q4", "30"),
-                                      {"Q5", "30"},
-                                      {"NULL", "30"},
-                                      {"IPC-KR1", "31"},
-                                      {"IPC-KW2", "36"},
-                                      {"IPC-KQ3", "23"}}) {
-        const auto other =
-            run_sentrel(std::string("env HWID=") + model + ":1:2\nat 1.1 level " + line + " 0\n", 10);
+    std::istringstream boards("Q4 30 Q5 30 NULL 30 IPC-KR1 31 IPC-KW2 36 IPC-KQ3 23");
+    for (std::string model, line; boards >> model >> line;) {
+        const auto other = run_sentrel("env HWID=" + model + ":1:2\nat 1.1 level " + line + " 0\n", 10);
         EXPECT_EQ(other.journal.time_of("out \"sentRel: i will reboot\\n\""), 6.0) << model;
     }
     const auto later =
@@ -210,8 +206,7 @@ TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
         at(151.28, {kHoldEnds}) +
         at(166.4, {"out \"=============< DM365 2A always be Problem>===================\\n\""})));
     EXPECT_EQ(Ints({counts({kPulseLow}, silent.journal)[0], counts({kPulseLow}, abnormal.journal)[0]}),
-              Ints(2, 4))
-        << "a good answer forgives";
+              Ints(2, 4));
     expect_room_on_the_stack(silent);
 }
 
