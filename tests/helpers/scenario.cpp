@@ -10,7 +10,6 @@
 #include <sstream>
 
 #include "helpers/console.h"
-#include "sim.h"
 
 namespace scenario {
 
@@ -134,12 +133,6 @@ bool in_real_time(const std::string& board) {
         run("tests/" + program, board, {.seconds = 100, .arguments = {filter}, .keep_output = true});
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     return false;
-}
-
-testing::AssertionResult journal_follows(const std::vector<std::string>& starts) {
-    std::vector<Journal::Step> steps;
-    for (const std::string& start : starts) steps.push_back({kAnyTime, start});
-    return Journal(sim::journal()).follows(steps);
 }
 
 }  // namespace scenario

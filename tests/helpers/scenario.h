@@ -86,7 +86,4 @@ class BoardDirectory {
 // so the first answer is no, and then the test has run in a process of its own and passed, or failed here.
 bool in_real_time(const std::string& board);
 
-// Checks lines of a journal text in a test program's own process.
-testing::AssertionResult journal_follows(const std::vector<std::string>& starts);
-
 }  // namespace scenario
