@@ -49,10 +49,11 @@ TEST(GpioObject, EveryOperationChecksItsObject) {
     pg_gpio = nullptr;
     EXPECT_EQ(Ints({gpio_set_bit(1, 1), gpio_get_bit(1), gpio_release(nullptr)}), Ints(3, -1));
     pg_gpio = kept;
-    EXPECT_TRUE(journal_follows(
-        {"out \"\\e[1;33m[libmarl] WARN : warn: gpio_open  GPIO has opend already \\n\\e[m\"",
-         "err \"gpio_readbit: priv->common.fd \"", "err \"gpio_close: priv->common.fd \"",
-         "err \"pg_gpio==NULL\\n\"", "err \"pg_gpio==NULL\\n\"", "err \"gpio_release: thiz\""}));
+    EXPECT_TRUE(
+        journal_follows({"out \"\\e[1;33m[libmarl] WARN : warn: gpio_open  GPIO has opend already \\n\\e[m\"",
+                         "/dev/misc/gpio close", "err \"gpio_readbit: priv->common.fd \"",
+                         "err \"gpio_close: priv->common.fd \"", "err \"pg_gpio==NULL\\n\"",
+                         "err \"pg_gpio==NULL\\n\"", "err \"gpio_release: thiz\""}));
     // Released, it is refused, and so is what was copied of it.
     ASSERT_EQ(pg_gpio->release(pg_gpio), 0);
     for (GPIO* late : {pg_gpio, &copy}) {
@@ -76,18 +77,21 @@ TEST(GpioObject, EveryOperationChecksItsObject) {
 }
 
 TEST(Expander, ReadsOneLineOfItsByteAndWritesPairs) {
-    load("expander 0x08\nmissing /dev/misc/gio_expander\nfault /dev/misc/gio_expd_in read 1 short 0");
+    load("expander 0x88\nmissing /dev/misc/gio_expander\nfault /dev/misc/gio_expd_in read 1 short 0");
     uint8_t level = 9;
     EXPECT_EQ(Ints({gio_expander_read(3, &level), level}), Ints({-1, 9}));
     EXPECT_EQ(Ints({gio_expander_read(3, &level), gio_expander_read(2, &level), level}), Ints({1, 0, 0}));
-    EXPECT_EQ(gio_expander_read(1000, &level), 0) << "lines above 7 read as 0";
+    EXPECT_EQ(Ints({gio_expander_read(7, &level), gio_expander_read(8, &level)}), Ints({1, 0}));
     EXPECT_LT(gio_expander_write(6, 1), 0);
     sim::run("present /dev/misc/gio_expander");
-    EXPECT_EQ(Ints({gio_expander_write(6, 1), gio_expander_write(9, 2)}), Ints(2, 2));
+    EXPECT_EQ(Ints({gio_expander_write(7, 1), gio_expander_write(8, 1), gio_expander_write(7, 2)}),
+              Ints(3, 2));
     EXPECT_TRUE(journal_follows(
-        {"err \"invalid parameter: num=1000(rang is 0-7)\\n\"",
-         "out \"open /dev/misc/gio_expander failed\\n\"", "/dev/misc/gio_expander write 2: 06 01",
-         "out \"invalid parameter: num=9,value=2\\n\"", "/dev/misc/gio_expander write 2: 09 02"}));
+        {"err \"invalid parameter: num=8(rang is 0-7)\\n\"", "out \"open /dev/misc/gio_expander failed\\n\"",
+         "/dev/misc/gio_expander write 2: 07 01", "out \"invalid parameter: num=8,value=1\\n\"",
+         "/dev/misc/gio_expander write 2: 08 01", "out \"invalid parameter: num=7,value=2\\n\"",
+         "/dev/misc/gio_expander write 2: 07 02"}));
+    EXPECT_EQ(counts({"out \"invalid", "err \"invalid"}), Ints({2, 1}));
 }
 
 // What switching the modem on and off writes, per model and hardware version.
@@ -140,7 +144,8 @@ TEST(ModemPower, RefusalsAndIndices) {
     EXPECT_EQ(Ints({power_3g(0), power_3g(3), power_3g_on_ifindex(-1), power_3g_off_ifindex(-1)}),
               Ints(4, -1));
     EXPECT_EQ(sim::journal(), "");
-    EXPECT_EQ(Ints({power_3g_on_ifindex(0), power_3g_off_ifindex_unchecked(-3)}), Ints(2, 2));
+    EXPECT_EQ(Ints({power_3g_on_ifindex(0), power_3g_off_ifindex(0), power_3g_off_ifindex_unchecked(-3)}),
+              Ints(3, 2));
     EXPECT_TRUE(
         journal_follows({"out \"[libmarl] inerface index  is 0\\n\"", "/dev/misc/gpio write 2: 07 01",
                          "out \"[libmarl] inerface index  is -3\\n\"", "/dev/misc/gpio write 2: 07 00"}));
@@ -151,8 +156,8 @@ TEST(ModelTest, IsAPrefixTestOnAFixedField) {
     const std::string full(32, 'm');
     EXPECT_EQ(Ints({check_product_model(full.c_str()), check_product_model(""), check_product_model("mn"),
                     check_product_model((full + "m").c_str()), get_dvr_info(MARL_INFO_COUNT),
-                    get_dvr_info(UINT32_MAX)}),
-              Ints({1, 1, 0, 0, -1, -1}));
+                    get_dvr_info(UINT32_MAX), check_product_model(nullptr)}),
+              Ints({1, 1, 0, 0, -1, -1, 0}));
     EXPECT_TRUE(journal_follows({"err \"product model too long\\n\"", "err \"invalid dvr info cmd\\n\"",
                                  "err \"invalid dvr info cmd\\n\""}));
 }
@@ -181,16 +186,22 @@ TEST(Talkback, DependsOnIdentificationTypeAndSide) {
 
 TEST(ProcessorUsage, IdleTicksThatStepBackAreNoIdleTime) {
     constexpr std::pair<const char*, uint32_t> kIntervals[] = {
-        // user, nice, system, idle
-        {"100 0 100 800", 20},        {"100 0 100 800", 100}, {"150 0 150 798", 100},
-        {"150 0 150 898", 0},         {"200 0 150 948", 50},  {"200 0 150 4294967290", 0},
-        {"205 0 150 4294967294", 56}, {"210 0 150 4", 46},  // 32 bits of an older kernel
-    };
+        // user, nice, system, idle; at the end with the 32 bits of an older kernel
+        {"10 0 0 10", 50},           {"60 40 100 800", 20},        {"60 40 100 800", 100},
+        {"150 0 150 798", 100},      {"150 0 150 898", 0},         {"200 0 150 948", 50},
+        {"200 0 150 4294967290", 0}, {"205 0 150 4294967294", 56}, {"210 0 150 4", 46}};
     load("");
+    EXPECT_EQ(get_cpu_usage() + get_context_switches(), 0U);
+    run("file! /proc/stat cpu  1 2\\n");
+    EXPECT_EQ(get_cpu_usage(), 0U);
     for (const auto& [ticks, usage] : kIntervals) {
         run(std::string("file! /proc/stat cpu  ") + ticks + "\\n");
         EXPECT_EQ(get_cpu_usage(), usage) << ticks;
     }
+    EXPECT_TRUE(journal_follows({"err \"sscanf  1 2\\n failed\\n\""}));
+    MemInfo memory{};
+    run("file! /proc/meminfo MemTotal: 1 kB\\nCached: 1 kB\\n");
+    EXPECT_EQ(get_mem_info(&memory), -1) << "one number is missing";
 }
 
 TEST(ProcFields, AFileThatBreaksOffHasNoField) {

@@ -245,6 +245,7 @@ TEST(Supervision, BeginsWhenTheBoardIsKnown) {
         EXPECT_TRUE(run.journal.follows({{armed, "/dev/misc/wdt ioctl 0x5 25000"},
                                          {kAnyTime, "out \"[sentrel] MediaGuard is killed\\n\""},
                                          {kAnyTime, "board reset gpio35"}}));
+        EXPECT_EQ(run.journal.count("/dev/misc/gio_expander write 2: 06 01"), armed > 0 ? 1U : 0U);
         EXPECT_EQ(
             counts({"/dev/misc/wdt ioctl 0x5", "out \"\\e[0;32;32m[libmarl] SVN NUM", "out \"sentrel V1.13"},
                    run.journal),

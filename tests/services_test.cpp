@@ -13,8 +13,10 @@ TEST(Watchdog, IsForBoardsThatStartAlone) {
     load("env a=1");
     EXPECT_EQ(Ints({get_appauto(), wdt_keepalive(), wdt_set_period(1000)}), Ints({0, -1, -1}));
     EXPECT_EQ(count("/dev/misc/wdt"), 0U);
-    EXPECT_EQ(__set_armboot_para("appauto", "1"), 0);
-    EXPECT_EQ(get_appauto(), 1) << "an absent switch is looked up again";
+    EXPECT_EQ(Ints({__set_armboot_para("appauto", "1"), get_appauto(), __set_armboot_para("appauto", "0"),
+                    get_appauto()}),
+              Ints({0, 1, 0, 1}))
+        << "only an absent switch is looked up again";
     run("missing /dev/misc/wdt");
     EXPECT_EQ(wdt_keepalive(), -1);
     EXPECT_TRUE(journal_follows({"err \"open /dev/misc/wdt failed\\n\""}));
@@ -25,19 +27,18 @@ TEST(Watchdog, IsForBoardsThatStartAlone) {
                          "/dev/misc/wdt open rw", "/dev/misc/wdt ioctl 0x4"}));
 }
 
-TEST(Cmos, TransfersCarryTheOffsetInFront) {
-    load("cmos 1 5a\ncmos 200 01 02 03");
-    const uint8_t magic[] = {0xAA, 0x55};
+TEST(Watchdog, ThatIsSwitchedOffStaysOff) {
+    load("env appauto=0");
+    EXPECT_EQ(Ints({get_appauto(), __set_armboot_para("appauto", "1"), get_appauto()}), Ints(3, 0));
+}
+
+TEST(Cmos, TransfersHaveLimits) {
+    load("");
     uint8_t bytes[MARL_CMOS_READ_MAX] = {};
-    EXPECT_EQ(Ints({writeCMOS(40, magic, 2), readCMOS(1, bytes, 1), bytes[0]}), Ints({3, 1, 0x5A}));
-    EXPECT_EQ(Ints({readCMOS(200, bytes, 3), bytes[2]}), Ints(2, 3));
-    EXPECT_TRUE(journal_follows(
-        {"/dev/misc/rtc open rw", "/dev/misc/rtc write 3: 28 aa 55", "/dev/misc/rtc read 1"}));
-    sim::clear_journal();
     uint8_t many[MARL_CMOS_WRITE_MAX + 1] = {};
     for (const uint32_t len : {0U, 128U, UINT32_MAX}) EXPECT_EQ(writeCMOS(0, many, len), -1) << len;
     for (const uint32_t len : {0U, 65U, UINT32_MAX}) EXPECT_EQ(readCMOS(0, many, len), -1) << len;
-    EXPECT_EQ(sim::journal(), "");
+    EXPECT_EQ(count("/dev/misc/rtc"), 0U);
     EXPECT_EQ(writeCMOS(0, many, MARL_CMOS_WRITE_MAX), MARL_CMOS_WRITE_MAX + 1);
     EXPECT_EQ(readCMOS(0, bytes, MARL_CMOS_READ_MAX), MARL_CMOS_READ_MAX);
     uint8_t byte = 77;
@@ -49,17 +50,14 @@ TEST(Cmos, TransfersCarryTheOffsetInFront) {
 TEST(Cmos, IsNotThereOnOneModel) {
     load("missing /dev/misc/rtc");
     uint8_t byte = 9;
+    EXPECT_EQ(Ints({openCMOS("/dev/misc/rtc"), readCMOS(42, &byte, 1), writeCMOS(42, &byte, 1), byte}),
+              Ints({-1, -1, -1, 9}));
     strcpy(HWINFO.product_model, "QZ-CA-KZ9-N");
     sim::clear_journal();
-    EXPECT_EQ(Ints({readCMOS(42, &byte, 1), byte, writeCMOS(42, &byte, 1)}), Ints(3, 0));
+    EXPECT_EQ(Ints({readCMOS(42, &byte, 1), byte, writeCMOS(42, &byte, 1), NetConfigBeenReset()}),
+              Ints(4, 0));
     EXPECT_EQ(sim::journal(), "");
-}
-
-TEST(Wireless, IsPresentWhenTheKernelListsIt) {
-    load("file /proc/net/wireless eth2: 0001 54 200 0");
-    EXPECT_EQ(Ints({NetWirelessPresent("eth2"), NetWirelessPresent("eth3")}), Ints({0, -1}));
-    load("");
-    EXPECT_EQ(NetWirelessPresent("eth2"), -2);
+    EXPECT_EQ(SaveEthAttr("eth0", NET_ATTR_IP, "10.0.0.1"), 0);
 }
 
 }  // namespace

@@ -28,21 +28,15 @@ uint32_t memory_at(uint32_t address) {
     return value;
 }
 
-TEST(Command, IsRunByAShellAndWaitedFor) {
-    load("command fail 7");
-    EXPECT_EQ(my_system_call("mkdir /mnt/mtd/made"), 0);
-    EXPECT_TRUE(std::filesystem::is_directory(path_of("/mnt/mtd/made")));
-    EXPECT_EQ(Ints({my_system_call("fail now"), my_system_call(nullptr)}), Ints({7 << 8, -1}));
-}
-
 TEST(UsbPhy, IsSwitchedThroughItsRegister) {
     const auto set = [](int state) { return usb_phy_set_state(MARL_SYSTEM_MODULE_BASE, state); };
     load("");
     put_memory();
     set_memory(kPhyControl, 0xAB00);
-    EXPECT_EQ(Ints({set(2), set(0)}), Ints({-1, 0}));
+    EXPECT_EQ(Ints({mem_open(), set(2), set(0)}), Ints({0, -1, 0}));
+    EXPECT_EQ(sim::now(), 0.0001);
     EXPECT_EQ(memory_at(kPhyControl), 0xAB01U);
-    for (const auto& [clock, took] : {std::pair(0xAB01U, 0.001), {0U, 0.006}}) {
+    for (const auto& [clock, took] : {std::pair(0xA901U, 0.001), {0xFE00U, 0.006}}) {
         // The clock is good at the first look, or not at the sixth.
         set_memory(kPhyControl, clock);
         const double start = sim::now();
@@ -52,7 +46,8 @@ TEST(UsbPhy, IsSwitchedThroughItsRegister) {
     }
     EXPECT_TRUE(journal_follows({"err \"state must be 0 or 1\\n\"", "err \"USB_PPHY reset timeout\\n\""}));
     EXPECT_EQ(count("/dev/mem mmap"), 1U) << "mapped once";
-    EXPECT_EQ(Ints({mem_close(), mem_close()}), Ints({0, -1}));
+    EXPECT_EQ(Ints({mem_close(), set(0), mem_close(), mem_close()}), Ints({0, 0, 0, -1}));
+    EXPECT_EQ(counts({"/dev/mem mmap", "/dev/mem close"}), Ints(2, 2));
 }
 
 struct RestartCase {
@@ -65,14 +60,15 @@ class Restart : public testing::TestWithParam<RestartCase> {};
 
 TEST_P(Restart, IsToldOnceAndMarked) {
     const auto& [script, marker, marker_after, kind] = GetParam();
-    load(script);
+    load("");
     put_memory();
     set_memory(kMarker, marker);
-    if (kind < 0) run("missing /dev/mem");
+    run(std::string("cmos 1 01\n") + script);
     EXPECT_EQ(get_restart_kind(), kind);
     EXPECT_TRUE(journal_follows({"/dev/misc/rtc write 2: 01 01"}));
-    const Strings reports = {"err \"open /dev/mem error\\n\"", "out \"OPEN /dev/mem error\\n\""};
-    EXPECT_TRUE(kind < 0 ? bool(journal_follows(reports)) : memory_at(kMarker) == marker_after);
+    EXPECT_EQ(seen("out \"OPEN /dev/mem error\\n\"") || seen("out \"mem failed\\n\""), kind < 0);
+    EXPECT_EQ(memory_at(kMarker), marker_after);
+    EXPECT_EQ(count("/dev/mem mmap"), count("/dev/mem close"));
     sim::clear_journal();
     EXPECT_EQ(get_restart_kind(), kind);
     EXPECT_EQ(sim::journal(), "");
@@ -80,8 +76,9 @@ TEST_P(Restart, IsToldOnceAndMarked) {
 
 constexpr uint32_t kSet = 0x44444351;
 constexpr RestartCase kRestarts[] = {
-    {"cmos 1 00", 0, 0, 0},    {"cmos 1 ff", 0, 0, 255}, {"cmos 1 01", kSet, kSet, 1},
-    {"cmos 1 01", 0, kSet, 2}, {"cmos 1 01", 0, 0, -1},  {"fault /dev/misc/rtc read 1 EIO", 0, kSet, 2}};
+    {"cmos 1 00", 0, 0, 0},        {"cmos 1 ff", 0, 0, 255}, {"fault /dev/mem mmap 1 ENOMEM", 0, 0, -1},
+    {"cmos 1 01", 0, kSet, 2},     {"", kSet, kSet, 1},      {"fault /dev/misc/rtc read 1 EIO", 0, kSet, 2},
+    {"missing /dev/mem", 0, 0, -1}};
 INSTANTIATE_TEST_SUITE_P(Kinds, Restart, testing::ValuesIn(kRestarts));
 
 TEST(ArmClock, FromTheBootVariableOrTheRegisters) {
@@ -89,23 +86,21 @@ TEST(ArmClock, FromTheBootVariableOrTheRegisters) {
     put_memory();
     set_memory(kRegisters + 0xD10, 18);
     set_memory(kRegisters + 0xD20, 1);
-    EXPECT_EQ(get_arm_rate(), 432);
+    EXPECT_EQ(Ints({read_armrate(), get_arm_rate()}), Ints({-1, 432}));
     EXPECT_TRUE(journal_follows({"out \"[libmarl] armrate = 432000000\\n\""}));
-    EXPECT_EQ(Ints({__set_armboot_para("armrate", "297"), get_arm_rate()}), Ints({0, 297}));
-}
-
-TEST(Statistics, OfMemoryAndProcessor) {
-    MemInfo memory{};
-    load(
-        "file /proc/meminfo MemTotal:  61000 kB\nfile /proc/meminfo MemFree:  2000 kB\n"
-        "file /proc/meminfo Cached:  30000 kB\nfile! /proc/stat cpu  100 0 100 800 5\\nctxt 12345\\n");
-    CpuStat stat{};
-    EXPECT_EQ(Ints({get_mem_info(&memory), get_cpu_stat(&stat)}), Ints(2, 0));
-    EXPECT_EQ(std::vector<unsigned>({memory.total, memory.available, stat.usage, stat.context_switches}),
-              std::vector<unsigned>({61000, 32000, 20, 12345}));
-    run("file! /proc/stat cpu  1 2\\n");
-    EXPECT_EQ(get_cpu_usage(), 0U);
-    EXPECT_TRUE(journal_follows({"err \"sscanf  1 2\\n failed\\n\""}));
+    EXPECT_EQ(Ints({__set_armboot_para("armrate", "297"), get_arm_rate(), __set_armboot_para("armrate", "1"),
+                    get_arm_rate()}),
+              Ints({0, 297, 0, 1}));
+    int fd = -1;
+    ASSERT_EQ(DRV_mMapOpen(&fd), 0);
+    char* const map = static_cast<char*>(DRV_mMap(fd, kRegisters, 4096));
+    EXPECT_EQ(Ints({DRV_mUnMap(map, 4096), DRV_mUnMap(map + 1, 1), DRV_mMapClose(fd)}), Ints({0, -1, 0}));
+    EXPECT_EQ(counts({"/dev/mem open", "/dev/mem close"}), Ints(2, 2));
+    run("missing /dev/mem");
+    uint32_t word = 0;
+    EXPECT_EQ(Ints({__set_armboot_para("armrate", "0"), get_arm_rate(), readReg(&word, &word, &word, &word),
+                    DRV_mMapOpen(&fd)}),
+              Ints({0, 0, -1, -1}));
 }
 
 TEST(Summary, OfTheSystem) {
@@ -127,7 +122,8 @@ TEST(Summary, OfTheSystem) {
                                  "out \"\\e[0;32;31m[libmarl] ERROR (src/misc/sys|getSystemInfo|",
                                  "out \"[libmarl] @@@@ buf = SN-0042\\n\""}));
     HWINFO.hd_ver = HWINFO.fvideo_chip = 1;
-    HWINFO.dsp_chip = 9;
+    HWINFO.dsp_chip = 8;
+    HWINFO.store_interface = 0;
     EXPECT_EQ(__set_armboot_para("ID", "000000000000000000"), 0);
     EXPECT_EQ(getSystemInfo(&info), -1) << "without an ID it is the MAC address, and there is no network";
     EXPECT_EQ(__set_armboot_para("ID", "0000000000000000001"), 0) << "an ID of its own";
@@ -139,13 +135,18 @@ TEST(Summary, OfTheSystem) {
         found.insert(found.end(), {info.bandWidth, info.type_flag});
     }
     EXPECT_EQ(found, Ints({12, 0, 16, 0, 24, 0, 24, 0, 24, 0, 32, 0, 32, 1}));
+    HWINFO.fvideo_chip = 2;
+    EXPECT_EQ(Ints({getSystemInfo(&info), info.type_flag, info.no_storage, get_device_id(info.id, 0)}),
+              Ints({0, 0, 1, -1}));
     EXPECT_EQ(Strings({info.chip, info.id}), Strings({"unkown", "0000000000000000001"}));
+    EXPECT_EQ(Ints({get_device_id(info.id, 1), info.id[0]}), Ints(2, 0));
     // The modem switch stays silent on product types that the summary has seen.
-    product_type = 22;
     strcpy(HWINFO.product_model, "IPC-KW1");
     EXPECT_EQ(power_3g_on(), -1);
-    getSystemInfo(&info);
-    EXPECT_EQ(power_3g_on(), 0);
+    for (const int type : {22, 24, 25}) {
+        product_type = type;
+        EXPECT_EQ(Ints({getSystemInfo(&info), power_3g_on()}), Ints({0, type == 25 ? -1 : 0}));
+    }
 }
 
 TEST(Summary, OfTheSubModules) {
@@ -170,15 +171,41 @@ TEST(Summary, OfTheSubModules) {
     EXPECT_EQ(list("TRV-A6-S"), Ints({0, 2, 1}));
     EXPECT_STREQ(modules[1].name, "FPGA");
     EXPECT_EQ(list("TRV-A5-S")[1], 2);
+    EXPECT_EQ(getSubModules(nullptr, nullptr), -1);
     EXPECT_TRUE(journal_follows({"/dev/dm6480 open r", "/dev/dm6480 close", "/dev/ad9920_dev open r",
-                                 "/dev/ad9979_dev open r -> ENOENT"}));
+                                 "/dev/ad9979_dev open r -> ENOENT", "out \"modules is null point"}));
     write_file("/mnt/mtd/dm365_version",
                std::string(32, 'n') + std::string(16, 'v') + "V2" + std::string(14, '\0'));
     EXPECT_EQ(list("IPC-KL7")[1], 1);
-    EXPECT_EQ(Strings({modules[0].name, modules[0].second_version}), Strings({std::string(31, 'n'), "V2"}))
+    EXPECT_EQ(Strings({modules[0].name, modules[0].version, modules[0].second_version}),
+              Strings({std::string(31, 'n'), std::string(15, 'v'), "V2"}))
         << "terminated";
     write_file("/mnt/mtd/dm365_version", "too short");
     EXPECT_EQ(list("IPC-KL7"), Ints({0, 0, -1}));
 }
+
+// The model, its storage interface, which writes to lines fail, and what is reset besides the board.
+class Reboot : public testing::TestWithParam<std::tuple<const char*, uint16_t, const char*, Steps>> {};
+
+TEST_P(Reboot, ComesBackOnlyWhereTheResetLineDoesNotMove) {
+    const auto& [model, storage, failing, steps] = GetParam();
+    load(std::string("file /proc/net/wireless eth2: 0\nfault /dev/misc/gpio write ") + failing + " EIO");
+    EXPECT_EXIT(sync_and_exit(), testing::ExitedWithCode(0), "");
+    strcpy(HWINFO.product_model, model);
+    HWINFO.store_interface = storage;
+    EXPECT_EQ(sys_reboot(), -1);
+    EXPECT_TRUE(
+        scenario::Journal(sim::journal()).follows(at(0.1, {"out \"[libmarl] skip sync\\n\""}) + steps));
+    EXPECT_EQ(counts({"sync", "/dev/misc/gio_expander write 2: 06"}), Ints(2, 0)) << "disks, and no modem";
+}
+
+const Strings kEnd = {"/dev/misc/rtc write 2: 01 00", "/dev/misc/gpio write 2 -> EIO"};
+INSTANTIATE_TEST_SUITE_P(
+    Models, Reboot,
+    testing::Values(std::tuple("IPC-KA2", 2, "3+",
+                               at(1.2, {"/dev/misc/gio_expander write 2: 01 01"}) + at(1.25, kEnd)),
+                    std::tuple("IPC-KL7", 3, "5+",
+                               at(1.2, {"/dev/misc/gpio write 2: 30 00"}) +
+                                   at(1.22, {"/dev/misc/gpio write 2: 30 01"}) + at(1.72, kEnd))));
 
 }  // namespace

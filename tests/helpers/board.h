@@ -15,8 +15,6 @@
 
 namespace board {
 
-using scenario::journal_follows;
-
 // Several results at once: a difference names its place in the list.
 using Ints = std::vector<int>;
 using Strings = std::vector<std::string>;
@@ -51,6 +49,11 @@ inline Steps operator+(Steps steps, const Steps& later) {
 template <typename Function>
 Function* behind(Function* /*own*/, const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// The journal of this process.
+inline testing::AssertionResult journal_follows(const Strings& starts) {
+    return scenario::Journal(sim::journal()).follows(at(scenario::kAnyTime, starts));
 }
 
 // A traffic camera, whose MediaGuard and encoder are to beat, and how it ends when it is reset.

@@ -10,7 +10,6 @@
 #include <sstream>
 
 #include "helpers/console.h"
-#include "sim.h"
 
 namespace scenario {
 
@@ -66,8 +65,8 @@ int spawn(const std::vector<std::string>& command, const std::string& output, co
 
 }  // namespace
 
-Journal::Journal(std::string_view text) {
-    std::istringstream lines{std::string(text)};
+Journal::Journal(std::string_view text) : text_(text) {
+    std::istringstream lines(text_);
     for (std::string line; std::getline(lines, line);) {
         char* rest = nullptr;
         const double time = strtod(line.c_str(), &rest);
@@ -99,17 +98,11 @@ testing::AssertionResult Journal::follows(const std::vector<Step>& steps) const 
         if (event == events_.end()) {
             return testing::AssertionFailure()
                    << "not in its place: " << step.time << " " << step.start << "\n"
-                   << text();
+                   << text_;
         }
         ++event;
     }
     return testing::AssertionSuccess();
-}
-
-std::string Journal::text() const {
-    std::ostringstream text;
-    for (const Event& event : events_) text << event.time << " " << event.text << "\n";
-    return text.str();
 }
 
 Outcome run(const std::string& program, const std::string& script, const Options& options) {
@@ -140,12 +133,6 @@ bool in_real_time(const std::string& board) {
         run("tests/" + program, board, {.seconds = 100, .arguments = {filter}, .keep_output = true});
     EXPECT_EQ(outcome.status, 0) << outcome.output;
     return false;
-}
-
-testing::AssertionResult journal_follows(const std::vector<std::string>& starts) {
-    std::vector<Journal::Step> steps;
-    for (const std::string& start : starts) steps.push_back({kAnyTime, start});
-    return Journal(sim::journal()).follows(steps);
 }
 
 }  // namespace scenario

@@ -34,9 +34,10 @@ class Journal {
     };
     testing::AssertionResult follows(const std::vector<Step>& steps) const;
 
-    std::string text() const;
+    const std::string& text() const { return text_; }
 
   private:
+    std::string text_;
     std::vector<Event> events_;
 };
 
@@ -84,8 +85,5 @@ class BoardDirectory {
 // Whether the test runs in real time, where threads run side by side. A board's time is settled when its program starts,
 // so the first answer is no, and then the test has run in a process of its own and passed, or failed here.
 bool in_real_time(const std::string& board);
-
-// Checks lines of a journal text in a test program's own process.
-testing::AssertionResult journal_follows(const std::vector<std::string>& starts);
 
 }  // namespace scenario

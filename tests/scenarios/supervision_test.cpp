@@ -1,6 +1,7 @@
 // What the daemon notices, decides and does: heartbeats, the reset button, the co-processor.
 
 #include <cstdio>
+#include <sstream>
 
 #include "helpers/board.h"
 
@@ -50,22 +51,14 @@ TEST(Heartbeat, AStallRebootsAtTheFourthUnchangedCheck) {
     }
 }
 
-TEST(Heartbeat, WhatBeatsOrIsMissingRebootsNothing) {
-    for (const std::string& encode : {std::string(), kEncodeBeats}) {
-        const auto run = run_sentrel(kTraffic + kMediaGuardBeats + encode, 300);
-        EXPECT_EQ(run.status, 0) << run.journal.text();
-        EXPECT_EQ(run.journal.count("out \"[sentrel]"), 0U);
-    }
-}
-
 TEST(Heartbeat, AnUpgradeDelaysTheReboot) {
     const auto run =
-        run_sentrel(kStall + "at 70 word " + kUpgrade + " 1\nat 100 word " + kUpgrade + " 0\n", 300);
+        run_sentrel(kStall + "at 70 word " + kUpgrade + " 1\nat 100 word " + kUpgrade + " 2\n", 300);
     const std::string skips = "out \"upgrade is on, skip--\\n\"";
     for (const double check : {83.2, 88.4, 93.6, 98.8}) {
         EXPECT_TRUE(run.journal.follows(at(check, {"out \"[sentrel] MediaGuard is killed\\n\"", skips})));
     }
-    EXPECT_TRUE(run.journal.follows(reboot_from(104.0)));
+    EXPECT_TRUE(run.journal.follows(at(104.0, {"out \"\\e[1;33m[libmarl] WARN"}) + reboot_from(104.0)));
     // One that starts after the decision, by ten minutes: the second look at the flag, and every later
     // one, finds it.
     const auto later = run_sentrel(kStall + "fault " + kUpgrade + " read 2+ EIO\n", 900);
@@ -102,15 +95,14 @@ TEST(ResetButton, ReleasedAfter24PassesDoesNothing) {
     // A poll that fails says nothing about the button: the countdown goes on where it stood.
     const auto failing = run_sentrel(held + "fault /dev/misc/gpio read 110..114 EIO\n", 60);
     EXPECT_EQ(failing.journal.time_of("out \"sentRel: i will reboot\\n\""), 26.0);
-    const auto without_rtc = run_sentrel(held + "missing /dev/misc/rtc\n", 60);
-    EXPECT_TRUE(without_rtc.journal.follows(at(25, {"out \" can't open /dev/misc/rtc\\n\""}) +
-                                            at(25.2, {"command \"reboot\""})));
-    for (const auto& [model, line] :
-         {std::pair("Q4", "30"), {"IPC-KR1", "31"}, {"IPC-KW2", "36"}, {"IPC-KQ3", "23"}}) {
-        const auto other =
-            run_sentrel(std::string("env HWID=") + model + ":1:2\nat 1.1 level " + line + " 0\n", 10);
+    std::istringstream boards("Q4 30 Q5 30 NULL 30 IPC-KR1 31 IPC-KW2 36 IPC-KQ3 23");
+    for (std::string model, line; boards >> model >> line;) {
+        const auto other = run_sentrel("env HWID=" + model + ":1:2\nat 1.1 level " + line + " 0\n", 10);
         EXPECT_EQ(other.journal.time_of("out \"sentRel: i will reboot\\n\""), 6.0) << model;
     }
+    const auto later =
+        run_sentrel("env HWID=Q4:1:2\nfault /dev/mtd/1 read 1..8 EIO\nat 1.1 level 30 0\n", 12);
+    EXPECT_EQ(later.journal.time_of("out \"sentRel: i will reboot\\n\""), 9.8) << "known after 5 s";
 }
 
 const std::string kUnknown =
@@ -154,8 +146,7 @@ TEST(Coprocessor, UnknownVersionIsRecordedAndFollowedByAReset) {
                                       kLink + "c", kPulseLow}) +
                             at(25.02, {"/dev/misc/gpio write 2: 30 01"}) + at(25.52, {kHoldBegins}) +
                             at(70.52, {kHoldEnds}) + at(75.52, {kVpfe + "ioctl 0x80145603"})));
-    std::string record = "DM365";
-    record.resize(64);
+    std::string record = "DM365" + std::string(59, '\0');
     record.replace(32, 5, "V2.03").replace(48, 5, "V1.02");
     EXPECT_EQ(board.read("/mnt/mtd/dm365_version"), record);
     expect_room_on_the_stack(run);
@@ -171,6 +162,8 @@ TEST(Coprocessor, StartWithoutAVersionRecord) {
         {"missing /dev/misc/spi0\n", "out \"@@: spi0 device is not open\\n\"", 1},
         {"spi0 status 0x2468\n", "/dev/misc/spi0 ioctl 0x80047302 -> 0x2468", 0},
         {"fault /mnt/mtd/dm365_version open 1 EACCES\n", "/mnt/mtd/dm365_version open r -> EACCES", 0},
+        {"file /mnt/mtd/dm365_version known\nfault /mnt/mtd/dm365_version open 1 ENOENT\n",
+         "/mnt/mtd/dm365_version open r -> ENOENT", 0},
     };
     for (const auto& c : cases) {
         const auto run = run_sentrel(kUnknown + c.script, 28);
@@ -187,13 +180,14 @@ TEST(Coprocessor, CaptureStallIsResetTwiceThenReported) {
     EXPECT_TRUE(run.journal.follows(at(30.0, {reboots, kPulseLow}) + at(30.52, {kHoldBegins}) +
                                     at(75.52, {kHoldEnds}) + at(80.52, {reboots, kPulseLow}) +
                                     at(126.04, {kHoldEnds}) + at(131.04, {reboots, kPulseLow}) +
-                                    at(131.56, {given_up}) + at(136.56, {given_up})));
+                                    at(131.56, {given_up}) + at(146.56, {given_up, kLink + "b"})));
     EXPECT_EQ(run.journal.count(reboots), 5U) << "a good reading forgives: two more after 300 s";
     expect_room_on_the_stack(run);
 }
 
 TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
-    const auto silent = run_sentrel(kKnown + "spi0 alive 0\n", 900);
+    const auto silent =
+        run_sentrel(kKnown + "spi0 alive 0\nat 200 spi0 alive 0x6984\nat 260 spi0 alive 0\n", 900);
     const char* const not_alive =
         "out \"=========>sentrel:  SPI NOT ALIVE , reset DM365<=================\\n\"";
     EXPECT_TRUE(silent.journal.follows(
@@ -201,14 +195,14 @@ TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
         at(105.62, {not_alive}) + at(106.14, {kHoldBegins}) + at(151.14, {kHoldEnds}) +
         at(166.19, {"out \"=============<  SPI alway be Problem>================\\n\""}) +
         at(166.21, {kLink + "b"})));
-    const auto abnormal = run_sentrel(kKnown + "spi0 2a 1\n", 900);
+    const auto abnormal = run_sentrel(kKnown + "spi0 2a 1\nat 200 spi0 2a 0\nat 260 spi0 2a 1\n", 900);
     const char* const is_abnormal = "out \"++++++++++++:  dm365: 2A is abnormal ++++++++++++++++\\n\"";
     EXPECT_TRUE(abnormal.journal.follows(
         at(45.12, {is_abnormal, kPulseLow}) + at(90.64, {kHoldEnds}) + at(105.76, {is_abnormal}) +
         at(151.28, {kHoldEnds}) +
         at(166.4, {"out \"=============< DM365 2A always be Problem>===================\\n\""})));
     EXPECT_EQ(Ints({counts({kPulseLow}, silent.journal)[0], counts({kPulseLow}, abnormal.journal)[0]}),
-              Ints(2, 2));
+              Ints(2, 4));
     expect_room_on_the_stack(silent);
 }
 
@@ -221,22 +215,17 @@ TEST(Coprocessor, DevicesThatAppearLateOrNever) {
     const auto never = run_sentrel(missing, 900);
     EXPECT_EQ(counts({kVpfe + "open", "/dev/misc/spi0 ioctl"}, never.journal), Ints({5, 0}))
         << "without both devices nothing is checked";
-    const auto failing = run_sentrel(kKnown + "fault /dev/davinci_vpfe ioctl 1+ EIO\n", 200);
+    const auto failing = run_sentrel(
+        kKnown + "fault /dev/davinci_vpfe ioctl 1+ EIO\nfault /dev/misc/spi0 ioctl:0x4004730a 1+ EIO\n", 200);
     EXPECT_EQ(failing.journal.time_of("out \"[ERROR]: ioctl ==>: read vpfe inttrupts fail, ret = -1\\n\""),
               failing.journal.all(kVpfe + "ioctl")[10].time);
-    EXPECT_EQ(failing.journal.count(kPulseLow), 0U);
+    EXPECT_EQ(counts({kPulseLow, "out \"[ERROR]: ioctl"}, failing.journal), Ints({0, 3}));
 }
 
 TEST(Coprocessor, LearnsOfTheFactoryReset) {
     const auto run = run_sentrel(kKnown + "at 30.1 level 23 0\n", 60);
     EXPECT_TRUE(run.journal.follows(at(35, {"out \"clear cmos succ\\n\"", kLink + "6 42599"}) +
                                     at(35.2, {"command \"reboot\""})));
-    const auto early = run_sentrel(kKnown + "at 1.1 level 23 0\n", 20);
-    EXPECT_EQ(early.journal.count("/dev/misc/spi0"), 0U) << "the link is opened after 25 s";
-    const auto taskless = run_sentrel(kUnknown + "fault * clone 1 EAGAIN\n", 60);
-    EXPECT_TRUE(
-        taskless.journal.follows(at(0, {"out \"create failed:-1\\n\"", "out \"sentrel V1.13(no exit)"})));
-    EXPECT_EQ(taskless.status, 0) << "the rest goes on";
 }
 
 }  // namespace
