@@ -47,9 +47,13 @@ struct Listed {
 
 Listed list(int (*listing)(UsbDevice*, int*), int capacity = 40) {
     Listed listed{0, std::vector<UsbDevice>(static_cast<size_t>(capacity))};
+    char* const bytes = reinterpret_cast<char*>(listed.devices.data());
+    const std::string nothing(listed.devices.size() * sizeof(UsbDevice), '\0');
+    memset(bytes, 'x', nothing.size());
     int count = capacity;
     listed.result = listing(listed.devices.data(), &count);
     if (listed.result == 0) listed.devices.resize(static_cast<size_t>(count));
+    EXPECT_TRUE(listed.result == 0 || std::string(bytes, nothing.size()) == nothing);
     return listed;
 }
 
@@ -78,20 +82,25 @@ int line_of(const std::string& text) {
 TEST(UsbListing, NamesEveryDeviceThatIsListed) {
     std::string nameless;
     for (const int port : {0, 1, 2, 4, 5, 6}) nameless += block({.port = port, .manufacturer = nullptr});
-    put_devices(nameless + block({.port = 3}));
+    put_devices(nameless + block({.port = 3}) + "I:* Driver=option\n");
     for (int port = 1; port <= 7; ++port) put_on_port(port);
     EXPECT_EQ(summary(get_usb_devs, 1), "0 0 ttyUSB4 , ");
     EXPECT_EQ(summary(get_mult3Ginfo_FromFile, 1), "1 0 ttyUSB4 , ");
     // The serial listing finds serial interfaces alone, whatever made them.
-    put_devices(block({.port = 3, .driver = "option"}));
-    EXPECT_EQ(summary(get_mult3Ginfo_FromFile, 1), "0 0 ttyUSB4 , ");
+    put_devices(block({.driver = "option"}));
+    EXPECT_EQ(summary(get_mult3Ginfo_FromFile, 1), "0 0 ttyUSB1 , ");
+    const auto& slot = marl::g_serial_sheet[0];
+    EXPECT_EQ(Ints({slot.bus, slot.port, slot.changed}), Ints({1, 1, 0})) << "has been elsewhere";
     EXPECT_EQ(summary(get_usb_devs, 1), "2 0 , ");
-    // What is behind a hub is not taken for what is in front of it at a port of the same number.
+    // What is behind a hub is not taken for what is in front of it at a port of the same number. A path tells no more
+    // than two levels.
     load("");
-    put_devices(block({.level = 2, .port = 0}));
+    put_devices(block({.level = 2, .port = 0}) + block({.level = 3, .port = 1}));
     put_interface("1-1/1-1:1.0/ttyUSB7");
     put_interface("1-1/1-1.1/1-1.1:1.0/ttyUSB8");
-    EXPECT_EQ(summary(get_usb_devs), "0 0 ttyUSB8 , ");
+    put_interface("1-1/1-1.2/1-1.2.2/1-1.2.2:1.0/ttyUSB9");
+    const auto devices = list(get_usb_devs, 2).devices;
+    EXPECT_EQ(names_of(devices[0]) + names_of(devices[1]), "ttyUSB8 ttyUSB9 ");
 }
 
 TEST(UsbListing, GivesDevicesTheirInterfaces) {
@@ -109,7 +118,7 @@ TEST(UsbListing, GivesDevicesTheirInterfaces) {
     const UsbDevice& modem = all.devices[1];
     EXPECT_EQ(Strings({modem.manufacturer, modem.product}), Strings({"ZTE, Incorporated", "HSPA modem"}));
     EXPECT_EQ(modem.vendor_id << 16 | modem.product_id, 0x19d2fff1U);
-    EXPECT_EQ(modem.bus * 1000 + modem.level * 100 + modem.parent * 10 + modem.port, 1200);
+    EXPECT_EQ(modem.bus * 1000 + modem.level * 100 + modem.parent * 10 + modem.port, 1220);
     const std::string names = names_of(modem);  // in the order of the directory
     for (const char* name : {"ttyUSB0 ", "ttyUSB1 ", "ttyUSB12 "}) EXPECT_NE(names.find(name), names.npos);
     EXPECT_EQ(modem.interface_count, 3) << names;
@@ -120,6 +129,7 @@ TEST(UsbListing, GivesDevicesTheirInterfaces) {
     // Wireless interfaces are no business of modems.
     EXPECT_EQ(summary(get_mult3Ginfo_FromFile), "0 -1 , 1 0 " + names + ", 0 -1 , 0 -1 , ");
     EXPECT_EQ(marl::g_serial_sheet[0].changed, 0);
+    EXPECT_FALSE(reported("find_pt->deal_result failed"));
 
     usb_list::put(block(kRootHub));
     EXPECT_EQ(summary(get_mult3Ginfo_FromFile) + summary(get_usb_devs), "");
@@ -136,15 +146,16 @@ TEST(UsbListing, ThirtyDevicesAndMore) {
     EXPECT_EQ(list(get_usb_devs, 7).devices.size(), 7U);
     // A device more than there are slots, and interfaces more than a device keeps.
 
-    for (int port = 1; port <= 6; ++port) put_on_port(port);
+    for (int port = 1; port <= 7; ++port) put_on_port(port);
     sim::clear_journal();
     EXPECT_EQ(list(get_mult3Ginfo_FromFile, 30).result, 0);
-    EXPECT_TRUE(journal_follows({"out \"[libmarl] ptty->index=5 bus=1 port="}));
+    EXPECT_EQ(counts({"out \"[libmarl] ptty->index=5 bus=1 port=", "out \"[libmarl] ptty->index="}),
+              Ints({1, 1}));
     EXPECT_TRUE(reported("save_index_sheet failed"));
     EXPECT_EQ(list(get_usb_devs, 30).result, 0);
     EXPECT_TRUE(reported("usb_save_index_sheet failed"));
     // More places than a bus has.
-    for (int port = 7; port <= 128; ++port) put_on_port(port);
+    for (int port = 8; port <= 128; ++port) put_on_port(port);
     EXPECT_EQ(list(get_usb_devs, 5).devices.size(), 5U);
     EXPECT_TRUE(reported("there overstep the boundary "));
 
@@ -199,17 +210,21 @@ TEST(UsbListing, AListCutAnywhereIsReportedOrWhole) {
     }
     EXPECT_NE(line_of("fgets Manufacturer failed"), line_of("fgets Product failed"));
     // A device that is not configured has neither names nor a driver, and hides nothing of the next.
-    usb_list::put(nameless + block({.port = 1}));
-    EXPECT_EQ(list(get_usb_devs).devices.at(0).port, 1);
+    usb_list::put(first.substr(0, first.rfind("I:")) + nameless + block({.port = 1}));
+    EXPECT_EQ(summary(get_usb_devs), "2 -1 , 0 -1 , ");
+    EXPECT_EQ(list(get_usb_devs).devices.at(1).port, 1);
 }
 
 TEST(UsbListing, ADirectoryThatCannotBeReadToItsEndGivesNoList) {
     put_devices(block({}));
     put_interface("1-1/1-1:1.0/ttyUSB0");
-    g_readable = 5;
-    EXPECT_EQ(list(get_usb_devs).result, -1);
-    g_readable = -1;
-    EXPECT_TRUE(journal_follows({"err \"opendir: Input/output error\\n\""}));
+    for (const auto listing : {get_usb_devs, get_mult3Ginfo_FromFile}) {
+        g_readable = 5;
+        EXPECT_EQ(list(listing).result, -1);
+        g_readable = -1;
+        EXPECT_TRUE(journal_follows({"err \"opendir: Input/output error\\n\""}));
+    }
+    EXPECT_TRUE(reported("dvr_find_file failed") && reported("find_File failed"));
 }
 
 TEST(UsbListing, WaitsTwoSecondsForTheList) {
@@ -219,6 +234,9 @@ TEST(UsbListing, WaitsTwoSecondsForTheList) {
     EXPECT_EQ(get_usb_devs(&device, &number), -1);
     EXPECT_NEAR(sim::now(), 2.0, 0.01);
     EXPECT_TRUE(reported("Fail to open usb USB_DEVICE_NAME:/proc/bus/usb/devices!"));
+    run("at 2.7 usb none");
+    EXPECT_EQ(Ints({get_usb_devs(&device, &number), number, get_usb_devs(&device, &number)}), Ints(3, 0));
+    EXPECT_NEAR(sim::now(), 3.0, 0.01) << "looked for every 500 ms";
     int negative = -1;
     EXPECT_EQ(get_usb_devs(&device, &negative), -1);
     EXPECT_TRUE(reported("arguments  error"));
@@ -262,6 +280,9 @@ TEST(FileSearch, NamesAtTheirLimits) {
     const std::string longest(255, 'n');
     write_file("/sys/devices/d/" + longest, "");
     EXPECT_EQ(find(longest.c_str(), "/sys/devices"), Strings({"/sys/devices/d/" + longest}));
+    write_file("/sys/devices/d/m", "");
+    const std::string no_more_room = "/sys/devices/d" + std::string(3850, '/');
+    EXPECT_EQ(find("m", no_more_room.c_str()), Strings({no_more_room + "m"})) << "the other is left out";
     Strings paths;
     const std::string too_long(5000, 'd');
     const DvrFindRequest request = {"n", too_long.c_str(), &paths, 0, collect};
