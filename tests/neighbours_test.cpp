@@ -12,17 +12,6 @@
 
 #include "helpers/board.h"
 
-// What another process sees between two steps of a save.
-static void (*g_between)() = nullptr;
-
-extern "C" off_t lseek(int fd, off_t to, int from) noexcept {
-    if (const auto look = std::exchange(g_between, nullptr)) {
-        look();
-        g_between = look;
-    }
-    return board::behind(lseek, "lseek")(fd, to, from);
-}
-
 namespace {
 
 using namespace board;
@@ -98,19 +87,6 @@ bool reads_a_saved_address() {
     char address[MARL_NET_VALUE_SIZE] = {};
     return GetEthAttr("eth2", NET_ATTR_IP, address, sizeof address) == 0 &&
            std::find(kAddresses.begin(), kAddresses.end(), address) != kAddresses.end();
-}
-
-TEST(Processes, ReadASettingWhileItIsSaved) {
-    load(("file " + kNetwork + " HOSTIP = 10.0.0.1").c_str());
-    static int looks = 0;
-    g_between = [] {
-        ++looks;
-        EXPECT_TRUE(reads_a_saved_address());
-    };
-    for (const std::string& address : {kAddresses[1], kAddresses[0], kAddresses[1]})
-        EXPECT_EQ(NetConfigWriteKey(kNetwork.c_str(), "HOSTIP", address.c_str()), 0);
-    g_between = nullptr;
-    EXPECT_GE(looks, 9);
 }
 
 // A call that is safe from any thread, and whether it did what it should beside the others.

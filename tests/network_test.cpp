@@ -39,6 +39,7 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
                                "fault " + kMain + " read 2 EIO\nfault " + kMain + " read 4+ EIO\n";
     const std::string valid = "cmos 40 aa 55\n", invalid = "cmos 40 34 12\n";
     const Strings is_invalid = {"out \"[libmarl] var=0x1234\\n\""};
+    const Strings no_mask = {"err \"open failed for SUBMASK\""};
     const char* const no_lease = "err \"can not get IP by DHCP, use IP save in NETWORK\\n\"";
     const struct {
         const char* name;
@@ -56,6 +57,8 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
         {"eth2", kGateway, "10.2.0.1", line("GATEWAYIP = 10.2.0.1", kMain + "2")},
         {"ppp0", kIp, "10.3.0.1", line("HOSTIP = 10.3.0.1", kMain + "ppp0")},
         {"eth0", kIp, "172.16.0.9", leased},
+        {"eth2", kIp, "10.9.8.7", line("USEDHCP = 1\\nDHCPHAVEIP = 1\\nDHCPIP = 10.9.8.7", kMain + "2")},
+        {"eth0", kIp, "10.1.2.3", line("DHCPHAVEIP = 1\\nDHCPIP = 10.9.8.7\\nHOSTIP = 10.1.2.3")},
         {"eth0", kIp, "10.1.2.3", dhcp, {no_lease}},
         {"eth0", kPrio, "1", leased + line("PRIO = 1"), {"err \"unkonw type\\n\""}},
         // No file: the bytes of the CMOS, or the defaults.
@@ -66,12 +69,14 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
         {"eth0", kPrio, "0", ""},
         {"eth2", kIp, "192.168.2.108", valid + "cmos 44 0a 0b 0c 0d\n"},
         {"eth2", kIp, "192.168.1.108", valid + "cmos 44 c0 a8 02 6c\n"},
+        {"eth2", kIp, "192.168.1.108", valid},
         {"eth2", kIp, "192.168.2.108", invalid, is_invalid},
         {"ppp0", kMask, "255.255.0.0", ""},
+        {"ppp0", kMask, "", "fault /proc/net/dev read 1 EIO", {"err \"NetGetEthName\\n\""}, -1},
         // For a file that cannot be read its backup stands in, but no default: the file may have the value.
         {"eth0", kIp, "10.9.9.9", unread},
         {"ppp0", kIp, "", line("A", kMain + "ppp0") + "fault " + kMain + "ppp0 read 1 EIO", {}, -1},
-        {"eth0", kMask, "", leased + ours + "fault " + kMain + " read 1 EIO\n", {}, -1},
+        {"eth0", kMask, "", leased + ours + "fault " + kMain + " read 1 EIO\n", no_mask, -1},
         {"eth0", kIp, "10.1.2.3", leased + ours + "fault " + kMain + " open 1 EACCES\n"},
         {"wlan0", kIp, "", "", {"err \"Not support device wlan0\\n\""}, -1},
         {"eth0", 4, "", "", {"err \"Type:4 error\\n\""}, -1},
@@ -83,12 +88,15 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
         EXPECT_EQ(GetEthAttr(c.name, c.type, value, sizeof value), c.result);
         EXPECT_EQ(value, c.value);
         EXPECT_TRUE(journal_follows(c.events));
-        EXPECT_TRUE(c.events == initialised || count("/dev/misc/rtc write") == 0);
+        EXPECT_EQ(count("/dev/misc/rtc write"), c.events == initialised ? 4U : 0U);
     }
-    char cut[15];
-    EXPECT_EQ(Ints({GetEthAttr("eth0", kIp, cut, sizeof cut), GetEthAttr(nullptr, kIp, cut, sizeof cut)}),
-              Ints(2, -1));
-    EXPECT_TRUE(journal_follows({"err \"str_length too short\\n\"", "err \"GetEthAttr :pEthName==NULL\""}));
+    load(leased);
+    char room[16];
+    EXPECT_EQ(Ints({GetEthAttr("eth0", kIp, room, 15), NetGetDhcpAttr(kMain.c_str(), kIp, room, 15),
+                    GetEthAttr(nullptr, kIp, room, 16), NetGetDhcpAttr(kMain.c_str(), kIp, room, 16)}),
+              Ints({-1, -1, -1, 0}));
+    EXPECT_TRUE(journal_follows({"err \"str_length too short\\n\"", "err \"str_length is too short\\n\"",
+                                 "err \"GetEthAttr :pEthName==NULL\""}));
 }
 
 TEST(Store, SavesFilesInOneWriteAndTheCmosCopy) {
@@ -98,7 +106,7 @@ TEST(Store, SavesFilesInOneWriteAndTheCmosCopy) {
     EXPECT_EQ(read_file(kBackup), "PRIO = 0\nHOSTIP = 10.7.7.7\n");
     EXPECT_TRUE(
         journal_follows({kMain + " open rw", kMain + " write 31", kMain + " ftruncate 30", "out \"durable",
-                         kBackup + " open rw", kBackup + " write", "out \"durable",
+                         kBackup + " open rw", kBackup + " write 19", kBackup + " write 27", "out \"durable",
                          "/dev/misc/rtc write 3: 28 aa 55", "/dev/misc/rtc write 5: 2c 0a 07 07 07"}));
     sim::clear_journal();
     EXPECT_EQ(Ints({SaveEthAttr("eth0", kPrio, "1"), SaveEthAttr("eth2", kGateway, "10.2.0.1"),
@@ -114,23 +122,27 @@ TEST(Store, SavesFilesInOneWriteAndTheCmosCopy) {
 
 TEST(Store, NamesItsFilesAndKeys) {
     char name[32];
-    EXPECT_EQ(NetConfigWriteKey("/mnt/none/file", "K", "1"), -1);
+    load(line("HOSTIP = 10.1.2.3") + "fault " + kMain + " read 1 EIO");
+    EXPECT_EQ(Ints({NetConfigWriteKey("/mnt/none/file", "K", "1"), NetConfigWriteKey(kMain.c_str(), "L", "1"),
+                    NetConfigFileName(3, name, 27), NetConfigFileName(0, name, 24),
+                    NetConfigFileName(1, name, 32), NetAttrKeyName(0, name, 9), NetAttrKeyName(4, name, 10)}),
+              Ints(7, -1));
+    EXPECT_TRUE(journal_follows({"err \"open failed for K\"", "err \"open failed for L\"",
+                                 "err \"FileName[24] is too short,least is 25\"", "err \"EthIndex=1!\\n\"",
+                                 "err \"Len:9 is too short\\n\""}));
     EXPECT_EQ(
-        Ints({NetConfigFileName(3, name, 25), NetConfigFileName(1, name, 32), NetAttrKeyName(0, name, 9)}),
-        Ints(3, -1));
-    EXPECT_TRUE(journal_follows(
-        {"err \"open failed for K\"", "err \"EthIndex=1!\\n\"", "err \"Len:9 is too short\\n\""}));
-    EXPECT_EQ(NetConfigFileName(3, name, 28), 0);
+        Ints({NetConfigFileName(0, name, 25), NetAttrKeyName(0, name, 10), NetConfigFileName(3, name, 28)}),
+        Ints(3, 0));
     EXPECT_STREQ(name, "/mnt/mtd/Config/networkppp0");
 }
 
 TEST(Store, MakesFilesThatOnlyTheirOwnerChanges) {
     load("");
     umask(0);
-    EXPECT_EQ(NetSetDNS("10.0.0.1", nullptr), 0);
-    struct stat info {};
-    EXPECT_EQ(stat(kResolver.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777U, 0644U);
+    EXPECT_EQ(Ints({NetSetDNS("10.0.0.1", nullptr), set_upgrade_map()}), Ints(2, 0));
+    using std::filesystem::perms, std::filesystem::status;
+    EXPECT_EQ(status(path_of(kResolver)).permissions(), perms{0644});
+    EXPECT_EQ(status(path_of("/tmp/upgrade_ing")).permissions(), perms{0777}) << "anybody's";
 }
 
 TEST(Store, KnowsAFactoryReset) {
@@ -145,6 +157,7 @@ TEST(Store, KnowsAFactoryReset) {
          {1},
          {power_lost, "/dev/misc/rtc write 2: 2a 00",
           "out \"[libmarl] [LIBMARL]: May be the first burn flash\\n\""}},
+        {"cmos 42 ff\n" + line("HOSTIP = 10.0.0.1"), {0}, {power_lost, power_lost}},
         {"cmos 42 ff\n" + line("HOSTIP = 10.0.0.1", kBackup), {0}, {power_lost, power_lost}},
         {"missing /dev/misc/rtc\nfault /dev/misc/rtc read 1+ EIO", {-1}, {"err \"ERR: Get CMOS Failed\\n\""}},
     };
@@ -167,8 +180,11 @@ TEST(Interfaces, AsTheKernelListsThem) {
     EXPECT_EQ(NetGetEthDevice(entries, 10), 1);
     EXPECT_STREQ(entries[0].name, "eth0");
     EXPECT_EQ(names_in(32), Strings({"0", "eth0", "1"}));
+    sim::run("file /proc/net/dev  lo: 0");
+    EXPECT_EQ(names_in(32), Strings({"0", "eth0::", "1"}));
+    EXPECT_EQ(Ints({NetGetDefaultEth(names), NetSetDefaultEth("lo")}), Ints(2, 0));
     sim::run(
-        "file /proc/net/dev Inter-|   Receive\nfile /proc/net/dev     lo:  1 1 0 0 0 0 0 0 1 1\n"
+        "file! /proc/net/dev Inter-|   Receive\\n\nfile /proc/net/dev     lo:  1 1 0 0 0 0 0 0 1 1\n"
         "file /proc/net/dev   eth0:11 12 0 0 0 0 0 0 13 14 0\nfile /proc/net/dev   eth1: 0\n"
         "file /proc/net/dev   eth2: 18446744073709551615 22 1 2 3 4 5 6 23 24\nfile /proc/net/dev   ppp0: 1 "
         "2 3");
@@ -176,8 +192,8 @@ TEST(Interfaces, AsTheKernelListsThem) {
     EXPECT_STREQ(entries[2].name, "eth2");
     EXPECT_EQ(Ints({entries[2].wireless, entries[0].wireless}), Ints({1, 0}));
     EXPECT_EQ(Ints({NetGetEthDevice(entries, 1), NetGetEthDevice(entries, 0), NetGetEthDevice(entries, 11),
-                    NetGetEthDevice(nullptr, 1)}),
-              Ints({1, -1, -1, -1}));
+                    NetGetEthDevice(nullptr, 1), NetGetDeviceState("eth0", nullptr)}),
+              Ints({1, -1, -1, -1, -1}));
     EXPECT_EQ(names_in(32), Strings({"0", "eth0::eth2::ppp0::", "3"}));
     EXPECT_EQ(names_in(13), Strings({"0", "eth0::eth2::", "2"})) << "as many as fit whole";
     EXPECT_EQ(names_in(9)[0], "-1");
@@ -187,18 +203,20 @@ TEST(Interfaces, AsTheKernelListsThem) {
     EXPECT_EQ(stats.rx_packets * 10000 + stats.tx_bytes * 100 + stats.tx_packets, 222324U);
     EXPECT_EQ(Ints({NetGetDeviceState("eth0", &stats), NetGetDeviceState("ppp0", &stats)}), Ints({0, -1}));
     EXPECT_EQ(stats.rx_bytes, 11U) << "but of ppp0 columns are missing";
-    sim::run("file /mnt/mtd/Config/network PRIO = 1");
     EXPECT_EQ(NetGetDefaultEth(names), 0);
     EXPECT_STREQ(names, "eth1");
     EXPECT_EQ(NetSetDefaultEth("eth2"), 0);
-    EXPECT_EQ(read_file(kMain) + read_file(kMain + "2"), "PRIO = 1\nPRIO = 0\n = = \n");
+    EXPECT_EQ(read_file(kMain) + read_file(kMain + "2"), "PRIO = 1\n = = \nPRIO = 0\n = = \n");
     EXPECT_EQ(Ints({NetSetDefaultEth("eth0"), NetGetDefaultEth(names), NetSetDefaultEth("eth1")}),
               Ints({0, 0, -1}));
     EXPECT_STREQ(names, "eth0");
+    EXPECT_EQ(count("out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|NetGetEthName|"), 2U);
     load(
         "file /proc/net/dev eth0: 0\nfault /proc/net/dev read 2+ EIO\n"
         "file /proc/net/emac_link eth0 Link State: UP\nfault /proc/net/emac_link read 2 EIO");
-    EXPECT_EQ(Ints({NetGetEthDevice(entries, 10), mii_diag("eth0")}), Ints({-1, -2}));
+    EXPECT_EQ(Ints({NetGetEthDevice(entries, 10), mii_diag("eth0"), NetGetDefaultEth(names),
+                    NetSetDefaultEth("eth0")}),
+              Ints({-1, -2, -1, -1}));
     EXPECT_EQ(names_in(32), Strings({"-1", "", "0"})) << "a part of a list is no list";
     EXPECT_TRUE(
         journal_follows({"err \"open /proc/net/dev failed\\n\"", "err \"open /proc/net/emac_link failed\\n\"",
@@ -223,31 +241,33 @@ TEST(Interfaces, LinkState) {
     EXPECT_EQ(Ints({mii_diag("ppp0"), mii_diag("eth1")}), Ints({0, -1}));
     EXPECT_EQ(states("eth2", {wireless + "1 70 0", wireless + "0 70 0", wireless + "1", wireless + "none"}),
               Ints({0, -1, 0, -2}));
+    EXPECT_EQ(Ints({NetWirelessPresent("eth2"), NetWirelessPresent("eth3")}), Ints({0, -1}));
     EXPECT_TRUE(journal_follows({"out \"[libmarl] raw= none\\n\\n\"", "err \"sscanf\""}));
     strcpy(HWINFO.product_model, "IPC-KM3");
-    HWINFO.video_interface = 5;
-    const std::string four_down = down + down + down + down;
-    EXPECT_EQ(states("eth0", {four_down + up, four_down + down + up}), Ints({0, -1}));
+    const std::string four = down + down + down + down;
+    for (const auto& [video, net] : {std::pair<uint16_t, uint16_t>(5, 0), {0, 3}, {0, 0}}) {
+        HWINFO.video_interface = video, HWINFO.net_interface = net;
+        EXPECT_EQ(states("eth0", {four + up, four + down + up}), Ints({video + net > 0 ? 0 : -1, -1}));
+    }
 }
 
 TEST(Addresses, AsText) {
     EXPECT_EQ(NetStrToAddr("1.2.3.4"), 0x04030201U);
-    EXPECT_EQ(NetStrToAddr("1-2 260"), 0x00040201U) << "any separator, the low 8 bits, missing fields are 0";
+    EXPECT_EQ(NetStrToAddr("1:2 260"), 0x00040201U) << "any separator, the low 8 bits, missing fields are 0";
     const auto number = [](const char* text, uint32_t base) {  // and what follows it
         const char* end = nullptr;
         const uint32_t value = NetStrToUL(text, &end, base);
         return std::to_string(value) + " " + end;
     };
     EXPECT_EQ(Strings({number("0x1Fg", 0), number("0x", 0), number("0778", 0), number("0Xff", 16),
-                       number("4294967297", 10)}),
-              Strings({"31 g", "0 x", "63 8", "255 ", "1 "}));
-    char text[16];
-    NetIpToStr(0x04030201, text);
-    EXPECT_STREQ(text, "1.2.3.4");
+                       number("4294967297", 10), number("19a", 0)}),
+              Strings({"31 g", "0 x", "63 8", "255 ", "1 ", "19 a"}));
     EXPECT_EQ(
         Ints({NetIsBroadcast("10.0.0.255", "255.255.255.0"), NetIsBroadcast("10.0.0.254", "255.255.255.0"),
               NetIsBroadcast("255.255.255.255", nullptr), NetIsBroadcast(nullptr, "255.255.255.255")}),
         Ints({1, 0, 1, 1}));
+    EXPECT_TRUE(journal_follows({"out \"[libmarl] The ip 10.0.0.255 is broadcast addr\\n\"",
+                                 "out \"[libmarl] The ip  is broadcast addr\\n\""}));
 }
 
 TEST(Identity, ResolverHostNameAndMac) {
@@ -260,17 +280,15 @@ TEST(Identity, ResolverHostNameAndMac) {
     snprintf(second, sizeof second, "kept");
     EXPECT_EQ(NetGetDNS(first, 16, second, 16), 0);
     EXPECT_EQ(Strings({first, second}), Strings({"10.0.0.1", "kept"}));
-    EXPECT_EQ(NetSetDNS(nullptr, nullptr), 0);
-    EXPECT_EQ(read_file(kResolver), "");
-    EXPECT_EQ(
-        Ints({NetSetHostName("cam-1_a.example"), NetSetHostName(std::string(100, 'n').c_str()),
-              NetSetMAC("eth2", "00:11:22:33:44:55"), get_armboot_para("ethaddr", first, sizeof first)}),
-        Ints(4, 0));
+    EXPECT_EQ(Ints({NetSetMAC("eth0", "0:0"), NetSetMAC("eth2", "00:11:22:33:44:55"),
+                    get_armboot_para("ethaddr", first, sizeof first)}),
+              Ints(3, 0));
     EXPECT_STREQ(first, "00:11:22:33:44:55");
-    EXPECT_EQ(Ints({NetSetMAC("ppp0", "00:11:22:33:44:55"), NetSetMAC("eth0", nullptr)}), Ints(2, -1));
-    EXPECT_TRUE(journal_follows(
-        {"command \"hostname cam-1_a.example\"", "command \"hostname " + std::string(54, 'n') + "\"",
-         "err \"not found device ppp0\\n\"", "err \"pEthName or pEthMac is NULL\\n\""}));
+    EXPECT_EQ(Ints({NetSetMAC("ppp0", "00:11:22:33:44:55"), NetSetMAC("eth0", nullptr),
+                    NetGetMAC("eth0", nullptr, 18), NetGetMAC("eth0", first, 0)}),
+              Ints(4, -1));
+    EXPECT_TRUE(journal_follows({"err \"iPlen = 16\\n\"", "err \"not found device ppp0\\n\"",
+                                 "err \"pEthName or pEthMac is NULL\\n\""}));
 }
 
 }  // namespace

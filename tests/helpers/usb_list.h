@@ -28,9 +28,8 @@ inline std::string block(const Device& device) {
              "P:  Vendor=%s ProdID=%s Rev= 1.00\n",
              device.level, device.level, device.port, device.vendor, device.product_id);
     std::string all = text;
-    if (device.manufacturer != nullptr) {
+    if (device.manufacturer != nullptr)
         all += std::string("S:  Manufacturer=") + device.manufacturer + "\nS:  Product=HSPA modem\n";
-    }
     return all +
            "C:* #Ifs= 1 Cfg#= 1 Atr=e0 MxPwr=500mA\n"
            "I:* If#= 0 Alt= 0 #EPs= 3 Cls=ff(vend.) Sub=ff Prot=ff Driver=" +
