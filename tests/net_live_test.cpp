@@ -106,7 +106,9 @@ TEST_F(LiveNetwork, AddressNetmaskFlagsAndMtu) {
     char mac[18];
     EXPECT_EQ(Ints({get_device_id(mac, sizeof mac), NetGetMAC("eth0", mac, sizeof mac)}), Ints(2, 0));
     EXPECT_STREQ(mac, "02:00:00:00:00:00");
-    EXPECT_EQ(Ints({NetGetMAC("eth2", mac, 10), NetGetMAC("ppp0", mac, sizeof mac)}), Ints({0, -1}));
+    EXPECT_EQ(Ints({NetGetMAC("eth2", mac, 10), NetGetMAC("ppp0", mac, sizeof mac),
+                    NetGetMAC("eth0", nullptr, sizeof mac), NetGetMAC("eth0", mac, 0)}),
+              Ints({0, -1, -1, -1}));
     EXPECT_STREQ(mac, "02:00:00:");
     EXPECT_TRUE(journal_follows({"err \"SIOCGIFHWADDR,ppp0\\n\""}));
 }
