@@ -28,8 +28,7 @@ std::string ip(const std::string& words) {
 
 testing::AssertionResult shows(const std::string& words, const std::string& part) {
     const std::string shown = ip(words);
-    return shown.find(part) != shown.npos ? testing::AssertionSuccess() << shown
-                                          : testing::AssertionFailure() << shown;
+    return testing::AssertionResult(shown.find(part) != shown.npos) << shown;
 }
 
 const std::string kStored =
