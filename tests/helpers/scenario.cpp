@@ -4,9 +4,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "helpers/console.h"
@@ -76,9 +78,8 @@ Journal::Journal(std::string_view text) : text_(text) {
 
 std::vector<Event> Journal::all(std::string_view start) const {
     std::vector<Event> found;
-    for (const Event& event : events_) {
-        if (event.text.starts_with(start)) found.push_back(event);
-    }
+    std::copy_if(events_.begin(), events_.end(), std::back_inserter(found),
+                 [&](const Event& event) { return event.text.starts_with(start); });
     return found;
 }
 
@@ -88,18 +89,13 @@ double Journal::time_of(std::string_view start) const {
 }
 
 testing::AssertionResult Journal::follows(const std::vector<Step>& steps) const {
-    auto event = events_.begin();
-    for (const Step& step : steps) {
-        while (event != events_.end() &&
-               !(event->text.starts_with(step.start) &&
-                 (step.time == kAnyTime || std::abs(event->time - step.time) < kTimeTolerance))) {
-            ++event;
-        }
-        if (event == events_.end()) {
-            return testing::AssertionFailure()
-                   << "not in its place: " << step.time << " " << step.start << "\n"
-                   << text_;
-        }
+    for (auto event = events_.begin(); const Step& step : steps) {
+        event = std::find_if(event, events_.end(), [&](const Event& each) {
+            const bool is_in_time = step.time == kAnyTime || std::abs(each.time - step.time) < kTimeTolerance;
+            return is_in_time && each.text.starts_with(step.start);
+        });
+        if (event == events_.end())
+            return testing::AssertionFailure() << "no " << step.time << " " << step.start << "\n" << text_;
         ++event;
     }
     return testing::AssertionSuccess();
