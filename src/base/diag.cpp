@@ -27,16 +27,18 @@ constexpr int kLooksInAll = 200;  // a second
 // daemon before the stack is used.
 struct {
     std::atomic<bool> stuck[2];
-    uintptr_t shared_from = 0;
-    uintptr_t shared_size = 0;
+    std::atomic<uintptr_t> shared_from = 0;
+    std::atomic<uintptr_t> shared_size = 0;
 } constinit g_diag;
 
 class ErrnoKeeper {
   public:
     ErrnoKeeper() : saved_(errno) {}
     ~ErrnoKeeper() {
-        const bool shared = reinterpret_cast<uintptr_t>(this) - g_diag.shared_from < g_diag.shared_size;
-        if (!shared) errno = saved_;
+        // Whoever sees one of the two without the other is elsewhere.
+        const uintptr_t from = g_diag.shared_from.load(std::memory_order_relaxed);
+        const uintptr_t size = g_diag.shared_size.load(std::memory_order_relaxed);
+        if (reinterpret_cast<uintptr_t>(this) - from >= size) errno = saved_;
     }
     ErrnoKeeper(const ErrnoKeeper&) = delete;
     ErrnoKeeper& operator=(const ErrnoKeeper&) = delete;
@@ -126,8 +128,8 @@ int put_coloured(const char* heading, const Site& site, const char* format, va_l
 }  // namespace
 
 void share_errno_on(const void* stack, size_t size) {
-    g_diag.shared_from = reinterpret_cast<uintptr_t>(stack);
-    g_diag.shared_size = size;
+    g_diag.shared_from.store(reinterpret_cast<uintptr_t>(stack), std::memory_order_relaxed);
+    g_diag.shared_size.store(size, std::memory_order_relaxed);
 }
 
 int out(const char* format, ...) {
