@@ -68,6 +68,7 @@ TEST(Command, RunsNoHandlerOfItsParentAndIsToldEvenWhereChildrenAreIgnored) {
 // What the announcement of the child raises must not end it before it has become the shell.
 TEST(Command, RunsWhenNobodyReadsThePipeOfItsAnnouncement) {
     load("");
+    signal(SIGHUP, SIG_DFL);  // whatever the starter of the test has made of it
     signal(SIGUSR2, SIG_IGN);
     console::Console gone(console::Kind::Pipe);
     gone.hang_up();

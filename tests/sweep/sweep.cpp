@@ -35,7 +35,7 @@ using Texts = std::vector<std::string>;
 constexpr const char* kFired = ": call ";  // in the journal's line of a fault
 constexpr unsigned kSeconds = 20;          // of real time, for a run that hangs
 constexpr double kGoesOn = 15;             // the lines are used at least that often
-constexpr long kHeapSlack = 384;           // split blocks, and the stack of a thread kept for the next
+constexpr long kHeapSlack = 640;           // split blocks, and what threads keep that are on their way out
 constexpr const char* kStall =
     "beat /tmp/encode_to_sentrel every 1\nbeat /tmp/mediaguard_to_sentrel every 1 until 12\nat 90 cut now\n";
 constexpr int kReset = 3, kCut = 6;  // how the board ends a process
