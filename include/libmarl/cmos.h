@@ -69,7 +69,8 @@ MARL_API int openCMOS(const char* path);
 MARL_API int writeCMOS(uint8_t offset, const uint8_t* data, uint32_t len);
 
 /**
- * Reads bytes. A read that fails leaves `out` alone.
+ * Reads bytes. A read that fails leaves `out` alone; after one that came short, what is behind the bytes that
+ * it read is not what is stored.
  *
  * @param offset  first byte in the CMOS, 0..255
  * @param out     where they go

@@ -45,7 +45,8 @@ MARL_BEGIN_DECLS
 MARL_API int NetGetDNS(char* primary, int plen, char* secondary, int slen);
 
 /**
- * Writes the resolver file anew, as safely as a network file (SaveEthAttr()).
+ * Writes the resolver file anew, as safely as a network file (SaveEthAttr()). This library's own are short: of
+ * somebody else's, what stands behind its first 4096 bytes goes in a step of its own, and cannot be put back.
  *
  * @param primary    the first server; null has no line, an empty text a line without address
  * @param secondary  the second

@@ -39,10 +39,10 @@ Console::Console(int stream) : fd_(stream) {
     if (S_ISSOCK(info.st_mode)) {
         kind_ = Kind::Socket;
     } else if (S_ISCHR(info.st_mode) || S_ISFIFO(info.st_mode)) {
-        const int own = reopen_stream(stream);
-        owned_ = own >= 0;
+        const int own_fd = reopen_stream(stream);
+        owned_ = own_fd >= 0;
         kind_ = owned_ ? Kind::Plain : Kind::Shared;
-        if (owned_) fd_ = own;
+        if (owned_) fd_ = own_fd;
     }
 }
 

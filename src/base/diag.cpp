@@ -26,7 +26,7 @@ constexpr int kLooksInAll = 200;  // a second
 // Which streams did not take the last message, by whoever writes; and the stack that shares its errno, by the
 // daemon before the stack is used.
 struct {
-    std::atomic<bool> stuck[2];
+    std::atomic<bool> stuck[STDERR_FILENO + 1];
     std::atomic<uintptr_t> shared_from = 0;
     std::atomic<uintptr_t> shared_size = 0;
 } constinit g_diag;
@@ -70,7 +70,7 @@ class Patience {
 };
 
 int put(int stream, const char* text, size_t length) {
-    std::atomic<bool>& stuck = g_diag.stuck[stream == STDERR_FILENO ? 1 : 0];
+    std::atomic<bool>& stuck = g_diag.stuck[stream];
     const WriteSignalsHeld signals;
     const Console console(stream);
     Patience patience(stuck.load(std::memory_order_relaxed));
@@ -99,13 +99,12 @@ size_t fitted(int printed, size_t size) {
 }
 
 // Formats into `size` bytes and returns the length. A text that is cut keeps the newline at its end, and a
-// colour's end behind that.
+// colour's end behind that: they are put there once more, which changes nothing in a text that is whole.
 size_t fit(char* buffer, size_t size, const char* format, va_list arguments) {
     const int printed = vsnprintf(buffer, size, format, arguments);
     const size_t length = fitted(printed, size);
     const char* tail = strrchr(format, '\n');
-    const bool cut = printed >= 0 && static_cast<size_t>(printed) > length;
-    if (!cut || tail == nullptr || strchr(tail, '%') != nullptr || strlen(tail) > length) return length;
+    if (tail == nullptr || strchr(tail, '%') != nullptr || strlen(tail) > length) return length;
     memcpy(buffer + length - strlen(tail), tail, strlen(tail));
     return length;
 }

@@ -4,21 +4,21 @@
 
 namespace marl {
 
-int detail::check_object(bool given, const ObjectCommon* common, const char* operation, Need need) {
+bool detail::check_object(bool given, const ObjectCommon* common, const char* operation, Need need) {
     if (!given) {
         diag::err("%s: thiz", operation);
-        return -1;
+        return false;
     }
-    if (need == Need::Object) return 0;
+    if (need == Need::Object) return true;
     if (common == nullptr) {
         diag::err("%s: thiz->priv", operation);
-        return -2;
+        return false;
     }
     if (need == Need::Descriptor && common->fd < 0) {
         diag::err("%s: priv->common.fd ", operation);
-        return -3;
+        return false;
     }
-    return 0;
+    return true;
 }
 
 void free_object(ObjectKind& kind) {

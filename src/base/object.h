@@ -29,14 +29,13 @@ struct ObjectKind {
 enum class Need { Object, Private, Descriptor };
 
 namespace detail {
-int check_object(bool given, const ObjectCommon* common, const char* operation, Need need);
+bool check_object(bool given, const ObjectCommon* common, const char* operation, Need need);
 }
 
-// Opens every operation: 0 when `thiz` has what is needed. Otherwise a line with the operation's name
-// on standard error and -1 (no object), -2 (no private record, or one of an object that is gone) or
-// -3 (no descriptor).
+// Opens every operation: whether `thiz` has what is needed. Otherwise a line on standard error names the
+// operation and what is missing; the private record is, too, where the object is gone.
 template <typename Object>
-int check_object(const ObjectKind& kind, const Object* thiz, const char* operation, Need need) {
+bool check_object(const ObjectKind& kind, const Object* thiz, const char* operation, Need need) {
     const bool given = thiz != nullptr;
     const bool lives = given && thiz->priv == kind.record;
     return detail::check_object(given, lives ? static_cast<const ObjectCommon*>(thiz->priv) : nullptr,

@@ -27,7 +27,7 @@ struct PrivateRecord {
 ObjectCommon& common_of(GPIO* thiz) { return static_cast<PrivateRecord*>(thiz->priv)->common; }
 
 bool is_usable(GPIO* thiz, const char* operation, Need need) {
-    return check_object(g_kind, thiz, operation, need) == 0;
+    return check_object(g_kind, thiz, operation, need);
 }
 
 int set_interrupt_mode(GPIO* thiz, uint32_t line, uint32_t mode) {

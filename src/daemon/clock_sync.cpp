@@ -46,7 +46,8 @@ std::optional<rtc_time> wait_for_next_second(int fd) {
     return last;
 }
 
-// The driver's record is shorter than struct tm. Its time is local time.
+// The driver's record is shorter than struct tm. Its time is local time; mktime finds the days of the week and the
+// year itself.
 time_t to_epoch(const rtc_time& reading) {
     tm broken_down{};
     broken_down.tm_sec = reading.tm_sec;
@@ -55,8 +56,6 @@ time_t to_epoch(const rtc_time& reading) {
     broken_down.tm_mday = reading.tm_mday;
     broken_down.tm_mon = reading.tm_mon;
     broken_down.tm_year = reading.tm_year;
-    broken_down.tm_wday = reading.tm_wday;
-    broken_down.tm_yday = reading.tm_yday;
     broken_down.tm_isdst = reading.tm_isdst;
     return mktime(&broken_down);
 }

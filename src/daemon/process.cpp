@@ -16,13 +16,12 @@ void make_nonblocking(int stream) {
     struct stat info {};
     if (fstat(stream, &info) < 0) return;
     if (S_ISSOCK(info.st_mode)) {
-        const int flags = fcntl(stream, F_GETFL);
-        if (flags >= 0) fcntl(stream, F_SETFL, flags | O_NONBLOCK);
+        fcntl(stream, F_SETFL, fcntl(stream, F_GETFL) | O_NONBLOCK);
     } else if (S_ISCHR(info.st_mode) || S_ISFIFO(info.st_mode)) {
-        const int own = marl::reopen_stream(stream);
-        if (own < 0) return;
-        dup2(own, stream);
-        close(own);
+        const int own_fd = marl::reopen_stream(stream);
+        if (own_fd < 0) return;
+        dup2(own_fd, stream);
+        close(own_fd);
     }
 }
 

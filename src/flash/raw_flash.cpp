@@ -55,7 +55,7 @@ constinit ObjectKind g_kind;
 PrivateRecord& record_of(RawFlash* thiz) { return *static_cast<PrivateRecord*>(thiz->priv); }
 
 bool is_usable(RawFlash* thiz, const char* operation, Need need) {
-    return check_object(g_kind, thiz, operation, need) == 0;
+    return check_object(g_kind, thiz, operation, need);
 }
 
 uint32_t sector_size() { return g_partitions.CFG_FLASH_SEC_SIZE; }

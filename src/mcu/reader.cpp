@@ -47,9 +47,9 @@ bool read_block(int fd, uint8_t (&block)[kBlockSize]) {
     while (have < kBlockSize) {
         sleep_ms(kPollMs);
         const ssize_t n = read_some(fd, block + have, kBlockSize - have);
-        if (n > 0) {
+        if (n >= 0) {
             have += static_cast<size_t>(n);
-        } else if (n < 0 && errno != EAGAIN && errno != EINTR) {
+        } else if (errno != EAGAIN && errno != EINTR) {
             return false;
         }
     }

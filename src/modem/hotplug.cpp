@@ -63,7 +63,6 @@ class Events {
     Events& operator=(const Events&) = delete;
 
     bool has_memory() const { return bytes_ != nullptr; }
-    bool any() const { return used_ > 0; }
     void clear() { used_ = 0; }
 
     // Takes the events that are waiting; whether there was one. No more than could wait when it began, so
@@ -144,7 +143,7 @@ bool read_attributes(std::string_view device_path, Usb3gModule& module) {
     char directory[kDirectorySize];
     const int length = snprintf(directory, sizeof directory, "/sys%.*s", static_cast<int>(device_path.size()),
                                 device_path.data());
-    if (length < 0 || static_cast<size_t>(length) >= sizeof directory) return false;
+    if (static_cast<size_t>(length) >= sizeof directory) return false;
     for (const Attribute& attribute : kAttributes) {
         if (read_attribute(directory, attribute, module) || !attribute.required) continue;
         diag::library_system_error("Open", errno);
@@ -155,7 +154,6 @@ bool read_attributes(std::string_view device_path, Usb3gModule& module) {
 
 // Fills the record from the batch when its first event is that of a modem; otherwise the batch goes.
 bool is_answered_by(Events& events, Usb3gModule& module) {
-    if (!events.any()) return false;
     Usb3gModule found = {};
     const std::string_view path = events.device_path();
     if (!path.empty() && is_modem_position(path) && read_attributes(path, found)) {

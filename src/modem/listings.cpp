@@ -277,10 +277,8 @@ bool save_slot(const Listing& listing, const UsbDevice& device) {
         fail(listing, listing.slot_failed);
         return false;
     }
-    SheetSlot& slot = listing.sheet[static_cast<size_t>(device.index)];
-    if (slot.bus != device.bus || slot.port != port) {
-        slot = {device.bus, port, device.bus == 1 && port == 1 ? 0 : 1};
-    }
+    listing.sheet[static_cast<size_t>(device.index)] = {device.bus, port,
+                                                        device.bus == 1 && port == 1 ? 0 : 1};
     return true;
 }
 

@@ -47,9 +47,10 @@ Frame announcement(uint32_t address, const uint8_t* mac) {
 
 // "xx:xx:xx:xx:xx:xx"
 void parse_mac(const char* text, uint8_t (&mac)[ETH_ALEN]) {
-    for (size_t i = 0; i < ETH_ALEN; ++i) {
-        const char digits[] = {text[3 * i], text[3 * i + 1], '\0'};
-        mac[i] = static_cast<uint8_t>(hexadecimal(digits));
+    for (uint8_t& each : mac) {
+        const char digits[] = {text[0], text[1], '\0'};
+        each = static_cast<uint8_t>(hexadecimal(digits));
+        text += 3;
     }
 }
 

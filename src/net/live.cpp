@@ -103,8 +103,8 @@ rtentry default_route(unsigned short flags) {
 // One of each interface of the board. The kernel takes any that fits, so routes of other interfaces stay.
 void remove_default_routes(int fd, Devices& devices) {
     rtentry route = default_route(RTF_UP | RTF_GATEWAY);
-    for (int i = 0; i < devices.count; ++i) {
-        route.rt_dev = devices.entries[i].name;
+    for (NetDeviceEntry& each : std::span(devices.entries, static_cast<size_t>(devices.count))) {
+        route.rt_dev = each.name;
         control(fd, SIOCDELRT, &route);
     }
 }
@@ -132,17 +132,16 @@ bool clashes_with_other_interface(const char* name, const char* address, const c
 }
 
 // What could be set but not stored would be gone at the next start: an address is taken with a blank behind it.
-int apply(const char* name, int type, const char* value) {
+bool apply(const char* name, int type, const char* value) {
     const bool is_storable = value == nullptr || *value == '\0' || is_word(value);
-    if (!is_storable) return fail("SetEthAttr", "express error");
-    if (SetEthAttr(name, type, value) != 0) return -1;
+    if (!is_storable) fail("SetEthAttr", "express error");
+    if (!is_storable || SetEthAttr(name, type, value) != 0) return false;
     SaveEthAttr(name, type, value);
-    return 0;
+    return true;
 }
 
-int apply_ip_mask(const char* name, const char* address, const char* mask) {
-    if (apply(name, NET_ATTR_IP, address) < 0 || mask == nullptr) return -1;
-    return apply(name, NET_ATTR_NETMASK, mask);
+bool apply_ip_mask(const char* name, const char* address, const char* mask) {
+    return apply(name, NET_ATTR_IP, address) && apply(name, NET_ATTR_NETMASK, mask);
 }
 
 }  // namespace
@@ -226,19 +225,18 @@ int NetGetMTU(const char* name, int* mtu) {
 }
 
 int NetApplyGateway(const char* name, const char* gateway) {
-    return apply(name, NET_ATTR_GATEWAY, gateway) < 0 ? -1 : NetSendarp(name);
+    return apply(name, NET_ATTR_GATEWAY, gateway) ? NetSendarp(name) : -1;
 }
 
 int NetApplyEth0Gateway(const char* gateway) { return NetApplyGateway("eth0", gateway); }
 
 int NetApplyIpMask(const char* name, const char* address, const char* mask) {
     if (clashes_with_other_interface(name, address, mask)) return -1;
-    if (NetIsBroadcast(address, mask) == 1 || address == nullptr) return -1;
-    if (apply_ip_mask(name, address, mask) < 0) return -1;
+    if (NetIsBroadcast(address, mask) == 1 || !apply_ip_mask(name, address, mask)) return -1;
     return strcmp(name, "lo") == 0 ? 0 : NetSendarp(name);
 }
 
 int NetApplyEth0IpMask(const char* address, const char* mask) {
     if (address == nullptr || mask == nullptr || NetIsBroadcast(address, mask) != 0) return -1;
-    return apply_ip_mask("eth0", address, mask) < 0 ? -1 : NetSendarp("eth0");
+    return apply_ip_mask("eth0", address, mask) ? NetSendarp("eth0") : -1;
 }

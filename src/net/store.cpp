@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <span>
 
 #include "base/bytes.h"
 #include "base/diag.h"
@@ -274,8 +275,8 @@ int NetGetDefaultEth(char* out) {
         return -1;
     }
     copy_text(out, MARL_NET_NAME_SIZE, "eth0");
-    for (int i = 0; i < count; ++i) {
-        if (strcmp(entries[i].name, "eth0") != 0) continue;
+    for (const NetDeviceEntry& each : std::span(entries, static_cast<size_t>(count))) {
+        if (strcmp(each.name, "eth0") != 0) continue;
         char value[20] = {};
         if (GetEthAttr("eth0", NET_ATTR_PRIO, value, sizeof value) < 0) {
             diag::err("get ip error\n");
@@ -294,12 +295,12 @@ int NetSetDefaultEth(const char* name) {
         diag::err("NetGetEthName\n");
         return -1;
     }
-    for (int i = 0; i < count; ++i) {
-        const int index = NetGetEthIndex(entries[i].name, "NetSetDefaultEth");
+    for (const NetDeviceEntry& each : std::span(entries, static_cast<size_t>(count))) {
+        const int index = NetGetEthIndex(each.name, "NetSetDefaultEth");
         if (index < 0) continue;
         char path[MARL_NET_PATH_SIZE];
         if (const int result = NetConfigFileName(index, path, sizeof path); result < 0) return result;
-        const char* priority = strcmp(entries[i].name, name) == 0 ? "0" : "1";
+        const char* priority = strcmp(each.name, name) == 0 ? "0" : "1";
         if (SaveEthAttrByIndex(index, path, NET_ATTR_PRIO, priority) < 0) return -1;
     }
     return 0;

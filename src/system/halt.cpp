@@ -21,7 +21,7 @@ constexpr uint32_t kExpanderLine = 0;
 constexpr uint32_t kActiveLowLine = 49;
 constexpr uint32_t kRecorderLine = 45;
 
-constexpr uint32_t kMsPerSecond = 1000;
+constexpr uint32_t kHalfSecondMs = 500;
 constexpr uint32_t kUsPerSecond = 1'000'000;
 
 void mark_orderly_end() {
@@ -58,7 +58,7 @@ int signal_output_off() { return set_signal_output(false); }
 
 int signal_output_toggle(uint32_t rate, uint32_t duration_ms) {
     if (rate == 0) return -1;
-    const uint32_t half = std::max<uint32_t>(kMsPerSecond / 2 / rate, 1);
+    const uint32_t half = std::max<uint32_t>(kHalfSecondMs / rate, 1);
     // Wider than the duration: the sum of 32 bits would never exceed the longest ones.
     for (uint64_t elapsed = 0; elapsed <= duration_ms;) {
         signal_output_on();
