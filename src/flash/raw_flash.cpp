@@ -38,7 +38,7 @@ constexpr uint32_t kLowerPauseMs = 10;
 struct PrivateRecord {
     ObjectCommon
         common;  // `id` is the current partition, `fd` its descriptor or that of the co-processor link
-    int partition_fds[kMaxPartitions + 2];
+    int partition_fds[kMaxPartitions];
 };
 
 // Outlives the object. Written by its operations, which belong to one thread.
@@ -106,24 +106,17 @@ bool open_fpga() {
     return false;
 }
 
-int flash_close(RawFlash* thiz) {
-    if (!is_usable(thiz, "flash_close", Need::Private)) return -1;
-    PrivateRecord& record = record_of(thiz);
+// The record is gone after it.
+void flash_close(const PrivateRecord& record) {
     if (g_flash.fpga_opened) fpga_flash_close();
     if (g_flash.coprocessor) {
         // The link's descriptor belongs to the process.
         if (record.common.fd == 0) diag::out("##: close spi fd fail\n");
-        g_flash.coprocessor = false;
-        record.common.fd = -1;
-        return 0;
+        return;
     }
-    for (int& fd : record.partition_fds) {
-        if (fd > 0) close(fd);
-        fd = -1;
+    for (const int fd : record.partition_fds) {
+        if (fd >= 0) close(fd);
     }
-    record.common.id = -1;
-    record.common.fd = -1;
-    return 0;
 }
 
 bool open_coprocessor(PrivateRecord& record) {
@@ -132,8 +125,7 @@ bool open_coprocessor(PrivateRecord& record) {
     return record.common.fd >= 0;
 }
 
-bool open_partitions(RawFlash* thiz) {
-    PrivateRecord& record = record_of(thiz);
+bool open_partitions(PrivateRecord& record) {
     for (int i = 0; i < g_partitions.NUM_MTDS; ++i) {
         char path[24];
         snprintf(path, sizeof path, "/dev/mtd/%d", i);
@@ -142,7 +134,7 @@ bool open_partitions(RawFlash* thiz) {
             const int error = errno;
             diag::out("open %s\n", path);
             diag::system_error("open mtd", error);
-            flash_close(thiz);
+            flash_close(record);
             return false;
         }
     }
@@ -150,9 +142,8 @@ bool open_partitions(RawFlash* thiz) {
     return true;
 }
 
-bool flash_open(RawFlash* thiz) {
-    if (!is_usable(thiz, "flash_open", Need::Private)) return false;
-    return g_flash.coprocessor ? open_coprocessor(record_of(thiz)) : open_partitions(thiz);
+bool flash_open(PrivateRecord& record) {
+    return g_flash.coprocessor ? open_coprocessor(record) : open_partitions(record);
 }
 
 RawFlash* make_object() {
@@ -200,18 +191,13 @@ bool read_at(RawFlash* thiz, uint8_t* buf, uint32_t addr, uint32_t len) {
     return false;
 }
 
-// Writes at a sector boundary of a partition that is erased there.
-int write_erased(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
-    if (flash_map(thiz, addr) < 0) return -1;
-    if (!is_sector_start(thiz, addr)) {
-        diag::out("address doesn't  align 0x%x", sector_size());
-        return -1;
-    }
+// Writes where the erase before it has mapped the partition, and found a sector's beginning.
+bool write_erased(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
     const auto offset = static_cast<off_t>(partition_offset(thiz, addr));
     const ssize_t n = repeat_interrupted([&] { return pwrite(record_of(thiz).common.fd, buf, len, offset); });
-    if (n == static_cast<ssize_t>(len)) return static_cast<int>(len);
+    if (n == static_cast<ssize_t>(len)) return true;
     diag::library_system_error("flash write", n < 0 ? errno : EIO);
-    return -1;
+    return false;
 }
 
 // Brings one sector to what the caller wants of it; `data` has `size` bytes of it, the rest stays as stored.
@@ -219,8 +205,7 @@ bool update_sector(RawFlash* thiz, const uint8_t* data, uint32_t addr, uint32_t 
     if (flash_read(thiz, sector, addr, sector_size()) < 0) return false;
     if (memcmp(sector, data, size) == 0) return true;
     memcpy(sector, data, size);
-    return flash_erase(thiz, addr, sector_size()) == 0 &&
-           write_erased(thiz, sector, addr, sector_size()) >= 0;
+    return flash_erase(thiz, addr, sector_size()) == 0 && write_erased(thiz, sector, addr, sector_size());
 }
 
 int update_sectors(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len, uint8_t* sector) {
@@ -259,8 +244,8 @@ int write_first_partition(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uin
     uint8_t* last = tail > 0 ? complete_sector(thiz, buf + whole, addr + whole, tail) : nullptr;
     if (tail > 0 && last == nullptr) return -1;
     const bool done = flash_erase(thiz, addr, len) == 0 &&
-                      (whole == 0 || write_erased(thiz, buf, addr, whole) >= 0) &&
-                      (tail == 0 || write_erased(thiz, last, addr + whole, sector_size()) >= 0);
+                      (whole == 0 || write_erased(thiz, buf, addr, whole)) &&
+                      (tail == 0 || write_erased(thiz, last, addr + whole, sector_size()));
     free(last);
     return done ? static_cast<int>(len) : -1;
 }
@@ -325,8 +310,7 @@ int createRawFlash(const int32_t* mode, RawFlash** out) {
     *out = make_object();
     if (*out == nullptr) return -1;
     choose_mode(*mode);
-    if (!flash_open(*out)) {
-        g_flash.coprocessor = false;
+    if (!flash_open(record_of(*out))) {
         free_object(g_kind);
         *out = nullptr;
         return -1;
@@ -343,7 +327,7 @@ int flash_release(RawFlash* thiz) {
     if (!is_usable(thiz, "flash_release", Need::Private)) return -1;
     if (!drop_reference(record_of(thiz).common)) return 0;
     const bool lowered = lower_flag();
-    flash_close(thiz);
+    flash_close(record_of(thiz));
     retire_object(g_kind);
     return mark_storage_bus_release(g_flash.skip_mark) && lowered ? 0 : -1;
 }

@@ -158,19 +158,12 @@ void remove_variable(const Variable& variable) {
     if (to == 0 || data[to - 1] != 0) data[to + 1] = 0;
 }
 
-// Where a new variable goes: behind the last one, whose NUL a second one must follow.
-std::optional<size_t> append_position() {
-    const size_t index = end_of_list();
-    if (index >= variables().size()) return std::nullopt;
-    return index;
-}
-
 bool append_variable(const char* name, const char* value) {
     const auto data = variables();
     const size_t need = strlen(name) + strlen(value) + 3;  // '=' and two NULs
-    const auto position = append_position();
-    if (!position || need > data.size() - *position) return false;
-    uint8_t* to = &data[*position];
+    const size_t position = end_of_list();
+    if (need > data.size() - position) return false;
+    uint8_t* to = &data[position];
     memset(to, 0, need);
     memcpy(to, name, strlen(name));
     to[strlen(name)] = '=';
