@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 #include <random>
-#include <sstream>
 
 #include "target.h"
 
@@ -32,9 +31,8 @@ int main(int argc, char** argv) {
     const Target target = g_targets[argv[1]];
     std::vector<std::string> inputs;
     for (const auto& file : std::filesystem::directory_iterator(argv[2])) {
-        std::ostringstream text;
-        text << std::ifstream(file.path(), std::ios::binary).rdbuf();
-        inputs.push_back(text.str());
+        std::ifstream bytes(file.path(), std::ios::binary);
+        inputs.emplace_back(std::istreambuf_iterator<char>(bytes), std::istreambuf_iterator<char>());
     }
     std::sort(inputs.begin(), inputs.end());  // in whatever order the directory has them
     for (const std::string& input : inputs) run_target(target, input);
