@@ -273,7 +273,7 @@ TEST(FileSearch, NamesAtTheirLimits) {
     write_file("/sys/devices/d/" + longest, "");
     EXPECT_EQ(find(longest.c_str(), "/sys/devices"), Strings({"/sys/devices/d/" + longest}));
     write_file("/sys/devices/d/m", "");
-    const std::string no_more_room = "/sys/devices/d" + std::string(3827, '/');
+    const std::string no_more_room = "/sys/devices/d" + std::string(3850, '/');
     EXPECT_EQ(find("m", no_more_room.c_str()), Strings({no_more_room + "m"})) << "the other is left out";
     Strings paths;
     const std::string too_long(5000, 'd');
