@@ -40,10 +40,10 @@ TEST(GpioObject, LinesGoToTheDeviceAndNothingElseDoes) {
 }
 
 TEST(GpioObject, EveryOperationChecksItsObject) {
-    load("");
+    load("fault /dev/misc/gpio open 1 EIO");
     EXPECT_EQ(Ints({gpio_open(pg_gpio), gpio_close(pg_gpio), gpio_get_bit(1), gpio_close(pg_gpio),
-                    gpio_open(pg_gpio), gpio_get_bit(1)}),
-              Ints({0, 0, -1, -1, 0, 1}));
+                    gpio_open(pg_gpio), gpio_open(pg_gpio), gpio_get_bit(1)}),
+              Ints({0, 0, -1, -1, -1, 0, 1}));
     GPIO copy = *pg_gpio;
     GPIO* const kept = pg_gpio;
     pg_gpio = nullptr;
@@ -68,10 +68,10 @@ TEST(GpioObject, EveryOperationChecksItsObject) {
             refusals.push_back(std::string("err \"gpio_") + name + ": thiz->priv\"");
         EXPECT_TRUE(journal_follows(refusals));
     }
-    sim::run("missing /dev/misc/gpio");
+    sim::run("missing /dev/misc/gpio\nfault heap malloc 1 ENOMEM");
     GPIO* made = pg_gpio;
-    EXPECT_EQ(Ints({createGPIO(&made), made == nullptr, gpio_get_bit(1)}), Ints({-1, 1, -1}));
-    EXPECT_TRUE(journal_follows({"err \"open /dev/misc/gpio \""}));
+    EXPECT_EQ(Ints({createGPIO(&made), createGPIO(&made), gpio_get_bit(1)}), Ints(3, -1));
+    EXPECT_TRUE(made == nullptr && journal_follows({"err \"open /dev/misc/gpio \""}));
     sim::run("present /dev/misc/gpio");
     EXPECT_EQ(Ints({createGPIO(&pg_gpio), gpio_get_bit(1), gpio_set_bit(48, 1)}), Ints({0, 1, 2}));
 }
@@ -167,7 +167,7 @@ TEST(Talkback, DependsOnIdentificationTypeAndSide) {
         int32_t type;
         uint8_t code, talkback;
         uint16_t sensor;
-        Ints answers;  // to directions 1, 0 and 2
+        Ints given;  // to directions 1, 0 and 2
     } cases[] = {
         {12, 0, 0, 0, {3, 0, 1}},  // by the channel masks
         {0, 6, 0, 0, {1, 1, 1}},  {0, 8, 0, 0, {1, 1, 1}}, {0, 8, 0, 15, {0, 0, 1}},
@@ -179,17 +179,16 @@ TEST(Talkback, DependsOnIdentificationTypeAndSide) {
         hwid[0] = c.code;
         hwid[4] = c.talkback;
         HWINFO.fvideo_chip = c.sensor;
-        EXPECT_EQ(Ints({get_talkback_support(1), get_talkback_support(0), get_talkback_support(2)}),
-                  c.answers);
+        EXPECT_EQ(Ints({get_talkback_support(1), get_talkback_support(0), get_talkback_support(2)}), c.given);
     }
 }
 
 TEST(ProcessorUsage, IdleTicksThatStepBackAreNoIdleTime) {
     constexpr std::pair<const char*, uint32_t> kIntervals[] = {
         // user, nice, system, idle; at the end with the 32 bits of an older kernel
-        {"10 0 0 10", 50},           {"60 40 100 800", 20},        {"60 40 100 800", 100},
-        {"150 0 150 798", 100},      {"150 0 150 898", 0},         {"200 0 150 948", 50},
-        {"200 0 150 4294967290", 0}, {"205 0 150 4294967294", 56}, {"210 0 150 4", 46}};
+        {"10 10 10 30", 50},           {"60 40 100 800", 19},       {"60 40 100 800", 100},
+        {"150 0 150 798", 100},        {"100 0 150 898", 0},        {"200 0 150 4294967290", 1},
+        {"200 0 150 2147483643", 100}, {"205 0 150 4294967294", 1}, {"210 0 150 4", 46}};
     load("");
     EXPECT_EQ(get_cpu_usage() + get_context_switches(), 0U);
     run("file! /proc/stat cpu  1 2\\n");

@@ -169,7 +169,7 @@ TEST(Console, LeavesErrnoAsItIsOnTheStackOfACloneTask) {
             return 0;
         };
         int id = 0;
-        sentrel::clone_thread_create(&id, task, nullptr);
+        if (sentrel::clone_thread_create(&id, task, nullptr) != 0) _exit(2);
         sleep_ms(100);
         _exit(left == 0 || left == ENOTDIR ? 1 : 0);
     });

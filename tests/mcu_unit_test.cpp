@@ -68,12 +68,12 @@ void run_together(const std::vector<std::function<void()>>& bodies) {
 
 TEST(Link, UnknownCommandsAndBrokenFramesAreDropped) {
     load_link("fault thread pthread_create 1 EAGAIN", {MCU_MOUSE_ALTERNATE});
-    uint8_t frame[MCU_FRAME_SIZE];
+    uint8_t frame[MCU_FRAME_SIZE] = {};
     EXPECT_EQ(Ints({mcu_open(), mcu_write(frame, 0), mcu_write(nullptr, MCU_FRAME_SIZE)}), Ints(3, -1));
     EXPECT_TRUE(initSpiUtilDev(26) == nullptr && deinitSpiUtilDev(26) == -1 && deinitSpiUtilDev(25) == 0);
     EXPECT_EQ(counts({"out \"--Assert(File:src/mouse/SpiUtil::Line:", "/dev/mcu close"}), Ints({3, 1}));
     EXPECT_EQ(initSpiUtilDev(MCU_MOUSE), initSpiUtilDev(MCU_MOUSE_ALTERNATE));
-    ASSERT_GT(mcu_open(), 0);
+    ASSERT_EQ(Ints({mcu_send_frame(0, frame), mcu_write(frame, 1)}), Ints({0, 1}));
     say({0xA0, 6, 1, 1, 1, 1, 1, 0x0A, 0xA0, 6, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1});
     say({0xA0, MCU_MOUSE_ALTERNATE, 0x12, 0x34, 0x56, 0x78, 0x0A, kFiller});
     mcu_mouse_report got{};
@@ -100,16 +100,17 @@ TEST(Link, AnswersComeInTimeLateOrNever) {
     load_link("at 2.9 mcu say " + hex(report(18, 1)), {18, 21});
     EXPECT_EQ(query(18), Ints({0, 1}));
     const double before = sim::now();
-    say(report(21, 1));
-    EXPECT_EQ(query(18)[0], -1) << "the answer of another command is none";
-    EXPECT_NEAR(sim::now() - before, 3.0, 0.001);
+    say(report(21, 1));  // the answer of another command is none
+    uint8_t frame[MCU_FRAME_SIZE] = {};
+    EXPECT_EQ(Ints({mcu_transact(18, frame), get_spi_data(18, frame, 7)}), Ints(2, -1));
+    EXPECT_NEAR(sim::now() - before, 6.0, 0.001);
     EXPECT_TRUE(printed_error("get_spi_data", ": SPI_CMD: 0x12  read timeout !!!"));
     sim::run("mcu answer 18 1 a0 12 00 00 00 00 0a ff");
     say(report(18, 1));  // late
     usleep(50'000);
     EXPECT_EQ(query(18), Ints({0, 1})) << "the late answer";
     EXPECT_EQ(query(18), Ints({0, 0})) << "the answer to the query before";
-    EXPECT_EQ(query(21), Ints({0, 1})) << "kept all the time";
+    EXPECT_EQ(Ints({mcu_transact(21, frame), frame[3]}), Ints({0, 1})) << "kept all the time";
 }
 
 TEST(Link, TwoCallersShareTheDevice) {
@@ -123,13 +124,12 @@ TEST(Link, TwoCallersShareTheDevice) {
 
 TEST(Link, WritesAreRepeatedForALimitedTime) {
     load("missing /dev/mcu");
-    EXPECT_TRUE(mcu_shutdown() == -1 && seen("out \"--Assert("));
-    load_link("fault /dev/mcu write 1..299 short 0\nfault /dev/mcu write 301+ EIO");
-    EXPECT_EQ(mcu_shutdown(), MCU_FRAME_SIZE) << "the last try";
-    EXPECT_NEAR(sim::now(), 2.99, 0.001);
-    EXPECT_EQ(mcu_shutdown(), -1);
-    EXPECT_NEAR(sim::now(), 2 * 2.99, 0.001);
-    EXPECT_TRUE(journal_follows({"/dev/mcu write 7: a1 03 00 00 00 00 0a"}));
+    EXPECT_TRUE(mcu_shutdown() + get_spi_data(18, Bytes(7).data(), 7) == -2 && seen("out \"--Assert("));
+    load_link("fault /dev/mcu write 1..299 short 0\nfault /dev/mcu write 300 short 1");
+    run("fault /dev/mcu write 301..599 EAGAIN\nfault /dev/mcu write 601+ EIO");
+    EXPECT_EQ(Ints({mcu_shutdown(), mcu_shutdown()}), Ints({MCU_FRAME_SIZE, -1})) << "twice at the last try";
+    EXPECT_NEAR(sim::now(), 3 * 2.99, 0.001);
+    EXPECT_TRUE(journal_follows({"/dev/mcu write 1: a1", "/dev/mcu write 6: 03 00 00 00 00 0a"}));
     EXPECT_EQ(query(18)[0] + PowerControl(18, 1), -2);
     EXPECT_TRUE(seen("out \"--Assert(") && printed_error("PowerControl", ": Send CMD2SPI to mcu fail!"));
 }
@@ -142,14 +142,14 @@ TEST(Link, ReaderEndsWithAReadErrorAndIsStartedAgain) {
               {18, 21, MCU_MOUSE});
     EXPECT_EQ(query(18)[0], 0) << "no data is no error";
     const double before = sim::now();
-    mcu_mouse_report got{};
-    run_together({[] { EXPECT_EQ(query(21)[0], -1); }, [&] { EXPECT_EQ(get_mouse_report(&got), -1); }});
+    run_together({[] { EXPECT_EQ(query(21)[0], -1); },
+                  [] { EXPECT_EQ(get_spi_data(MCU_MOUSE, Bytes(7).data(), 7), -1); }});
     EXPECT_LT(sim::now() - before, 0.1);
     EXPECT_TRUE(printed_error("thread_spi_read", ": MCU read error"));
     sim::run("fault thread pthread_create 1 EAGAIN");
-    Ints results = {query(18)[0]};
+    Ints results = {mcu_open()};
     for (int i = 0; i < 4 && results.back() != 0; ++i) results.push_back(query(18)[0]);
-    EXPECT_EQ(results.back(), 0) << "once the device can be read again";
+    EXPECT_EQ(Ints({results.front(), results.back()}), Ints({-1, 0})) << "once the device can be read again";
     EXPECT_EQ(counts({"/dev/mcu open", "/dev/mcu close"}), Ints({1, 0}));
     EXPECT_EQ(count("out \"\\e[0;35m"), count("out \"\\e[0;32;31m[libmarl] ERROR") + 1) << "one at a time";
 }
@@ -174,9 +174,9 @@ TEST(Link, ReaderLeavesSignalsToTheProgram) {
 }
 
 TEST(Rings, AreFreedOnceNobodyHoldsThem) {
-    load_link("", {18});
+    load_link("fault heap malloc 2 ENOMEM", {18});
     mouse_client client{};
-    EXPECT_EQ(Ints({mouse_close(&client), mouse_open(&client)}), Ints({-1, 0}));
+    EXPECT_EQ(Ints({mouse_close(&client), mouse_open(&client), mouse_open(&client)}), Ints({-1, -1, 0}));
     const auto hold = [] {
         const mcu::HeldRing ring(18);
         usleep(50'000);
@@ -232,13 +232,12 @@ TEST(Power, IsSetAndReadBack) {
         {23, 1, "mcu answer 23 1 a0 17 00 00 00 00 0a ff", -1, ": Set CMD:0x17 fail!"},
         {21, 1, "", -1, ": Set and QueryStatus fail!"},
     };
-    for (const auto& [command, on, script, result, message] : cases) {
-        SCOPED_TRACE(message);
+    for (const auto& [command, on, script, result, text] : cases) {
+        SCOPED_TRACE(text);
         load_link(script, {command});
         EXPECT_EQ(PowerControl(command, on), result);
         const bool set = result == 0;
-        EXPECT_TRUE(set ? journal_follows({"out \"[libmarl] " + message})
-                        : printed_error("PowerControl", message));
+        EXPECT_TRUE(set ? journal_follows({"out \"[libmarl] " + text}) : printed_error("PowerControl", text));
         const Steps steps = {{0.0, "/dev/mcu write 7: " + hex({0xA1, command, 0, on}) + "00 00 0a"},
                              {1.0, "/dev/mcu write 7: " + hex({0xA1, command, 1}) + "00 00 00 0a"}};
         EXPECT_TRUE(!set || scenario::Journal(sim::journal()).follows(steps));

@@ -1,6 +1,7 @@
 // The listings of USB devices with their interfaces, and the search through /sys on which they rest.
 #include <dirent.h>
 #include <libmarl/usb_devices.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -92,23 +93,24 @@ TEST(UsbListing, NamesEveryDeviceThatIsListed) {
 }
 
 TEST(UsbListing, GivesDevicesTheirInterfaces) {
-    put_devices(block({.vendor = "05e3", .manufacturer = "Genesys", .driver = "hub"}) + block({.level = 2}) +
-                block({.level = 2, .port = 1, .driver = "rt2870"}) +
+    put_devices(block({.vendor = "100000000", .product_id = "ffffffff", .driver = "hub"}) +
+                block({.level = 2}) + block({.level = 2, .port = 1, .driver = "rt2870"}) +
                 block({.level = 2, .port = 2, .driver = "rt73usb"}) +
                 block({.level = 2, .port = 3, .manufacturer = nullptr}));
-    for (const char* tty : {"ttyUSB0", "ttyUSB1", "ttyUSB12"})
+    for (const char* tty : {"ttyUSB0", "ttyUSB1", "ttyUSB32767"})
         put_interface(std::string("1-1/1-1.1/1-1.1:1.0/") + tty);
-    put_interface("1-1/1-1.1/1-1.1:1.1/ttyUSB12");  // the same number a second time
+    put_interface("1-1/1-1.1/1-1.1:1.1/ttyUSB32767");  // the same number a second time
     put_interface("1-1/1-1.2/1-1.2:1.0/wlan7");
     const Listed all = list(get_usb_devs);
     ASSERT_EQ(all.result, 0);
     ASSERT_EQ(all.devices.size(), 4U) << "neither the root hub nor the device without names";
-    const UsbDevice& modem = all.devices[1];
+    const UsbDevice &hub = all.devices[0], &modem = all.devices[1];
     EXPECT_EQ(Strings({modem.manufacturer, modem.product}), Strings({"ZTE, Incorporated", "HSPA modem"}));
     EXPECT_EQ(modem.vendor_id << 16 | modem.product_id, 0x19d2fff1U);
+    EXPECT_TRUE(hub.vendor_id == 0 && hub.product_id == UINT32_MAX) << "32 bits at most";
     EXPECT_EQ(modem.bus * 1000 + modem.level * 100 + modem.parent * 10 + modem.port, 1220);
     const std::string names = names_of(modem);  // in the order of the directory
-    for (const char* name : {"ttyUSB0 ", "ttyUSB1 ", "ttyUSB12 "}) EXPECT_NE(names.find(name), names.npos);
+    for (const char* name : {"ttyUSB0 ", "ttyUSB1 ", "ttyUSB32767 "}) EXPECT_NE(names.find(name), names.npos);
     EXPECT_EQ(modem.interface_count, 3) << names;
     EXPECT_EQ(summary(get_usb_devs), "2 -1 , 0 1 " + names + ", 1 0 wlan7 , 1 -1 eth2 , ");
     const auto& sheet = marl::g_wireless_sheet;
@@ -144,7 +146,7 @@ TEST(UsbListing, ThirtyDevicesAndMore) {
     // More places than a bus has.
     for (int port = 8; port <= 128; ++port) put_on_port(port);
     EXPECT_EQ(list(get_usb_devs, 5).devices.size(), 5U);
-    EXPECT_TRUE(reported("there overstep the boundary "));
+    EXPECT_TRUE(reported("there overstep the boundary ") && reported("resolve_subusb_info failed"));
 
     load("");
     put_devices(block({}));
@@ -190,10 +192,11 @@ TEST(UsbListing, AListCutAnywhereIsReportedOrWhole) {
     }
     load("");
     const std::string nameless = "T:  Bus=01 Lev=01 Prnt=01 Port=00\nP:  Vendor=19d2 ProdID=fff1\n";
-    for (const std::string list_end : {"", "S:  Manufacturer=A\n"}) {
+    for (const auto& [list_end, message] : {std::pair("", "fgets Manufacturer failed"),
+                                            {"S:  Manufacturer=A\n", "fgets Product failed"},
+                                            {"T:  Bus=01 Prnt=01 Port=00\n", "str_search_toi failed"}}) {
         usb_list::put(nameless + list_end);
-        EXPECT_EQ(list(get_usb_devs).result, -1);
-        EXPECT_TRUE(reported(list_end.empty() ? "fgets Manufacturer failed" : "fgets Product failed"));
+        EXPECT_TRUE(list(get_usb_devs).result == -1 && reported(message)) << message;
     }
     const auto error = scenario::Journal(sim::journal()).all("out \"\\e[0;32;31m[libmarl] ERROR")[0].text;
     EXPECT_EQ(count(error.substr(0, error.find("): "))), 1U) << "each names its own line of the source";
@@ -212,19 +215,20 @@ TEST(UsbListing, ADirectoryThatCannotBeReadToItsEndGivesNoList) {
         g_readable = -1;
     }
     EXPECT_TRUE(reported("dvr_find_file failed") && reported("find_File failed"));
+    EXPECT_EQ((run("fault heap calloc 1 ENOMEM"), list(get_usb_devs).result), -1);
 }
 
 TEST(UsbListing, WaitsTwoSecondsForTheList) {
     load("");
-    UsbDevice device;
-    int number = 1;
-    EXPECT_EQ(get_usb_devs(&device, &number), -1);
+    UsbDevice room;
+    int size = 1;
+    EXPECT_EQ(get_usb_devs(&room, &size), -1);
     EXPECT_NEAR(sim::now(), 2.0, 0.01);
-    run("at 2.7 usb none");
-    EXPECT_EQ(Ints({get_usb_devs(&device, &number), number, get_usb_devs(&device, &number)}), Ints(3, 0));
+    run("at 2.7 usb none"), room.bus = 7;
+    EXPECT_EQ(Ints({get_usb_devs(&room, &size), room.bus, size, get_usb_devs(&room, &size)}), Ints(4, 0));
     EXPECT_NEAR(sim::now(), 3.0, 0.01) << "looked for every 500 ms";
-    int negative = -1;
-    EXPECT_EQ(get_usb_devs(&device, &negative), -1);
+    int negative = -1, some = 1;
+    EXPECT_EQ(Ints({get_usb_devs(&room, &negative), get_usb_devs(nullptr, &some)}), Ints(2, -1));
     EXPECT_TRUE(reported("arguments  error"));
 }
 
@@ -236,18 +240,19 @@ int collect(const char* path, void* paths, int size) {
 Strings find(const char* name, const char* directory, int answer = 0) {
     Strings paths;
     const DvrFindRequest request = {name, directory, &paths, answer, collect};
-    EXPECT_EQ(dvr_find_file(&request), 0);
+    EXPECT_EQ((errno = EIO, dvr_find_file(&request)), 0);
     std::sort(paths.begin(), paths.end());
     return paths;
 }
 
 TEST(FileSearch, FollowsNoLink) {
+    const int next = dup(STDIN_FILENO);
+    close(next);
     namespace fs = std::filesystem;
     const fs::path there = path_of("/sys/devices");
     write_file("/sys/devices/wanted/wanted_too", "");
     fs::create_directory_symlink(there, there / "round");
-    EXPECT_EQ(find("wanted", "/sys/devices/"), Strings({"/sys/devices/wanted"}))
-        << "one '/' between the parts";
+    EXPECT_EQ(find("wanted", "/sys/devices/"), Strings({"/sys/devices/wanted"})) << "one '/' between parts";
     write_file("/sys/devices/file_wanted", "");
     fs::create_symlink("nowhere", there / "link_wanted");
     EXPECT_EQ(find("wanted", "/sys/devices", -1),
@@ -260,6 +265,7 @@ TEST(FileSearch, FollowsNoLink) {
     put_interface("1-1/1-1:1.0/deeper/by_one/ttyUSB1");
     fs::create_symlink("1-1", path_of(kHost) + "1-1/1-1:1.0/ttyUSB3");
     EXPECT_EQ(names_of(list(get_mult3Ginfo_FromFile).devices.at(0)), "ttyUSB0 ");
+    EXPECT_EQ(dup(STDIN_FILENO), next) << "no directory stays open";
 }
 
 TEST(FileSearch, NamesAtTheirLimits) {
@@ -271,10 +277,10 @@ TEST(FileSearch, NamesAtTheirLimits) {
     EXPECT_EQ(find("m", no_more_room.c_str()), Strings({no_more_room + "m"})) << "the other is left out";
     Strings paths;
     const std::string too_long(5000, 'd');
-    const DvrFindRequest request = {"n", too_long.c_str(), &paths, 0, collect};
-    EXPECT_EQ(dvr_find_file(&request), -1);
-    const DvrFindRequest without_callback = {"n", "/sys", &paths, 0, nullptr};
-    EXPECT_EQ(dvr_find_file(&without_callback), -1);
+    for (const DvrFindRequest& refused : {DvrFindRequest{"n", too_long.c_str(), &paths, 0, collect},
+                                          {"n", "/sys", &paths, 0, nullptr},
+                                          {nullptr, "/sys", &paths, 0, collect}})
+        EXPECT_EQ(dvr_find_file(&refused), -1);
     EXPECT_TRUE(reported("parameter error"));
 }
 

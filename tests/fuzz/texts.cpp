@@ -97,9 +97,8 @@ TARGET(network) {
     const bool fits = is_setting && wanted.size() < 4096;
     require(NetConfigWriteKey(kNetwork, key.c_str(), value.c_str()) == (fits ? 0 : -1));
     require(memory::text_of(kNetwork) == (fits ? wanted : text));
-    const bool of_lines =
-        std::all_of(old.begin(), old.end(), [](auto& each) { return each.ends_with('\n'); });
-    if (!fits || setting.size() >= 80 || !of_lines) return;
+    const bool whole = std::all_of(old.begin(), old.end(), [](auto& each) { return each.ends_with('\n'); });
+    if (!fits || setting.size() >= 80 || !whole) return;
     Buffer out(1 + value.size() / 2);
     require(marl::read_setting(kNetwork, key.c_str(), out.data(), out.size()) == marl::Reading::Found);
     require(text_in(out) == value.substr(0, out.size() - 1));

@@ -122,7 +122,7 @@ jmp_buf g_reboot;
 // Whether a check ends in a reboot, from which there is no return.
 bool reboots() {
     if (setjmp(g_reboot) != 0) return true;
-    sentrel::monitor_mediaguard();
+    require(sentrel::monitor_mediaguard() == 0);
     return false;
 }
 

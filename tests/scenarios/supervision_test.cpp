@@ -95,14 +95,13 @@ TEST(ResetButton, ReleasedAfter24PassesDoesNothing) {
     // A poll that fails says nothing about the button: the countdown goes on where it stood.
     const auto failing = run_sentrel(held + "fault /dev/misc/gpio read 110..114 EIO\n", 60);
     EXPECT_EQ(failing.journal.time_of("out \"sentRel: i will reboot\\n\""), 26.0);
-    std::istringstream boards("Q4 30 Q5 30 NULL 30 IPC-KR1 31 IPC-KW2 36 IPC-KQ3 23");
+    std::istringstream boards("Q5 30 IPC-KT1 30 NULL 30 IPC-KR1 31 IPC-KW1 36 IPC-KW2 36 IPC-KQ3 23");
     for (std::string model, line; boards >> model >> line;) {
         const auto other = run_sentrel("env HWID=" + model + ":1:2\nat 1.1 level " + line + " 0\n", 10);
         EXPECT_EQ(other.journal.time_of("out \"sentRel: i will reboot\\n\""), 6.0) << model;
     }
-    const auto later =
-        run_sentrel("env HWID=Q4:1:2\nfault /dev/mtd/1 read 1..8 EIO\nat 1.1 level 30 0\n", 12);
-    EXPECT_EQ(later.journal.time_of("out \"sentRel: i will reboot\\n\""), 9.8) << "known after 5 s";
+    const auto late = run_sentrel("env HWID=Q4:1:2\nfault /dev/mtd/1 read 1..8 EIO\nat 1.1 level 30 0\n", 12);
+    EXPECT_EQ(late.journal.time_of("out \"sentRel: i will reboot\\n\""), 9.8) << "known after 5 s";
 }
 
 const std::string kUnknown =
@@ -139,11 +138,12 @@ TEST(Coprocessor, HealthyAndKnownIsOnlyLookedAt) {
 
 TEST(Coprocessor, UnknownVersionIsRecordedAndFollowedByAReset) {
     const scenario::BoardDirectory board;
-    const auto run = run_sentrel(kUnknown, 100, {.root = board.path()});
+    const auto run = run_sentrel(kUnknown + "fault /mnt/mtd/dm365_version write 1 short 20\n", 100,
+                                 {.root = board.path()});
     EXPECT_TRUE(
         run.journal.follows(at(25.0, {kLink + "b", kLink + "d", "/mnt/mtd/dm365_version open rw create trunc",
-                                      "out \"DM365\\nV1.02\\nV2.03\\n\"", "/mnt/mtd/dm365_version write 64",
-                                      kLink + "c", kPulseLow}) +
+                                      "out \"DM365\\nV1.02\\nV2.03\\n\"", "/mnt/mtd/dm365_version write 20",
+                                      "/mnt/mtd/dm365_version write 44", kLink + "c", kPulseLow}) +
                             at(25.02, {"/dev/misc/gpio write 2: 30 01"}) + at(25.52, {kHoldBegins}) +
                             at(70.52, {kHoldEnds}) + at(75.52, {kVpfe + "ioctl 0x80145603"})));
     std::string record = "DM365" + std::string(59, '\0');
@@ -159,6 +159,7 @@ TEST(Coprocessor, StartWithoutAVersionRecord) {
     } cases[] = {
         {"fault /dev/misc/spi0 ioctl:0x4004730d 1 EIO\n", "err \"Input/output error\\n\"", 1},
         {"fault /mnt/mtd/dm365_version close 1 EDQUOT\n", "err \"creat dm365_version\\n: Disk quota", 1},
+        {"fault /mnt/mtd/dm365_version write 1 short 0\n", "err \"creat dm365_version\\n: Input/output", 1},
         {"missing /dev/misc/spi0\n", "out \"@@: spi0 device is not open\\n\"", 1},
         {"spi0 status 0x2468\n", "/dev/misc/spi0 ioctl 0x80047302 -> 0x2468", 0},
         {"fault /mnt/mtd/dm365_version open 1 EACCES\n", "/mnt/mtd/dm365_version open r -> EACCES", 0},
@@ -174,14 +175,14 @@ TEST(Coprocessor, StartWithoutAVersionRecord) {
 
 TEST(Coprocessor, CaptureStallIsResetTwiceThenReported) {
     const auto run =
-        run_sentrel(kKnown + "vpfe stalled 1\nat 200 vpfe stalled 0\nat 300 vpfe stalled 1\n", 400);
+        run_sentrel(kKnown + "vpfe stalled 1\nat 200 vpfe stalled 0\nat 300 vpfe stalled 1\n", 405);
     const char* const reboots = "out \"**********: sentrel reboot dm365 ***********\\n\"";
     const char* const given_up = "out \"====>:   sentrel: May be DM365 Broken:  <=======\\n\"";
     EXPECT_TRUE(run.journal.follows(at(30.0, {reboots, kPulseLow}) + at(30.52, {kHoldBegins}) +
                                     at(75.52, {kHoldEnds}) + at(80.52, {reboots, kPulseLow}) +
                                     at(126.04, {kHoldEnds}) + at(131.04, {reboots, kPulseLow}) +
                                     at(131.56, {given_up}) + at(146.56, {given_up, kLink + "b"})));
-    EXPECT_EQ(run.journal.count(reboots), 5U) << "a good reading forgives: two more after 300 s";
+    EXPECT_EQ(run.journal.count(reboots), 6U) << "a good reading forgives: three more after 300 s";
     expect_room_on_the_stack(run);
 }
 
@@ -201,8 +202,7 @@ TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
         at(45.12, {is_abnormal, kPulseLow}) + at(90.64, {kHoldEnds}) + at(105.76, {is_abnormal}) +
         at(151.28, {kHoldEnds}) +
         at(166.4, {"out \"=============< DM365 2A always be Problem>===================\\n\""})));
-    EXPECT_EQ(Ints({counts({kPulseLow}, silent.journal)[0], counts({kPulseLow}, abnormal.journal)[0]}),
-              Ints(2, 4));
+    EXPECT_TRUE(silent.journal.count(kPulseLow) == 4 && abnormal.journal.count(kPulseLow) == 4);
     expect_room_on_the_stack(silent);
 }
 
