@@ -186,26 +186,6 @@ TEST(Coprocessor, CaptureStallIsResetTwiceThenReported) {
     expect_room_on_the_stack(run);
 }
 
-TEST(Coprocessor, SilentLinkAndAbnormal2aAreResetTwiceThenReported) {
-    const auto silent =
-        run_sentrel(kKnown + "spi0 alive 0\nat 200 spi0 alive 0x6984\nat 260 spi0 alive 0\n", 900);
-    const char* const not_alive =
-        "out \"=========>sentrel:  SPI NOT ALIVE , reset DM365<=================\\n\"";
-    EXPECT_TRUE(silent.journal.follows(
-        at(45.05, {not_alive, kPulseLow}) + at(45.57, {kHoldBegins}) + at(90.57, {kHoldEnds}) +
-        at(105.62, {not_alive}) + at(106.14, {kHoldBegins}) + at(151.14, {kHoldEnds}) +
-        at(166.19, {"out \"=============<  SPI alway be Problem>================\\n\""}) +
-        at(166.21, {kLink + "b"})));
-    const auto abnormal = run_sentrel(kKnown + "spi0 2a 1\nat 200 spi0 2a 0\nat 260 spi0 2a 1\n", 900);
-    const char* const is_abnormal = "out \"++++++++++++:  dm365: 2A is abnormal ++++++++++++++++\\n\"";
-    EXPECT_TRUE(abnormal.journal.follows(
-        at(45.12, {is_abnormal, kPulseLow}) + at(90.64, {kHoldEnds}) + at(105.76, {is_abnormal}) +
-        at(151.28, {kHoldEnds}) +
-        at(166.4, {"out \"=============< DM365 2A always be Problem>===================\\n\""})));
-    EXPECT_TRUE(silent.journal.count(kPulseLow) == 4 && abnormal.journal.count(kPulseLow) == 4);
-    expect_room_on_the_stack(silent);
-}
-
 TEST(Coprocessor, DevicesThatAppearLateOrNever) {
     const std::string missing = kKnown + "missing /dev/davinci_vpfe\n";
     const auto late = run_sentrel(missing + "at 37 present /dev/davinci_vpfe\n", 60);
@@ -220,12 +200,6 @@ TEST(Coprocessor, DevicesThatAppearLateOrNever) {
     EXPECT_EQ(failing.journal.time_of("out \"[ERROR]: ioctl ==>: read vpfe inttrupts fail, ret = -1\\n\""),
               failing.journal.all(kVpfe + "ioctl")[10].time);
     EXPECT_EQ(counts({kPulseLow, "out \"[ERROR]: ioctl"}, failing.journal), Ints({0, 3}));
-}
-
-TEST(Coprocessor, LearnsOfTheFactoryReset) {
-    const auto run = run_sentrel(kKnown + "at 30.1 level 23 0\n", 60);
-    EXPECT_TRUE(run.journal.follows(at(35, {"out \"clear cmos succ\\n\"", kLink + "6 42599"}) +
-                                    at(35.2, {"command \"reboot\""})));
 }
 
 }  // namespace
