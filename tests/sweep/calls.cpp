@@ -68,7 +68,7 @@ SCENARIO(network_read) {
     return result;
 }
 SCENARIO(resolver) {
-    if (NetSetDNS("10.0.0.222", "10.0.0.9") < 0) return -1;
+    if (const int saved = NetSetDNS("10.0.0.222", "10.0.0.9"); saved < 0) return saved;
     char first[16] = "", second[16] = "";
     const int result = NetGetDNS(first, sizeof first, second, sizeof second);
     found = std::string(first) + second;
@@ -136,7 +136,7 @@ SCENARIO(cmos) {
 SCENARIO(halt) { return sys_halt(); }
 SCENARIO(announcement) {
     const uint8_t mac[] = {0x00, 0x12, 0x31, 0x4A, 0x0C, 0x5E};
-    return NetSendArpFrame("eth0", inet_addr("192.168.1.108"), mac);
+    return NetSendArpFrame("eth0", inet_addr("192.168.1.108"), mac) == 0 ? 0 : -1;
 }
 SCENARIO(statistics) {
     MemInfo memory{};
