@@ -36,13 +36,6 @@ std::string text_of(const Usb3gModule& module) {
     return std::string(module.manufacturer) + module.product + module.vendor_id + module.product_id;
 }
 
-// What is known of the board.
-std::string identity() {
-    std::string text(product_model_ptr, strnlen(product_model_ptr, MARL_MODEL_SIZE));
-    for (uint32_t i = 0; i < MARL_INFO_COUNT; ++i) text += " " + std::to_string(get_dvr_info(i));
-    return text;
-}
-
 }  // namespace
 
 SCENARIO(daemon) {
@@ -119,7 +112,8 @@ SCENARIO(modem_wait) {
 SCENARIO(modem_reset) { return reset_3g_and_wait(); }
 SCENARIO(identify) {
     const int result = hwid_retry();
-    found = identity();
+    found.assign(product_model_ptr, strnlen(product_model_ptr, MARL_MODEL_SIZE));
+    for (uint32_t i = 0; i < MARL_INFO_COUNT; ++i) found += " " + std::to_string(get_dvr_info(i));
     return result;
 }
 SCENARIO(sections) {
