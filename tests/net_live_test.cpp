@@ -31,6 +31,8 @@ testing::AssertionResult shows(const std::string& words, const std::string& part
     return testing::AssertionResult(shown.find(part) != shown.npos) << shown;
 }
 
+constexpr int kIp = NET_ATTR_IP, kMask = NET_ATTR_NETMASK;
+
 const std::string kStored =
     "file /mnt/mtd/Config/network HOSTIP = 10.0.0.2\nfile /mnt/mtd/Config/network SUBMASK = 255.255.255.0\n"
     "file /mnt/mtd/Config/network GATEWAYIP = 10.0.0.1\n"
@@ -50,10 +52,8 @@ class LiveNetwork : public testing::Test {
     }
 
     static void address_both() {
-        ASSERT_EQ(Ints({SetEthAttr("eth0", NET_ATTR_IP, "10.0.0.2"),
-                        SetEthAttr("eth0", NET_ATTR_NETMASK, "255.255.255.0"),
-                        SetEthAttr("eth2", NET_ATTR_IP, "10.2.0.2"),
-                        SetEthAttr("eth2", NET_ATTR_NETMASK, "255.255.0.0")}),
+        ASSERT_EQ(Ints({SetEthAttr("eth0", kIp, "10.0.0.2"), SetEthAttr("eth0", kMask, "255.255.255.0"),
+                        SetEthAttr("eth2", kIp, "10.2.0.2"), SetEthAttr("eth2", kMask, "255.255.0.0")}),
                   Ints(4, 0));
     }
 };
@@ -85,9 +85,7 @@ TEST_F(LiveNetwork, AddressNetmaskFlagsAndMtu) {
     sim::clear_journal();
     EXPECT_EQ(Ints({NetSetMTU("eth0", 1501), SetEthAttr("eth0", 7, "10.0.0.2")}), Ints(2, -1));
     EXPECT_EQ(count("socket"), 0U);
-    EXPECT_EQ(Ints({SetEthAttr("eth0", NET_ATTR_IP, "255.255.255.255"),
-                    SetEthAttr("eth0", NET_ATTR_IP, "10.0.0.x")}),
-              Ints(2, -1));
+    EXPECT_EQ(Ints({SetEthAttr("eth0", kIp, "255.255.255.255"), SetEthAttr("eth0", kIp, "x")}), Ints(2, -1));
     EXPECT_EQ(count("socket ioctl"), 0U);
     EXPECT_TRUE(journal_follows({"out \"\\e[0;32;31m[libmarl] ERROR (src/net/net|SetEthAttr|"}));
     ip("link set eth0 promisc on");
@@ -148,12 +146,11 @@ TEST_F(LiveNetwork, AnAppliedAddressIsSavedAndAnnouncedInOneFrame) {
     EXPECT_TRUE(shows("addr show dev eth0", "inet 10.0.0.5/24"));
     EXPECT_EQ(NetApplyEth0Gateway("10.0.0.7"), 0);
     EXPECT_EQ(ip("route show default"), "default via 10.0.0.7 dev eth0 \n");
-    char address[16], mask[16], gateway[16], name[MARL_NET_NAME_SIZE];
-    EXPECT_EQ(Ints({NetGetEth0IpMask(address, 16, mask, 16), NetGetEth0Gateway(gateway, 16),
-                    NetSetDefaultEth("eth2"), NetGetDefaultEth(name)}),
+    char host[16], mask[16], router[16], nic[MARL_NET_NAME_SIZE];
+    EXPECT_EQ(Ints({NetGetEth0IpMask(host, 16, mask, 16), NetGetEth0Gateway(router, 16),
+                    NetSetDefaultEth("eth2"), NetGetDefaultEth(nic)}),
               Ints(4, 0));
-    EXPECT_EQ(Strings({address, mask, gateway, name}),
-              Strings({"10.0.0.5", "255.255.255.0", "10.0.0.7", "eth2"}));
+    EXPECT_EQ(Strings({host, mask, router, nic}), Strings({"10.0.0.5", "255.255.255.0", "10.0.0.7", "eth2"}));
     sim::clear_journal();
     // In the other's subnet, a broadcast address, or what cannot be stored.
     EXPECT_EQ(
@@ -170,7 +167,7 @@ TEST_F(LiveNetwork, AnAppliedAddressIsSavedAndAnnouncedInOneFrame) {
 
 TEST_F(LiveNetwork, EveryFailingRequestIsReportedAndLeavesNoSocket) {
     address_both();
-    const auto set_ip = [] { return SetEthAttr("eth0", NET_ATTR_IP, "10.0.0.2"); };
+    const auto set_ip = [] { return SetEthAttr("eth0", kIp, "10.0.0.2"); };
     const auto set_gateway = [] { return SetGateWay("eth0", "10.0.0.1"); };
 
     static char text[18];
