@@ -159,10 +159,9 @@ TEST_F(LiveNetwork, AnAppliedAddressIsSavedAndAnnouncedInOneFrame) {
               NetApplyEth0IpMask("10.0.0.9\n", mask), NetApplyEth0IpMask("10.0.0.9", nullptr)}),
         Ints(6, -1));
     EXPECT_EQ(count("socket"), 0U);
-    EXPECT_EQ(Ints({NetSendarp("wlan0"), NetApplyIpMask("eth0", "10.0.0.x", mask),
-                    NetApplyEth0IpMask("10.0.0.9", mask), NetApplyIpMask("lo", "127.0.0.1", "255.0.0.0"),
-                    static_cast<int>(count("socket sendto"))}),
-              Ints({-1, -1, 0, 0, 1}));
+    EXPECT_EQ(Ints({NetApplyIpMask("eth0", "x", mask), NetApplyIpMask("lo", "127.0.0.1", "255.0.0.0"),
+                    NetSendarp("wlan0"), NetApplyEth0IpMask("10.0.0.9", mask), counts({"socket sendto"})[0]}),
+              Ints({-1, 0, -1, 0, 1}));
 }
 
 TEST_F(LiveNetwork, EveryFailingRequestIsReportedAndLeavesNoSocket) {

@@ -92,12 +92,13 @@ TEST(Store, ReadsTheFirstCopyThatThereIs) {
         EXPECT_EQ(count("/dev/misc/rtc write"), c.events == initialised ? 4U : 0U);
     }
     load(leased);
-    char room[16];
+    char room[16] = "x";
     EXPECT_EQ(
         Ints({GetEthAttr("eth0", kIp, room, 15), NetGetDhcpAttr(kMain.c_str(), kIp, room, 15),
               GetEthAttr(nullptr, kIp, room, 16), NetGetDhcpAttr(kMain.c_str(), kIp, nullptr, 16),
+              NetGetGateway("eth0", room, 0), room[0], NetGetGateway("eth0", room, 1), room[0],
               NetGetDhcpAttr(kMain.c_str(), kPrio, room, 16), NetGetDhcpAttr(kMain.c_str(), kIp, room, 16)}),
-        Ints({-1, -1, -1, -1, -1, 0}));
+        Ints({-1, -1, -1, -1, -1, 'x', -1, 0, -1, 0}));
     EXPECT_TRUE(journal_follows({"err \"str_length too short\\n\"", "err \"str_length is too short\\n\"",
                                  "err \"GetEthAttr :pEthName==NULL\""}));
 }
@@ -118,13 +119,13 @@ TEST(Store, SavesFilesInOneWriteAndTheCmosCopy) {
     for (const auto& path : {kMain, kBackup})
         EXPECT_EQ(read_file(path + "2"), "GATEWAYIP = 10.2.0.1\n = = \n");
     EXPECT_EQ(count("/dev/misc/rtc"), 0U);
-    // The CMOS fails; there is no space for a longer text.
-    run("fault /dev/misc/rtc write 1 EIO\nfile /tmp/a K = 1\n"
+    // The medium fails, and the CMOS; there is no space for a longer text.
+    run("fault " + kMain + " fsync 1 EIO\nfault /dev/misc/rtc write 1 EIO\nfile /tmp/a K = 1\n" +
         "fault /tmp/a write 1 short 1\nfault /tmp/a write 2 ENOSPC");
     EXPECT_EQ(Ints({SaveEthAttr("eth0", kGateway, "10.7.7.1"), NetConfigWriteKey("/tmp/a", "K", "100")}),
               Ints(2, -1));
-    EXPECT_NE(read_file(kMain).find("GATEWAYIP = 10.7.7.1\n"), std::string::npos);
-    EXPECT_EQ(read_file("/tmp/a"), "K = 1\n");
+    EXPECT_EQ(read_file(kMain) + read_file("/tmp/a"), "USEDHCP = 0\nHOSTIP = 10.7.7.7\nPRIO = 1\nK = 1\n");
+    EXPECT_EQ(count("out \"durable"), 7U) << "what is put back, too";
 }
 
 TEST(Store, NamesItsFilesAndKeys) {
