@@ -215,6 +215,8 @@ TEST(ProcFields, AFileThatBreaksOffHasNoField) {
         EXPECT_EQ(get_proc_field("/proc/list", "key", ':', word, nullptr), 0) << fault;
         EXPECT_STREQ(word, "12345");
     }
+    EXPECT_EQ(get_proc_field("/proc/list", std::string(128, 'k').c_str(), ':', nullptr, nullptr), -22);
+    EXPECT_TRUE(seen("err \"strlen=128\\n\""));
 }
 
 }  // namespace

@@ -14,7 +14,8 @@ using scenario::kAnyTime;
 using scenario::run_sentrel;
 
 scenario::Outcome identify(const std::string& script, const std::string& argument = "") {
-    auto run = scenario::run("tests/identify", script, {.arguments = {argument}, .keep_output = true});
+    auto run = scenario::run("tests/identify", script,
+                             {.arguments = {argument}, .keep_output = true, .streams = [] { close(0); }});
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(counts({"out \"\\e[0;32;32m[libmarl] SVN NUM", "err \"create pg"}, run.journal), Ints({1, 0}));
     return run;
@@ -78,7 +79,7 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
         // A source that fails is asked again, one that is absent is not.
         {"env HWID=ABC:1:1\n" + fault(kEnv + "read 1 EIO"), {"type=-1 code=0 model=ABC "}},
         {kColon + fault(kEnv + "open 1..2 EMFILE"), {kByColon}, kEnv + "open", 3},
-        {kColon + kPacked + fault(kEnv + "read 1 EIO"), {kByColon}},
+        {kColon + kPacked + fault(kEnv + "read 1 short 0"), {kByColon}, "err \"read mtd: Input", 1},
         {kColon + kPacked + fault(kEnv + "read 1+ EIO"), {kByPacked}, kEnv + "open", 2},
         {kPacked + fault(kParameters + "read 2 short 0"), {kByPacked}},
         {kEnvFails + kPacked + fault(kParameters + "read 2 short 20") + fault(kParameters + "read 3 EIO"),

@@ -20,11 +20,6 @@ namespace fs = std::filesystem;
 const std::string kFlag = "/tmp/upgrade_ing", kMediaGuard = "/tmp/mediaguard_to_sentrel",
                   kEncode = "/tmp/encode_to_sentrel", kNetwork = "/mnt/mtd/Config/network2";
 
-void make_sparse(const std::string& path) {
-    std::ofstream(path) << "";
-    fs::resize_file(path, uintmax_t{1} << 40);
-}
-
 // What stands in the place of each file before the daemon starts, and when the stall of a process whose own file is in
 // order resets the board. A flag that is there and cannot be opened counts as an upgrade: its stall is told, no more.
 TEST(Neighbours, CannotStopTheSupervision) {
@@ -33,7 +28,7 @@ TEST(Neighbours, CannotStopTheSupervision) {
         {"link to a device", [](const std::string& path) { fs::create_symlink("/dev/zero", path); }},
         {"FIFO", [](const std::string& path) { EXPECT_EQ(mkfifo(path.c_str(), 0777), 0); }},
         {"directory", [](const std::string& path) { fs::create_directories(path + "/full"); }},
-        {"sparse", make_sparse}};
+        {"sparse", [](const std::string& path) { std::ofstream{path}, fs::resize_file(path, 1ULL << 40); }}};
     const std::string encode_stalls = "beat " + kEncode + " every 1 until 60\n";
     const std::pair<std::string, std::string> places[] = {{kFlag, kEncodeBeats + kMediaGuardStalls},
                                                           {kMediaGuard, encode_stalls},
@@ -46,11 +41,9 @@ TEST(Neighbours, CannotStopTheSupervision) {
             fs::create_directory(board.path() + "/tmp");
             make(board.path() + path);
             const auto run = scenario::run_sentrel(kTraffic + beats, 120, {.root = board.path()});
-            const bool held = path == kFlag && what != std::string("sparse");
+            const bool sparse = what == std::string("sparse"), held = path == kFlag && !sparse;
             // A MediaGuard that is a regular file and stays 0 is a stall of its own.
-            const double reset = held                                                   ? -1
-                                 : path == kMediaGuard && what == std::string("sparse") ? 32.42
-                                                                                        : 84.42;
+            const double reset = held ? -1 : path == kMediaGuard && sparse ? 32.42 : 84.42;
             EXPECT_NEAR(run.journal.time_of("board reset gpio35"), reset, 0.002) << run.journal.text();
             EXPECT_EQ(run.status, held ? 0 : kBoardReset);
             EXPECT_GE(run.journal.count("out \"upgrade is on, skip--\\n\""), held ? 5U : 0U);
@@ -78,6 +71,7 @@ TEST(Neighbours, MaySendSignals) {
     const auto calm = scenario::run_sentrel(script, 100);
     const auto stormy = scenario::run_sentrel(script, 100, {.streams = storm});
     EXPECT_EQ(stormy.status, calm.status);
+    EXPECT_EQ(counts({kEncode + " open", kFlag + " mmap"}, calm.journal), Ints(2, 1)) << "kept open";
     EXPECT_EQ(stormy.journal.text(), calm.journal.text());
 }
 

@@ -47,8 +47,7 @@ TEST(Command, RunsNoHandlerOfItsParentAndIsToldEvenWhereChildrenAreIgnored) {
     signal(SIGUSR2, SIG_IGN);
     for (const auto& [children, flags] : {std::pair(&handle, 0), {SIG_IGN, 0}, {SIG_DFL, SA_NOCLDWAIT}}) {
         struct sigaction action {};
-        action.sa_handler = children;
-        action.sa_flags = flags;
+        action.sa_handler = children, action.sa_flags = flags;
         sigaction(SIGCHLD, &action, nullptr);
         g_interruptions = 1000;
         EXPECT_EQ(my_system_call("true"), 3 << 8);
@@ -56,8 +55,7 @@ TEST(Command, RunsNoHandlerOfItsParentAndIsToldEvenWhereChildrenAreIgnored) {
                     seen("out \"[libmarl] inclild ppid=" + std::to_string(getpid()) +
                          " pid=" + std::to_string(g_child) + " \\n\""));
         sigaction(SIGCHLD, nullptr, &action);
-        EXPECT_EQ(action.sa_handler, children);
-        EXPECT_EQ(action.sa_flags & SA_NOCLDWAIT, flags);
+        EXPECT_EQ(std::pair(action.sa_handler, action.sa_flags & SA_NOCLDWAIT), std::pair(children, flags));
     }
     EXPECT_EQ(signal(SIGHUP, SIG_DFL), handle);
     if (getenv("MARL_SIM_CLONE") != nullptr) return;  // and memory of its own, or is no child of vfork

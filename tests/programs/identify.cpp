@@ -35,5 +35,5 @@ int main(int argc, char** argv) {
     const std::string_view argument = argc > 1 ? argv[1] : "";
     if (argument == "sections") print_sections();
     if (argument == "info") print_system_info();
-    return 0;
+    return fgetc(stdin) == EOF ? ferror(stdin) : 0;  // a closed input has something in its place
 }

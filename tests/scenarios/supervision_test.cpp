@@ -49,6 +49,8 @@ TEST(Heartbeat, AStallRebootsAtTheFourthUnchangedCheck) {
         EXPECT_EQ(run.journal.count("out \"monitor_mediaguard, shm_mediaguard = 0, not reboot System\\n\""),
                   c.zeros);
     }
+    const auto stuck = run_sentrel(kStall + "at 84 fault /dev/misc/gpio write 1..2 EIO\n", 120);
+    EXPECT_NEAR(stuck.journal.time_of("board reset gpio35"), 94.44, 0.01) << "the next pulse, in ten seconds";
 }
 
 TEST(Heartbeat, AnUpgradeDelaysTheReboot) {

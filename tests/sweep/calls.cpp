@@ -36,13 +36,6 @@ std::string text_of(const Usb3gModule& module) {
     return std::string(module.manufacturer) + module.product + module.vendor_id + module.product_id;
 }
 
-// What is known of the board.
-std::string identity() {
-    std::string text(product_model_ptr, strnlen(product_model_ptr, MARL_MODEL_SIZE));
-    for (uint32_t i = 0; i < MARL_INFO_COUNT; ++i) text += " " + std::to_string(get_dvr_info(i));
-    return text;
-}
-
 }  // namespace
 
 SCENARIO(daemon) {
@@ -68,7 +61,7 @@ SCENARIO(network_read) {
     return result;
 }
 SCENARIO(resolver) {
-    if (NetSetDNS("10.0.0.222", "10.0.0.9") < 0) return -1;
+    if (const int saved = NetSetDNS("10.0.0.222", "10.0.0.9"); saved < 0) return saved;
     char first[16] = "", second[16] = "";
     const int result = NetGetDNS(first, sizeof first, second, sizeof second);
     found = std::string(first) + second;
@@ -119,7 +112,8 @@ SCENARIO(modem_wait) {
 SCENARIO(modem_reset) { return reset_3g_and_wait(); }
 SCENARIO(identify) {
     const int result = hwid_retry();
-    found = identity();
+    found.assign(product_model_ptr, strnlen(product_model_ptr, MARL_MODEL_SIZE));
+    for (uint32_t i = 0; i < MARL_INFO_COUNT; ++i) found += " " + std::to_string(get_dvr_info(i));
     return result;
 }
 SCENARIO(sections) {
@@ -136,7 +130,7 @@ SCENARIO(cmos) {
 SCENARIO(halt) { return sys_halt(); }
 SCENARIO(announcement) {
     const uint8_t mac[] = {0x00, 0x12, 0x31, 0x4A, 0x0C, 0x5E};
-    return NetSendArpFrame("eth0", inet_addr("192.168.1.108"), mac);
+    return NetSendArpFrame("eth0", inet_addr("192.168.1.108"), mac) == 0 ? 0 : -1;
 }
 SCENARIO(statistics) {
     MemInfo memory{};

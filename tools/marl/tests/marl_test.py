@@ -356,7 +356,7 @@ class Tool(unittest.TestCase):
         script = BOARD + "word /tmp/upgrade_ing 1\nat 95 word /tmp/upgrade_ing 0\n"
         self.assertEqual(self.marl("reboot --when-idle --yes --json", script=script), 3)
         self.assertEqual(json.loads(self.out), {"reboot": "when idle"})
-        self.assertRegex(self.journal, r"\n10[01]\.\d+ board reset gpio35")
+        self.assertRegex(self.journal, r"(?s)\n0\.\d+ sync\n.*\n10[01]\.\d+ board reset gpio35")
 
     def test_a_running_network(self):
         script = BOARD + "network real\n"
