@@ -65,8 +65,8 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
          {"hwid=48192a3b4c8d5b8a", "code=8 ", "info=8 10 6 20 2 11 3 12 4 2 3 0 3 5 5 2 1 8 0 2 0 63 63 0 0 ",
           "[libmarl] Uncorrect hardware version!"}},
         {"env HWID=abcd0000000000001189",
-         {"hwid=8911000000000000cdab000000000000", "code=9 ", "get hwid err\n",
-          "[libmarl] no new hwid scheme!\n"}},
+         {"hwid=8911000000000000cdab000000000000", "code=9 ", "[libmarl] no new hwid scheme!\n"},
+         "err \"get_armboot_para"},
         {"", {"model=unknow ", "info=0 32 32 0 ", "get_armboot_para\n", "open /mnt/mtdblock1"}},
         {record(R"(\x78\x56\x34\x12)"), {"MAGIC error: 12345678\n", "hwid=" + kZeros}},
         {"file! /mnt/mtdblock1 " + kMagic + "\\x0a", {"read /mnt/mtdblock1", "model=unknow "}},
@@ -77,6 +77,7 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
          {"code=0 model=unknow keyboard=0"}},
         // A source that fails is asked again, one that is absent is not.
         {"env HWID=ABC:1:1\n" + fault(kEnv + "read 1 EIO"), {"type=-1 code=0 model=ABC "}},
+        {"env HWID=12aa\n" + fault(kEnv + "read 1 EIO"), {"hwid=aa12"}, "err \"get hwid err\\n\"", 1},
         {kColon + fault(kEnv + "open 1..2 EMFILE"), {kByColon}, kEnv + "open", 3},
         {kColon + kPacked + fault(kEnv + "read 1 EIO"), {kByColon}},
         {kColon + kPacked + fault(kEnv + "read 1+ EIO"), {kByPacked}, kEnv + "open", 2},
