@@ -60,6 +60,7 @@ TEST(Identification, ByTheSourcesThatCanBeRead) {
         {"env HWID=Q3:1:1:1:1:1:1:1:1:1:1:1:1b0" + parts, {"type=13 ", "clocks=432 \n"}},
         {"env HWID=Q3:1:1:1:1:1:1:1:1:1:1:1:1_2_3_4_5_6_7_8_9_a:7",
          {"clocks=1 2 3 4 5 6 7 8 \n", "info=13 1 32 7 "}},
+        {"env HWID=Q3:1:1:1:1:1:1:1:1:1:1:9_9:1_2_3", {"clocks=1 2 3 \n"}},
         {"env HWID=" + model + ":1", {"type=-1 code=0 model=" + model.substr(0, 31) + " "}},
         {packed("8A5B8D4C3B2A1948"),
          {"hwid=48192a3b4c8d5b8a", "code=8 ", "info=8 10 6 20 2 11 3 12 4 2 3 0 3 5 5 2 1 8 0 2 0 63 63 0 0 ",
