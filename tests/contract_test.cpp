@@ -1,6 +1,6 @@
 // Every call of the public headers takes null pointers, each and all, and numbers at their ends without a
-// crash. It fails when one is null, with -1 when all are. The list of calls is made from the headers when this is
-// built; each combination runs in a process of its own.
+// crash. It fails when one is null, with -1 when all are. The list of calls is made from the headers when
+// this is built; each combination runs in a process of its own.
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>

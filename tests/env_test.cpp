@@ -24,7 +24,7 @@ std::string look_up(const char* key, uint32_t size = 64) {
 }
 
 TEST(Environment, SetReplacesAndSaves) {
-    // The list ends on the first page; behind are pages that hold one byte everywhere, and others that only begin so.
+    // The list ends on the first page; behind are pages of one byte everywhere, and others that only begin so.
     std::string image = std::string(4089, 'f') + "\0\0"s + std::string(kDataSize - 4091, '\xFF');
     image.replace(0x3FFC, 0x1000, 0x1000, 'x').replace(0x5FFC, 0x1000, 0x1000, '\0');
     image[0x2FFB] = image[0x6FFB] = 1;
