@@ -227,6 +227,7 @@ constexpr Request kRequests[] = {
     {"/dev/misc/wdt", 7, resume},
     {"/dev/misc/rtc", 0x80247009, read_rtc},
     {"/dev/misc/gpio", 1, show_three_bytes},
+    {"/dev/misc/ataen", 0x40044A01, show_word},  // switch the bus to the disk or away from it
     {"/dev/misc/spi0", 0x4004730B, show_value},  // begin
     {"/dev/misc/spi0", 0x4004730C, show_value},  // end
     {"/dev/misc/spi0", 0x40047306, show_word},

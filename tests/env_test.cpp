@@ -24,21 +24,22 @@ std::string look_up(const char* key, uint32_t size = 64) {
 }
 
 TEST(Environment, SetReplacesAndSaves) {
-    // Behind the list are pages that hold one byte everywhere, and others that only begin so.
-    std::string image(kDataSize, '\xFF');
+    // The list ends on the first page; behind are pages of one byte everywhere, and others that only begin so.
+    std::string image = std::string(4089, 'f') + "\0\0"s + std::string(kDataSize - 4091, '\xFF');
     image.replace(0x3FFC, 0x1000, 0x1000, 'x').replace(0x5FFC, 0x1000, 0x1000, '\0');
-    image[0] = 0, image[0x2FFB] = image[0x6FFB] = 1;
+    image[0x2FFB] = image[0x6FFB] = 1;
     board_with_list(image);
     for (const std::string value : {"longer", "1"}) {
         sim::clear_journal();
         ASSERT_EQ(__set_armboot_para("a", value.c_str()), 0);
-        EXPECT_EQ(flash(value.size() + 4), "a=" + value + "\0\0"s);
-        EXPECT_EQ(flash().substr(64), image.substr(64)) << "the rest stays as it was";
+        EXPECT_EQ(flash().substr(4090, value.size() + 4), "a=" + value + "\0\0"s);
+        EXPECT_EQ(flash().substr(4160), image.substr(4160)) << "the rest stays as it was";
         EXPECT_TRUE(journal_follows({"out \"[libmarl] Save environment to flash ,Please wait ..\\n\"",
                                      "out \"[libmarl] Note!! don't power off\\n\\n\"",
                                      "/dev/mtd/1 ioctl 0x40084d02", "/dev/mtd/1 seek 0",
                                      "/dev/mtd/1 write 131072", "out \"[libmarl] Save Ok\\n\\n\""}));
     }
+    EXPECT_TRUE(__set_armboot_para("b", "2") == 0 && flash().substr(4090, 9) == "a=1\0b=2\0\0"s);
 }
 
 TEST(Environment, OverflowLosesTheOldValueInMemoryOnly) {
@@ -61,6 +62,7 @@ TEST(Environment, OverflowLosesTheOldValueInMemoryOnly) {
 }
 
 TEST(Environment, CameraSetterTellsTheVideoFrontEndFirst) {
+    EXPECT_EQ(Ints({env_init(), __set_armboot_para("a", "1")}), Ints({-1, 0})) << "no flash yet";
     board_with_list("a=1\0\0"s);
     EXPECT_EQ(set_armboot_para("camera", "camera=Hitachi"), -1) << "no video front end";
     EXPECT_EQ(look_up("camera"), "(absent)");

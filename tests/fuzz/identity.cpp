@@ -135,10 +135,10 @@ TARGET(definition) {
     put_environment("");
     require_sound_identity();
     Buffer model(MARL_MODEL_SIZE, '?');
-    const bool is_given = read_product_definition(model.data()) == 0;
+    const int result = read_product_definition(model.data());
     require(text_in(model).size() < model.size() && text.find(text_in(model)) != text.npos);
-    require(is_given == !text_in(model).empty());
-    if (is_given) require(("QZ-" + text_in(model) + "\n").substr(0, 31) == HWINFO.product_model);
+    require(result == (text_in(model).empty() ? -1 : 0));
+    if (result == 0) require(("QZ-" + text_in(model) + "\n").substr(0, 31) == HWINFO.product_model);
 }
 
 TARGET(boot_parameters) {
