@@ -66,6 +66,12 @@ inline const std::string kMediaGuardBeats = "beat /tmp/mediaguard_to_sentrel eve
 inline const std::string kMediaGuardStalls = "beat /tmp/mediaguard_to_sentrel every 1 until 60\n";
 inline constexpr int kBoardReset = 3;
 
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kHeapFails = false;  // when a script says so: the heap is the sanitizer's
+#else
+inline constexpr bool kHeapFails = true;
+#endif
+
 inline std::string path_of(const std::string& path) { return sim::root() + path; }
 
 // Writes a file of the board, its directories included.
