@@ -124,7 +124,8 @@ TEST(Link, TwoCallersShareTheDevice) {
 
 TEST(Link, WritesAreRepeatedForALimitedTime) {
     load("missing /dev/mcu");
-    EXPECT_TRUE(mcu_shutdown() + get_spi_data(18, Bytes(7).data(), 7) == -2 && seen("out \"--Assert("));
+    EXPECT_EQ(Ints({mcu_shutdown(), get_spi_data(18, Bytes(7).data(), 7), seen("out \"--Assert(")}),
+              Ints({-1, -1, 1}));
     load_link("fault /dev/mcu write 1..299 short 0\nfault /dev/mcu write 300 short 1");
     run("fault /dev/mcu write 301..599 EAGAIN\nfault /dev/mcu write 601+ EIO");
     EXPECT_EQ(Ints({mcu_shutdown(), mcu_shutdown()}), Ints({MCU_FRAME_SIZE, -1})) << "twice at the last try";

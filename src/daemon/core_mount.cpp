@@ -17,15 +17,17 @@ using namespace marl;
 
 constexpr size_t kCommandSize = 256;
 constexpr int32_t kKillDelayPasses = 100;
+constexpr int32_t kKillSent = -1;
 
 struct {
     std::atomic<int32_t> coremnt_started{0};            // written by corePthread, read by the loop
-    int32_t coremnt_kill_countdown = kKillDelayPasses;  // the loop's own; 0 once that was done
+    int32_t coremnt_kill_countdown = kKillDelayPasses;  // the loop's own
 } constinit g_core_mount;
 
 void* core_pthread(void* /*unused*/) {
     char command[kCommandSize + 1] = {};
     if (get_armboot_para("coremnt", command, sizeof command) < 0) {
+        g_core_mount.coremnt_started = 0;
         diag::line("coremnt not found");
         return nullptr;
     }
@@ -56,7 +58,10 @@ void start_core_mount() {
 
 void watch_core_mount() {
     int32_t& countdown = g_core_mount.coremnt_kill_countdown;
-    if (g_core_mount.coremnt_started == 0 || countdown == 0 || --countdown > 0) return;
+    if (g_core_mount.coremnt_started == 0) return;
+    if (countdown > 0) --countdown;
+    if (countdown != 0) return;
+    countdown = kKillSent;
     diag::line("exit mount");
     // The result does not matter: the command may have ended long ago.
     [[maybe_unused]] const int ignored = system("killall mount");

@@ -16,7 +16,8 @@ void make_nonblocking(int stream) {
     struct stat info {};
     if (fstat(stream, &info) < 0) return;
     if (S_ISSOCK(info.st_mode)) {
-        fcntl(stream, F_SETFL, fcntl(stream, F_GETFL) | O_NONBLOCK);
+        const int flags = fcntl(stream, F_GETFL);
+        if (flags >= 0) fcntl(stream, F_SETFL, flags | O_NONBLOCK);
     } else if (S_ISCHR(info.st_mode) || S_ISFIFO(info.st_mode)) {
         const int own_fd = marl::reopen_stream(stream);
         if (own_fd < 0) return;

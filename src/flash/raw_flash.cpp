@@ -106,12 +106,13 @@ bool open_fpga() {
     return false;
 }
 
-// The record is gone after it.
+// The record goes after it, and its descriptors with it.
 void flash_close(const PrivateRecord& record) {
     if (g_flash.fpga_opened) fpga_flash_close();
     if (g_flash.coprocessor) {
         // The link's descriptor belongs to the process.
         if (record.common.fd == 0) diag::out("##: close spi fd fail\n");
+        g_flash.coprocessor = false;
         return;
     }
     for (const int fd : record.partition_fds) {
@@ -191,8 +192,13 @@ bool read_at(RawFlash* thiz, uint8_t* buf, uint32_t addr, uint32_t len) {
     return false;
 }
 
-// Writes where the erase before it has mapped the partition, and found a sector's beginning.
+// Writes at a sector boundary of a partition that is erased there.
 bool write_erased(RawFlash* thiz, const uint8_t* buf, uint32_t addr, uint32_t len) {
+    if (flash_map(thiz, addr) < 0) return false;
+    if (!is_sector_start(thiz, addr)) {
+        diag::out("address doesn't  align 0x%x", sector_size());
+        return false;
+    }
     const auto offset = static_cast<off_t>(partition_offset(thiz, addr));
     const ssize_t n = repeat_interrupted([&] { return pwrite(record_of(thiz).common.fd, buf, len, offset); });
     if (n == static_cast<ssize_t>(len)) return true;
@@ -311,6 +317,7 @@ int createRawFlash(const int32_t* mode, RawFlash** out) {
     if (*out == nullptr) return -1;
     choose_mode(*mode);
     if (!flash_open(record_of(*out))) {
+        g_flash.coprocessor = false;
         free_object(g_kind);
         *out = nullptr;
         return -1;

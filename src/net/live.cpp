@@ -134,8 +134,11 @@ bool clashes_with_other_interface(const char* name, const char* address, const c
 // What could be set but not stored would be gone at the next start: an address is taken with a blank behind it.
 bool apply(const char* name, int type, const char* value) {
     const bool is_storable = value == nullptr || *value == '\0' || is_word(value);
-    if (!is_storable) fail("SetEthAttr", "express error");
-    if (!is_storable || SetEthAttr(name, type, value) != 0) return false;
+    if (!is_storable) {
+        fail("SetEthAttr", "express error");
+        return false;
+    }
+    if (SetEthAttr(name, type, value) != 0) return false;
     SaveEthAttr(name, type, value);
     return true;
 }
